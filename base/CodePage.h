@@ -1,0 +1,41 @@
+#pragma once
+
+#include <array>
+#include <string>
+#include <string_view>
+
+namespace orvex {
+
+// The installation's single-byte code page. Every text inside Orvex is a byte
+// string in this code page (one byte, one character); conversions happen only
+// at the edges, where databases and the XML parser hand over UTF-8.
+class CodePage {
+ public:
+  // Windows-1252, the code page of the installations Orvex serves.
+  static const CodePage& Windows1252();
+
+  // Converts UTF-8 to the code page; a character the code page lacks, and any
+  // malformed UTF-8 sequence, becomes "?".
+  std::string FromUtf8(std::string_view utf8) const;
+  // Converts code-page text to UTF-8.
+  std::string ToUtf8(std::string_view text) const;
+
+ private:
+  explicit CodePage(const std::array<char32_t, 256>& to_unicode);
+  std::array<char32_t, 256> to_unicode_;
+};
+
+// Converts a UTF-8 literal of the source code (characters up to U+00FF only)
+// to its single-byte form, which is the same in Windows-1252 and Latin-1.
+// Used for the Spanish texts that Orvex writes itself.
+std::string Latin1(std::string_view utf8);
+
+// Upper-casing of the Latin-1 letters: a-z, à-þ except ÷, and š œ ž ÿ of
+// Windows-1252. Every other byte is left alone (ß, µ included).
+char UpperLatin1(char c);
+std::string UpperLatin1(std::string_view text);
+
+// Equality after upper-casing both sides as above.
+bool EqualsIgnoringCase(std::string_view a, std::string_view b);
+
+}  // namespace orvex

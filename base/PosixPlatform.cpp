@@ -1,0 +1,142 @@
+#include "base/PosixPlatform.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <ctime>
+
+#include "base/RuntimeError.h"
+
+namespace orvex {
+namespace {
+
+int ErrorNumberFor(int err) {
+  switch (err) {
+    case ENOENT: return kErrArchivoNoEncontrado;
+    case EACCES:
+    case EPERM:
+    case EROFS: return kErrPermisoDenegado;
+    default: return kErrAccesoRuta;
+  }
+}
+
+}  // namespace
+
+std::optional<std::string> PosixEnvironment::Get(const std::string& name) {
+  const char* value = std::getenv(name.c_str());
+  if (value == nullptr) return std::nullopt;
+  return std::string(value);
+}
+
+std::size_t StdInput::Read(char* buffer, std::size_t size) {
+  for (;;) {
+    const ssize_t n = ::read(STDIN_FILENO, buffer, size);
+    if (n >= 0) return static_cast<std::size_t>(n);
+    if (errno != EINTR) return 0;
+  }
+}
+
+void StdInput::Pause() {
+  // The body is short of CONTENT_LENGTH: the gateway waits for the rest until
+  // the web server ends it, without spinning on a closed input.
+  const timespec pause{0, 100 * 1000 * 1000};
+  nanosleep(&pause, nullptr);
+}
+
+void StdOutput::Write(std::string_view bytes) {
+  if (bytes.empty()) return;
+  const ssize_t n = ::write(STDOUT_FILENO, bytes.data(), bytes.size());
+  (void)n;  // failed writes are ignored, as they always were
+}
+
+void StdOutput::TruncateHere() {
+  const off_t here = ::lseek(STDOUT_FILENO, 0, SEEK_CUR);
+  if (here >= 0) {
+    const int rc = ::ftruncate(STDOUT_FILENO, here);
+    (void)rc;
+  }
+}
+
+void StdOutput::Rewind() { ::lseek(STDOUT_FILENO, 0, SEEK_SET); }
+
+std::string PosixFileSystem::ProgramDirectory() {
+  if (program_directory_.empty()) {
+    char buffer[4096];
+    const ssize_t n = ::readlink("/proc/self/exe", buffer, sizeof buffer - 1);
+    const std::string_view path(buffer, n > 0 ? static_cast<size_t>(n) : 0);
+    const size_t slash = path.rfind('/');
+    if (slash == std::string_view::npos) {
+      program_directory_.assign(".");
+    } else {
+      program_directory_.assign(path.substr(0, slash == 0 ? 1 : slash));
+    }
+  }
+  return program_directory_;
+}
+
+bool PosixFileSystem::Exists(const std::string& path) {
+  struct stat st {};
+  return ::stat(path.c_str(), &st) == 0 && !S_ISDIR(st.st_mode);
+}
+
+std::string PosixFileSystem::ReadAll(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) Raise(ErrorNumberFor(errno));
+  std::string content;
+  struct stat st {};
+  if (::fstat(fd, &st) == 0 && S_ISDIR(st.st_mode)) {
+    ::close(fd);
+    Raise(kErrAccesoRuta);
+  }
+  if (st.st_size > 0) content.reserve(static_cast<size_t>(st.st_size));
+  char buffer[65536];
+  for (;;) {
+    const ssize_t n = ::read(fd, buffer, sizeof buffer);
+    if (n == 0) break;
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      const int err = errno;
+      ::close(fd);
+      Raise(ErrorNumberFor(err) == kErrArchivoNoEncontrado ? kErrAccesoRuta : ErrorNumberFor(err));
+    }
+    content.append(buffer, static_cast<size_t>(n));
+  }
+  ::close(fd);
+  return content;
+}
+
+void PosixFileSystem::WriteAll(const std::string& path, std::string_view content) {
+  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  if (fd < 0) Raise(errno == ENOENT ? kErrAccesoRuta : ErrorNumberFor(errno));
+  size_t done = 0;
+  while (done < content.size()) {
+    const ssize_t n = ::write(fd, content.data() + done, content.size() - done);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      ::close(fd);
+      Raise(kErrAccesoRuta);
+    }
+    done += static_cast<size_t>(n);
+  }
+  if (::close(fd) != 0) Raise(kErrAccesoRuta);
+}
+
+bool PosixFileSystem::Remove(const std::string& path) { return ::unlink(path.c_str()) == 0; }
+
+std::vector<std::string> PosixFileSystem::List(const std::string& directory) {
+  std::vector<std::string> names;
+  DIR* dir = ::opendir(directory.c_str());
+  if (dir == nullptr) return names;
+  while (const dirent* entry = ::readdir(dir)) {
+    const std::string name = entry->d_name;
+    if (name != "." && name != "..") names.push_back(name);
+  }
+  ::closedir(dir);
+  return names;
+}
+
+}  // namespace orvex

@@ -1,0 +1,130 @@
+#include "gateway/CGI_Main.h"
+
+#include <new>
+
+#include "base/CodePage.h"
+#include "base/EnviaLinea.h"
+#include "base/Runtime.h"
+#include "base/RuntimeError.h"
+#include "config/ArchivoCFG.h"
+#include "config/Plantillas.h"
+#include "gateway/Bitacora.h"
+#include "gateway/Comandos.h"
+#include "gateway/Encabezado.h"
+#include "search/Normalizacion.h"
+
+namespace orvex::gateway {
+namespace {
+
+void PaginaSinArchivoCFG(Solicitud& s) {
+  Output& salida = s.sys.salida;
+  EnviaEncabezado(s, "");
+  EnviaLinea(salida, "<HTML><BODY>");
+  EnviaLinea(salida, Latin1("<h3>No se recibió parametro de ArchivoCFG. Ejecución finalizada </h3>"));
+  EnviaLinea(salida, "<h4>" + s.VersionPrograma + "</h4>");
+  EnviaLinea(salida, "</BODY></HTML>");
+}
+
+void EnviaPrologo(Solicitud& s) {
+  Output& salida = s.sys.salida;
+  EnviaCabeceraHTTP(s);
+  EnviaLinea(salida, Latin1("<!--Versión 1.2 -->"));
+  EnviaLinea(salida,
+             "<!--Orvex, ultimo cambio: 4-DIC-03 : corregido el mensaje de XML incorrecto en "
+             "libros -->");
+  EnviaLinea(salida, "");
+}
+
+std::string ExpresionNormalizada(Solicitud& s, std::string_view campo) {
+  std::string texto = ValorCGI(s.cgi, campo);
+  return search::QuitaAcentos(texto);
+}
+
+// The entry procedure's handler: the error's description and number on the
+// error page, which ends the process.
+[[noreturn]] void ErrorInesperado(Solicitud& s, const RuntimeError& error) {
+  s.TextoError = error.description() + " Error Number = " + std::to_string(error.number());
+  PaginaError(s, "");
+}
+
+}  // namespace
+
+void CGI_Main(Solicitud& s) {
+  s.VersionPrograma = std::string(kVersionPrograma);
+  IniciaVigilancia(s);
+  s.cfg.ArchivoCFG = TrimBlanks(ValorCGI(s.cgi, "ArchivoCFG"));
+  s.Traza += "Entrada a CGI_Main, ArchivoCFG:" + s.cfg.ArchivoCFG + "[]<br/>";
+  if (s.cfg.ArchivoCFG.empty()) {
+    PaginaSinArchivoCFG(s);
+    return;
+  }
+  s.cfg.TextoCFG = config::CargaCFG(s.cfg.ArchivoCFG, s.sys);
+
+  s.TextoLIB = ExpresionNormalizada(s, "txtLIB");
+  std::string expresion = s.TextoLIB;
+  if (expresion.empty()) {
+    s.TextoEXPR1 = ExpresionNormalizada(s, "txtEXPR1");
+    if (!s.TextoEXPR1.empty()) expresion = s.TextoEXPR1;
+  }
+  s.Expresion = expresion;
+  if (ComandoDiagnostico(s, expresion)) return;
+
+  EnviaPrologo(s);
+  s.ACERVO = UpperLatin1(ValorCGI(s.cgi, "ACERVO"));
+  const std::string links = ValorCGI(s.cgi, "generaLINKsURL");
+  s.GeneraLinksURL = links.empty() ? true : ToBoolean(links);
+  s.Traza += "Entrada a rutina de Acervo: " + s.ACERVO + "<br>";
+
+  const Coleccion* coleccion = BuscaColeccion(s.ACERVO);
+  if (coleccion == nullptr) {
+    config::MensajeH4(s.sys.salida,
+                      "El acervo seleccionado para la consulta (" + s.ACERVO +
+                          Latin1(") es incorrecto. Verifique la sintaxis de su página HTML"));
+    return;
+  }
+  if (coleccion->tipo) s.TipoAcervo = *coleccion->tipo;
+  coleccion->consulta(s);
+}
+
+bool ComandoDiagnostico(Solicitud& s, const std::string& expresion) {
+  if (expresion.empty()) return false;
+  const Comando* comando = BuscaComando(NombreDeComando(expresion));
+  if (comando == nullptr) return false;
+  comando->ejecuta(s, expresion);
+  return true;
+}
+
+int Principal(Servicios& sys) {
+  Solicitud s(sys);
+  try {
+    try {
+      LeeVariablesCGI(s.cgi, sys.entorno);
+      LeeDatosForma(s.cgi, sys.entrada);
+      if (!sys.motores.DatabaseEngineWorks()) {
+        EnviaLinea(sys.salida,
+                   Latin1("<html><body> <center> <h1> No se encontró el DAO 3.6 <br> instalado en "
+                          "el Servidor de Web </h1> <p> Es necesario instalar algunos "
+                          "componentes en el Servidor </html> "));
+      } else if (!sys.motores.XmlParserWorks()) {
+        EnviaLinea(sys.salida,
+                   Latin1("<html><body> <center> <h1> No se encontró el XML versión 3 <br> "
+                          "instalado en el Servidor de Web </h1> <p> Es necesario instalar "
+                          "algunos componentes en el Servidor </html> "));
+      } else {
+        s.Traza = "CGI inicializado, comienza ...";
+        CGI_Main(s);
+      }
+      BorraLog(s);
+    } catch (const RuntimeError& error) {
+      ErrorInesperado(s, error);
+    } catch (const std::bad_alloc&) {
+      ErrorInesperado(s, RuntimeError::Standard(kErrMemoriaInsuficiente));
+    } catch (const std::exception&) {
+      ErrorInesperado(s, RuntimeError::Standard(kErrInterno));
+    }
+  } catch (const ProcessEnd&) {
+  }
+  return 0;
+}
+
+}  // namespace orvex::gateway

@@ -1,0 +1,78 @@
+#include "gateway/Comandos.h"
+
+#include "base/CodePage.h"
+#include "base/EnviaLinea.h"
+#include "config/Plantillas.h"
+#include "base/Runtime.h"
+#include "gateway/Encabezado.h"
+
+namespace orvex::gateway {
+namespace {
+
+// Collections whose query is not part of this build answer after the
+// prologue with a message instead of a result list.
+void NoDisponible(Solicitud& s, std::string_view que) {
+  config::MensajeH4(s.sys.salida, Latin1("La consulta de ") + std::string(que) +
+                                      Latin1(" no está disponible en esta versión de Orvex."));
+}
+
+void ConsultaLibros(Solicitud& s) { NoDisponible(s, "libros"); }
+void ConsultaRevistas(Solicitud& s) { NoDisponible(s, "revistas"); }
+void ConsultaArticulos(Solicitud& s) { NoDisponible(s, Latin1("artículos")); }
+void ConsultaCatalogo(Solicitud& s) { NoDisponible(s, Latin1("catálogos")); }
+
+// Commands not part of this build write a complete page saying so.
+void ComandoNoDisponible(Solicitud& s, const std::string& expresion) {
+  EnviaEncabezado(s, "Orvex");
+  config::MensajeH4(s.sys.salida, Latin1("El comando ") + NombreDeComando(expresion) +
+                                      Latin1(" no está disponible en esta versión de Orvex."));
+  EnviaLinea(s.sys.salida, "<p>" + s.VersionPrograma + "</p>");
+  EnviaLinea(s.sys.salida, "</BODY></HTML>");
+}
+
+// Kept on purpose: "SHOW_VAR" is recognised and answers with nothing at all,
+// not even an HTTP header.
+void ShowVar(Solicitud&, const std::string&) {}
+
+constexpr Coleccion kColecciones[] = {
+    {"LIBROS", 0, ConsultaLibros},
+    {"", 0, ConsultaLibros},
+    {"REVISTAS", 1, ConsultaRevistas},
+    {"ARTICULOS", 2, ConsultaArticulos},
+    {"CATALOGOS", std::nullopt, ConsultaCatalogo},
+};
+
+const Comando kComandos[] = {
+    {"DEBUGCFG", ComandoNoDisponible},
+    {"SHOW_NUM", ComandoNoDisponible},
+    {"SHOW_VER", ComandoNoDisponible},
+    {"SHOW_BDT", ComandoNoDisponible},
+    {"SHOW_VAR", ShowVar},
+    {"SHOW_SEC", ComandoNoDisponible},
+    {"CVERDISP", ComandoNoDisponible},
+    {"VRESERVA", ComandoNoDisponible},
+    {"CRESERVA", ComandoNoDisponible},
+    {"TEST_ALL", ComandoNoDisponible},
+};
+
+}  // namespace
+
+std::string NombreDeComando(std::string_view expresion) {
+  return TrimBlanks(UpperLatin1(expresion.substr(0, 8)));
+}
+
+const Coleccion* BuscaColeccion(std::string_view acervo) {
+  for (const Coleccion& c : kColecciones) {
+    if (c.acervo == acervo) return &c;
+  }
+  return nullptr;
+}
+
+const Comando* BuscaComando(std::string_view nombre) {
+  for (const Comando& c : kComandos) {
+    if (c.nombre == nombre) return &c;
+  }
+  return nullptr;
+}
+
+}  // namespace orvex::gateway

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "base/Platform.h"
+#include "config/ArchivoCFG.h"
+#include "gateway/EntradaCGI.h"
+
+namespace orvex::gateway {
+
+// A timer of the hidden form: a deadline checked at yield points.
+struct Temporizador {
+  std::int64_t intervalo_ms = 0;
+  bool activo = false;
+  std::int64_t vence_ms = 0;
+
+  void Activa(std::int64_t ahora_ms) {
+    activo = true;
+    vence_ms = ahora_ms + intervalo_ms;
+  }
+  bool Vencido(std::int64_t ahora_ms) const { return activo && ahora_ms >= vence_ms; }
+};
+
+// The hidden form that carries the timers.
+struct FormaConsulta {
+  bool creada = false;
+  Temporizador Timer1{10000};  // watchdog
+  Temporizador Timer2{2000};   // connection time-out of the circulation socket
+  bool ConexionCerrada = false;
+};
+
+// Everything one request knows, owned by the entry procedure and passed down.
+struct Solicitud {
+  explicit Solicitud(Servicios& servicios) : sys(servicios) {}
+
+  Servicios& sys;
+  EntradaCGI cgi;
+  config::Configuracion cfg;
+
+  std::string VersionPrograma;
+  std::string TextoLIB;
+  std::string TextoEXPR1;
+  std::string Expresion;
+  std::string ACERVO;
+  bool GeneraLinksURL = true;
+  std::int16_t TipoAcervo = 0;
+
+  std::string Traza;       // HTML fragments, shown by the error page and the log
+  std::string TextoError;  // the last unexpected error
+  std::string ArchivoLog;  // the request log, empty until one is made
+
+  FormaConsulta CONSULTA;
+};
+
+}  // namespace orvex::gateway

@@ -1,0 +1,97 @@
+#include "base/Platform.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+
+#include "base/PosixPlatform.h"
+#include "base/RuntimeError.h"
+#include "tests/support/Fakes.h"
+
+namespace orvex {
+namespace {
+
+TEST(Platform, JoinsPathsWithExactlyOneSeparator) {
+  EXPECT_EQ(JoinPath("/bases", "KORVEL8.MDB"), "/bases/KORVEL8.MDB");
+  EXPECT_EQ(JoinPath("/bases/", "KORVEL8.MDB"), "/bases/KORVEL8.MDB");
+  EXPECT_EQ(JoinPath("C:\\bases\\", "x"), "C:\\bases\\x");
+  EXPECT_EQ(JoinPath("", "x"), "/x");
+  EXPECT_TRUE(HasSeparator("D:\\cfg\\libros.cfg"));
+  EXPECT_TRUE(HasSeparator("cfg/libros.cfg"));
+  EXPECT_FALSE(HasSeparator("libros.cfg"));
+  EXPECT_EQ(NativePath("C:\\a\\b"), "C:/a/b");
+}
+
+TEST(Platform, FindsFilesRegardlessOfLetterCase) {
+  testing::MemoryFileSystem fs;
+  fs.files["/b/KORVEL8.MDB"] = "";
+  fs.files["/b/estadisticas.mdb"] = "";
+  fs.files["/c/Libros.cfg"] = "";
+  fs.files["/c/LIBROS.CFG"] = "";
+  EXPECT_EQ(FindFile(fs, "/b/KORVEL8.MDB"), "/b/KORVEL8.MDB");
+  EXPECT_EQ(FindFile(fs, "/b/korvel8.mdb"), "/b/KORVEL8.MDB");
+  EXPECT_EQ(FindFile(fs, "\\b\\estadisticas.MDB"), "/b/estadisticas.mdb");
+  EXPECT_EQ(FindFile(fs, "/c/Libros.cfg"), "/c/Libros.cfg");
+  EXPECT_EQ(FindFile(fs, "/c/libros.cfg"), std::nullopt);  // two candidates, none exact
+  EXPECT_EQ(FindFile(fs, "/b/INDIZADO.MDB"), std::nullopt);
+  EXPECT_EQ(FindFile(fs, ""), std::nullopt);
+}
+
+class PosixFiles : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char pattern[] = "/tmp/orvex-platform-XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    dir_ = pattern;
+  }
+  void TearDown() override { std::system(("rm -rf " + dir_).c_str()); }
+  std::string dir_;
+  PosixFileSystem fs_;
+};
+
+TEST_F(PosixFiles, ReadsWritesListsAndRemoves) {
+  const std::string path = dir_ + "/Uno.CFG";
+  fs_.WriteAll(path, std::string("a\0b\xE1", 4));
+  EXPECT_TRUE(fs_.Exists(path));
+  EXPECT_FALSE(fs_.Exists(dir_));  // a directory is not a file
+  EXPECT_EQ(fs_.ReadAll(path), std::string("a\0b\xE1", 4));
+  EXPECT_EQ(FindFile(fs_, dir_ + "/uno.cfg"), path);
+  EXPECT_EQ(fs_.List(dir_), std::vector<std::string>{"Uno.CFG"});
+  EXPECT_TRUE(fs_.Remove(path));
+  EXPECT_FALSE(fs_.Exists(path));
+}
+
+TEST_F(PosixFiles, RaisesTheClassicErrors) {
+  try {
+    fs_.ReadAll(dir_ + "/nada");
+    ADD_FAILURE();
+  } catch (const RuntimeError& e) {
+    EXPECT_EQ(e.number(), kErrArchivoNoEncontrado);
+  }
+  try {
+    fs_.ReadAll(dir_);
+    ADD_FAILURE();
+  } catch (const RuntimeError& e) {
+    EXPECT_EQ(e.number(), kErrAccesoRuta);
+  }
+  try {
+    fs_.WriteAll(dir_ + "/no/such/dir", "x");
+    ADD_FAILURE();
+  } catch (const RuntimeError& e) {
+    EXPECT_EQ(e.number(), kErrAccesoRuta);
+  }
+}
+
+TEST(PosixProgram, KnowsItsOwnDirectory) {
+  PosixFileSystem fs;
+  char buffer[4096];
+  const ssize_t n = readlink("/proc/self/exe", buffer, sizeof buffer);
+  ASSERT_GT(n, 0);
+  const std::string exe(buffer, static_cast<size_t>(n));
+  EXPECT_EQ(fs.ProgramDirectory(), exe.substr(0, exe.rfind('/')));
+}
+
+}  // namespace
+}  // namespace orvex

@@ -1,0 +1,86 @@
+#include "tests/support/Fakes.h"
+
+#include <algorithm>
+
+#include "base/RuntimeError.h"
+
+namespace orvex::testing {
+
+std::optional<std::string> FakeEnvironment::Get(const std::string& name) {
+  const auto it = vars.find(name);
+  if (it == vars.end()) return std::nullopt;
+  return it->second;
+}
+
+std::size_t ScriptedInput::Read(char* buffer, std::size_t size) {
+  requested.push_back(size);
+  if (chunks.empty()) return 0;
+  std::string& chunk = chunks.front();
+  const std::size_t n = std::min(size, chunk.size());
+  std::copy_n(chunk.data(), n, buffer);
+  chunk.erase(0, n);
+  if (chunk.empty()) chunks.erase(chunks.begin());
+  return n;
+}
+
+void ScriptedInput::Pause() {
+  if (++pauses >= max_pauses) throw InputStillWaiting{};
+}
+
+void MemoryOutput::Write(std::string_view bytes) {
+  writes.emplace_back(bytes);
+  if (position > contents.size()) contents.resize(position);
+  contents.replace(position, std::min(bytes.size(), contents.size() - position), bytes);
+  position += bytes.size();
+}
+
+void MemoryOutput::TruncateHere() {
+  if (!is_pipe) contents.resize(std::min(position, contents.size()));
+}
+
+void MemoryOutput::Rewind() {
+  if (!is_pipe) position = 0;
+}
+
+std::string MemoryFileSystem::ReadAll(const std::string& path) {
+  if (unreadable.count(path)) Raise(kErrPermisoDenegado);
+  const auto it = files.find(path);
+  if (it == files.end()) Raise(kErrArchivoNoEncontrado);
+  return it->second;
+}
+
+void MemoryFileSystem::WriteAll(const std::string& path, std::string_view content) {
+  if (read_only) Raise(kErrAccesoRuta);
+  files[path] = std::string(content);
+}
+
+std::vector<std::string> MemoryFileSystem::List(const std::string& directory) {
+  std::string prefix = directory;
+  if (prefix.empty() || prefix.back() != '/') prefix += '/';
+  std::vector<std::string> names;
+  for (const auto& [path, content] : files) {
+    if (path.compare(0, prefix.size(), prefix) != 0) continue;
+    const std::string rest = path.substr(prefix.size());
+    if (rest.find('/') == std::string::npos) names.push_back(rest);
+  }
+  return names;
+}
+
+FakePlatform::FakePlatform()
+    : sys{entorno, entrada, salida, reloj, archivos, motores} {
+  reloj.now = SampleDate();
+}
+
+DateTime SampleDate() {
+  DateTime t;
+  t.year = 2008;
+  t.month = 12;
+  t.day = 15;
+  t.hour = 9;
+  t.minute = 30;
+  t.second = 11;
+  t.weekday = 1;
+  return t;
+}
+
+}  // namespace orvex::testing

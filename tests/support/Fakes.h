@@ -1,0 +1,96 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "base/Platform.h"
+
+// In-memory stand-ins for the platform services.
+namespace orvex::testing {
+
+class FakeEnvironment : public Environment {
+ public:
+  std::optional<std::string> Get(const std::string& name) override;
+  std::map<std::string, std::string> vars;
+};
+
+// Hands out `chunks` one per read, then end of input. Pause() counts the
+// waits and, after `max_pauses` of them, throws InputStillWaiting so that a
+// test can see the reader would have gone on waiting.
+class ScriptedInput : public Input {
+ public:
+  struct InputStillWaiting {};
+  std::size_t Read(char* buffer, std::size_t size) override;
+  void Pause() override;
+
+  std::vector<std::string> chunks;
+  std::vector<std::size_t> requested;  // the size asked for by each read
+  int pauses = 0;
+  int max_pauses = 3;
+};
+
+// An output that behaves like a file (writes overwrite at the position,
+// truncation and rewinding work) or, with `is_pipe`, like a pipe.
+class MemoryOutput : public Output {
+ public:
+  void Write(std::string_view bytes) override;
+  void TruncateHere() override;
+  void Rewind() override;
+
+  bool is_pipe = false;
+  std::string contents;
+  std::size_t position = 0;
+  std::vector<std::string> writes;  // one entry per Write call
+};
+
+class FixedClock : public Clock {
+ public:
+  DateTime Now() override { return now; }
+  std::int64_t Milliseconds() override { return millis; }
+
+  DateTime now;
+  std::int64_t millis = 1000;
+};
+
+class MemoryFileSystem : public FileSystem {
+ public:
+  std::string ProgramDirectory() override { return program_directory; }
+  bool Exists(const std::string& path) override { return files.count(path) > 0; }
+  std::string ReadAll(const std::string& path) override;
+  void WriteAll(const std::string& path, std::string_view content) override;
+  bool Remove(const std::string& path) override { return files.erase(path) > 0; }
+  std::vector<std::string> List(const std::string& directory) override;
+
+  std::string program_directory = "/prog";
+  std::map<std::string, std::string> files;
+  std::set<std::string> unreadable;  // ReadAll raises 70 for these
+  bool read_only = false;            // WriteAll raises 75
+};
+
+class FakeEngines : public Engines {
+ public:
+  bool DatabaseEngineWorks() override { return database; }
+  bool XmlParserWorks() override { return xml; }
+  bool database = true;
+  bool xml = true;
+};
+
+// All of the above, bundled as one request's services.
+struct FakePlatform {
+  FakePlatform();
+  FakeEnvironment entorno;
+  ScriptedInput entrada;
+  MemoryOutput salida;
+  FixedClock reloj;
+  MemoryFileSystem archivos;
+  FakeEngines motores;
+  Servicios sys;
+};
+
+// A date for tests: Monday 15 December 2008, 09:30:11.
+DateTime SampleDate();
+
+}  // namespace orvex::testing
