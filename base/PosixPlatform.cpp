@@ -70,7 +70,7 @@ std::string PosixFileSystem::ProgramDirectory() {
     const std::string_view path(buffer, n > 0 ? static_cast<size_t>(n) : 0);
     const size_t slash = path.rfind('/');
     if (slash == std::string_view::npos) {
-      program_directory_.assign(".");
+      program_directory_.push_back('.');
     } else {
       program_directory_.assign(path.substr(0, slash == 0 ? 1 : slash));
     }

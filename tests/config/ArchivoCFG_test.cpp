@@ -104,6 +104,8 @@ struct BuscaBaseCase {
   std::uint8_t numero_final;
 };
 
+void PrintTo(const BuscaBaseCase& c, std::ostream* os) { *os << c.nombre; }
+
 class BuscaBaseTest : public ::testing::TestWithParam<BuscaBaseCase> {};
 
 TEST_P(BuscaBaseTest, ReadsTheDatabaseList) {

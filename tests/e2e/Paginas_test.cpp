@@ -163,6 +163,8 @@ struct Caso {
   Peticion peticion;
 };
 
+void PrintTo(const Caso& c, std::ostream* os) { *os << c.nombre; }
+
 Peticion Get(const std::string& query) {
   Peticion p;
   p.variables = {{"REQUEST_METHOD", "GET"},
