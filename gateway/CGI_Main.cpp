@@ -52,7 +52,7 @@ std::string ExpresionNormalizada(Solicitud& s, std::string_view campo) {
 void CGI_Main(Solicitud& s) {
   s.VersionPrograma = std::string(kVersionPrograma);
   IniciaVigilancia(s);
-  s.cfg.ArchivoCFG = TrimBlanks(ValorCGI(s.cgi, "ArchivoCFG"));
+  s.cfg.ArchivoCFG = ValorCGI(s.cgi, "ArchivoCFG");
   s.Traza += "Entrada a CGI_Main, ArchivoCFG:" + s.cfg.ArchivoCFG + "[]<br/>";
   if (s.cfg.ArchivoCFG.empty()) {
     PaginaSinArchivoCFG(s);
