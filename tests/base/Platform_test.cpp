@@ -64,24 +64,9 @@ TEST_F(PosixFiles, ReadsWritesListsAndRemoves) {
 }
 
 TEST_F(PosixFiles, RaisesTheClassicErrors) {
-  try {
-    fs_.ReadAll(dir_ + "/nada");
-    ADD_FAILURE();
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.number(), kErrArchivoNoEncontrado);
-  }
-  try {
-    fs_.ReadAll(dir_);
-    ADD_FAILURE();
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.number(), kErrAccesoRuta);
-  }
-  try {
-    fs_.WriteAll(dir_ + "/no/such/dir", "x");
-    ADD_FAILURE();
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.number(), kErrAccesoRuta);
-  }
+  EXPECT_EQ(testing::ErrorNumberOf([&] { fs_.ReadAll(dir_ + "/nada"); }), kErrArchivoNoEncontrado);
+  EXPECT_EQ(testing::ErrorNumberOf([&] { fs_.ReadAll(dir_); }), kErrAccesoRuta);
+  EXPECT_EQ(testing::ErrorNumberOf([&] { fs_.WriteAll(dir_ + "/no/such/dir", "x"); }), kErrAccesoRuta);
 }
 
 TEST(PosixProgram, KnowsItsOwnDirectory) {

@@ -3,18 +3,10 @@
 #include <gtest/gtest.h>
 
 #include "base/RuntimeError.h"
+#include "tests/support/Fakes.h"
 
 namespace orvex {
 namespace {
-
-int ErrorOf(void (*f)()) {
-  try {
-    f();
-  } catch (const RuntimeError& e) {
-    return e.number();
-  }
-  return 0;
-}
 
 TEST(Runtime, ReadsTheLeadingNumberAsTheOldRuntimeDid) {
   struct Case {
@@ -28,7 +20,7 @@ TEST(Runtime, ReadsTheLeadingNumberAsTheOldRuntimeDid) {
       {"&Hzz", 0},      {"&", 0},          {"-", 0},        {"12\r34", 12},
   };
   for (const Case& c : cases) EXPECT_DOUBLE_EQ(LeadingNumber(c.text), c.value) << c.text;
-  EXPECT_EQ(ErrorOf([] { LeadingNumber("1e999"); }), kErrDesbordamiento);
+  EXPECT_EQ(testing::ErrorNumberOf([] { LeadingNumber("1e999"); }), kErrDesbordamiento);
 }
 
 TEST(Runtime, RoundsHalfToEven) {
@@ -45,11 +37,11 @@ TEST(Runtime, NarrowsWithOverflow) {
   EXPECT_EQ(ToInt16(-32768), -32768);
   EXPECT_EQ(ToInt32(2147483647.4), 2147483647);
   EXPECT_EQ(ToInt32(10.5), 10);
-  EXPECT_EQ(ErrorOf([] { ToByte(255.5); }), kErrDesbordamiento);
-  EXPECT_EQ(ErrorOf([] { ToByte(-1); }), kErrDesbordamiento);
-  EXPECT_EQ(ErrorOf([] { ToInt16(32768); }), kErrDesbordamiento);
-  EXPECT_EQ(ErrorOf([] { ToInt32(2147483647.5); }), kErrDesbordamiento);
-  EXPECT_EQ(ErrorOf([] { ToInt32(-2147483649.0); }), kErrDesbordamiento);
+  EXPECT_EQ(testing::ErrorNumberOf([] { ToByte(255.5); }), kErrDesbordamiento);
+  EXPECT_EQ(testing::ErrorNumberOf([] { ToByte(-1); }), kErrDesbordamiento);
+  EXPECT_EQ(testing::ErrorNumberOf([] { ToInt16(32768); }), kErrDesbordamiento);
+  EXPECT_EQ(testing::ErrorNumberOf([] { ToInt32(2147483647.5); }), kErrDesbordamiento);
+  EXPECT_EQ(testing::ErrorNumberOf([] { ToInt32(-2147483649.0); }), kErrDesbordamiento);
 }
 
 TEST(Runtime, ConvertsTextToBoolean) {
@@ -61,13 +53,7 @@ TEST(Runtime, ConvertsTextToBoolean) {
                {"&H0", false}, {"&H1", true}};
   for (const Case& c : cases) EXPECT_EQ(ToBoolean(c.text), c.value) << c.text;
   for (const char* bad : {"", "yes", "1x", "tru", "1 2", "&Hzz"}) {
-    try {
-      ToBoolean(bad);
-      ADD_FAILURE() << bad;
-    } catch (const RuntimeError& e) {
-      EXPECT_EQ(e.number(), kErrTiposNoCoinciden) << bad;
-      EXPECT_EQ(e.description(), "No coinciden los tipos");
-    }
+    EXPECT_EQ(testing::ErrorNumberOf([&] { ToBoolean(bad); }), kErrTiposNoCoinciden) << bad;
   }
 }
 

@@ -54,12 +54,7 @@ TEST_F(CargaCFGTest, AnUnreadableFileRaises) {
   p_.archivos.files["/prog/x.cfg"] = "x";
   p_.archivos.unreadable.insert("/prog/x.cfg");
   std::string archivo = "x.cfg";
-  try {
-    CargaCFG(archivo, p_.sys);
-    ADD_FAILURE();
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.number(), kErrPermisoDenegado);
-  }
+  EXPECT_EQ(testing::ErrorNumberOf([&] { CargaCFG(archivo, p_.sys); }), kErrPermisoDenegado);
 }
 
 TEST(SeccionCFG, CutsTheFirstLabelledBody) {
@@ -205,12 +200,7 @@ TEST_F(UbicaEstadisticasTest, UsesTheDatabaseListInTheAdvancedSearch) {
 }
 
 TEST_F(UbicaEstadisticasTest, ANumberThatDoesNotFitAByteOverflows) {
-  try {
-    UbicaEstadisticas(cfg_, "1", "300", ruta_, true, p_.sys);
-    ADD_FAILURE();
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.number(), kErrDesbordamiento);
-  }
+  EXPECT_EQ(testing::ErrorNumberOf([&] { UbicaEstadisticas(cfg_, "1", "300", ruta_, true, p_.sys); }), kErrDesbordamiento);
 }
 
 }  // namespace

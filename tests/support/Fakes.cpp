@@ -71,6 +71,15 @@ FakePlatform::FakePlatform()
   reloj.now = SampleDate();
 }
 
+int ErrorNumberOf(const std::function<void()>& f) {
+  try {
+    f();
+  } catch (const RuntimeError& e) {
+    return e.number();
+  }
+  return 0;
+}
+
 DateTime SampleDate() {
   DateTime t;
   t.year = 2008;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -89,6 +90,9 @@ struct FakePlatform {
   FakeEngines motores;
   Servicios sys;
 };
+
+// The number of the RuntimeError that `f` raises; 0 when it raises none.
+int ErrorNumberOf(const std::function<void()>& f);
 
 // A date for tests: Monday 15 December 2008, 09:30:11.
 DateTime SampleDate();
