@@ -26,15 +26,6 @@ class PrincipalTest : public ::testing::Test {
   testing::FakePlatform p_;
 };
 
-TEST_F(PrincipalTest, WithoutArchivoCFGTheRequestEndsWithItsPage) {
-  EXPECT_EQ(Ejecuta("ACERVO=libros"),
-            kCabecera +
-                "\r\n<HTML><BODY>\r\n"
-                "<h3>No se recibi\xF3 parametro de ArchivoCFG. Ejecuci\xF3n finalizada </h3>\r\n"
-                "<h4>Orvex.exe act. 4.0 [20081215]</h4>\r\n"
-                "</BODY></HTML>\r\n");
-}
-
 TEST_F(PrincipalTest, EveryLineIsItsOwnWrite) {
   Ejecuta("");
   ASSERT_EQ(p_.salida.writes.size(), 8u);
@@ -49,14 +40,6 @@ TEST_F(PrincipalTest, AMissingConfigurationIsReportedBeforeTheHeader) {
   ASSERT_NE(mensaje, std::string::npos);
   ASSERT_NE(cabecera, std::string::npos);
   EXPECT_LT(mensaje, cabecera);
-}
-
-TEST_F(PrincipalTest, AnUnknownCollectionIsNamedInTheMessage) {
-  p_.archivos.files["/prog/libros.cfg"] = "BASE:{/bases}";
-  EXPECT_EQ(Ejecuta("ArchivoCFG=libros.cfg&ACERVO=Revista"),
-            kPrologo +
-                "<center><p><H4>El acervo seleccionado para la consulta (REVISTA) es incorrecto. "
-                "Verifique la sintaxis de su p\xE1gina HTML</H4><p/></center>\r\n");
 }
 
 TEST_F(PrincipalTest, EachCollectionReachesItsProcedure) {
@@ -110,12 +93,6 @@ TEST_F(PrincipalTest, AnInvalidLinksFlagGivesTheErrorPage) {
   EXPECT_NE(salida.find("<PRE>No coinciden los tipos Error Number = 13<br>"), std::string::npos);
   EXPECT_NE(salida.find("Entrada a CGI_Main, ArchivoCFG:libros.cfg[]<br/>"), std::string::npos)
       << salida;
-}
-
-TEST_F(PrincipalTest, AMalformedEscapeGivesTheErrorPage) {
-  const std::string salida = Ejecuta("ArchivoCFG=%ZZ");
-  EXPECT_EQ(salida.rfind("<H4>Error en /cgi-bin/orvex</H4>", 0), 0u);
-  EXPECT_NE(salida.find("No coinciden los tipos Error Number = 13"), std::string::npos);
 }
 
 TEST_F(PrincipalTest, TheEngineChecksHaveTheirFixedPages) {
