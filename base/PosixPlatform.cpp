@@ -24,6 +24,10 @@ int ErrorNumberFor(int err) {
   }
 }
 
+// A name with a NUL byte would reach the system cut short and name another
+// file: such a name names no file at all.
+bool HasNul(const std::string& path) { return path.find('\0') != std::string::npos; }
+
 }  // namespace
 
 std::optional<std::string> PosixEnvironment::Get(const std::string& name) {
@@ -79,11 +83,13 @@ std::string PosixFileSystem::ProgramDirectory() {
 }
 
 bool PosixFileSystem::Exists(const std::string& path) {
+  if (HasNul(path)) return false;
   struct stat st {};
   return ::stat(path.c_str(), &st) == 0 && !S_ISDIR(st.st_mode);
 }
 
 std::string PosixFileSystem::ReadAll(const std::string& path) {
+  if (HasNul(path)) Raise(kErrNombreArchivo);
   const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) Raise(ErrorNumberFor(errno));
   std::string content;
@@ -110,6 +116,7 @@ std::string PosixFileSystem::ReadAll(const std::string& path) {
 }
 
 void PosixFileSystem::WriteAll(const std::string& path, std::string_view content) {
+  if (HasNul(path)) Raise(kErrNombreArchivo);
   const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   if (fd < 0) Raise(errno == ENOENT ? kErrAccesoRuta : ErrorNumberFor(errno));
   size_t done = 0;
@@ -125,7 +132,9 @@ void PosixFileSystem::WriteAll(const std::string& path, std::string_view content
   if (::close(fd) != 0) Raise(kErrAccesoRuta);
 }
 
-bool PosixFileSystem::Remove(const std::string& path) { return ::unlink(path.c_str()) == 0; }
+bool PosixFileSystem::Remove(const std::string& path) {
+  return !HasNul(path) && ::unlink(path.c_str()) == 0;
+}
 
 std::vector<std::string> PosixFileSystem::List(const std::string& directory) {
   std::vector<std::string> names;

@@ -63,6 +63,17 @@ TEST_F(PosixFiles, ReadsWritesListsAndRemoves) {
   EXPECT_FALSE(fs_.Exists(path));
 }
 
+TEST_F(PosixFiles, ANameWithANulByteNamesNoFile) {
+  const std::string path = dir_ + "/libros.cfg";
+  fs_.WriteAll(path, "x");
+  const std::string cortado = path + std::string("\0.txt", 5);
+  EXPECT_FALSE(fs_.Exists(cortado));
+  EXPECT_EQ(FindFile(fs_, cortado), std::nullopt);
+  EXPECT_EQ(testing::ErrorNumberOf([&] { fs_.ReadAll(cortado); }), kErrNombreArchivo);
+  EXPECT_FALSE(fs_.Remove(cortado));
+  EXPECT_TRUE(fs_.Exists(path));
+}
+
 TEST_F(PosixFiles, RaisesTheClassicErrors) {
   EXPECT_EQ(testing::ErrorNumberOf([&] { fs_.ReadAll(dir_ + "/nada"); }), kErrArchivoNoEncontrado);
   EXPECT_EQ(testing::ErrorNumberOf([&] { fs_.ReadAll(dir_); }), kErrAccesoRuta);
