@@ -1,0 +1,114 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/Clock.h"
+#include "base/CodePage.h"
+
+// The database layer: one small interface in the manner the gateway has
+// always used its databases (open a database, open recordsets on a table or
+// on SQL, walk them, seek an index, execute statements), behind which each
+// engine hides. Texts are in the installation's code page on this side.
+namespace orvex::db {
+
+// One field value.
+struct Value {
+  enum class Type { Null, Integer, Real, Text, Date };
+  Type type = Type::Null;
+  std::int64_t integer = 0;
+  double real = 0;
+  std::string text;
+  DateTime date;
+
+  static Value Null() { return Value(); }
+  static Value Of(std::int64_t v);
+  static Value Of(double v);
+  static Value Of(std::string v);
+  static Value Of(const DateTime& v);
+
+  bool IsNull() const { return type == Type::Null; }
+  // The value as text: numbers in decimal, dates "yyyy-mm-dd hh:nn:ss",
+  // null as empty text.
+  std::string AsText() const;
+};
+
+enum class RecordsetType { Table, Dynaset, Snapshot };
+
+// A position in a table or a result. Recordsets on SQL are read as the
+// caller walks them: RecordCount counts the rows reached so far, and the
+// total after MoveLast.
+class Recordset {
+ public:
+  virtual ~Recordset() = default;
+
+  virtual bool Eof() = 0;
+  virtual void MoveNext() = 0;
+  virtual void MoveFirst() = 0;
+  virtual void MoveLast() = 0;
+  virtual std::int64_t RecordCount() = 0;
+
+  // The field of the current row named `name`, ignoring case. Raises 3265
+  // when there is no such field, 3021 when there is no current row.
+  virtual Value Field(std::string_view name) = 0;
+  virtual std::vector<std::string> FieldNames() = 0;
+
+  // Table-type recordsets only (others raise 3251): chooses the index by
+  // name, then positions on the first entry that compares `op` ("=", ">=",
+  // ">", "<=", "<") with the keys, which may be fewer than the index's
+  // columns. The walk goes on in index order from there; NoMatch tells that
+  // no entry qualified (for "=", that the entry found is not equal).
+  virtual void SetIndex(std::string_view index) = 0;
+  virtual void Seek(std::string_view op, const std::vector<Value>& keys) = 0;
+  virtual bool NoMatch() = 0;
+
+  virtual void Close() = 0;
+};
+
+class Database {
+ public:
+  virtual ~Database() = default;
+
+  // A table by name (type Table) or a statement in the catalogue's SQL
+  // dialect (Dynaset, Snapshot).
+  virtual std::unique_ptr<Recordset> OpenRecordset(std::string_view source,
+                                                   RecordsetType type) = 0;
+  // Runs a statement; returns the rows it affected.
+  virtual std::int64_t Execute(std::string_view sql) = 0;
+
+  virtual std::vector<std::string> TableNames() = 0;
+  virtual std::vector<std::string> ColumnNames(std::string_view table) = 0;
+
+  virtual void Close() = 0;
+};
+
+struct OpenOptions {
+  bool read_only = false;
+  // For databases that many requests write at once (statistics): write-ahead
+  // log and a wait for the lock of up to this many milliseconds.
+  int busy_timeout_ms = 0;
+};
+
+// Opens the database in `path`, telling the engine by the file's first
+// bytes. Raises a RuntimeError with the engine's number and text when the
+// file is missing, unreadable or of a format Orvex cannot read.
+std::unique_ptr<Database> OpenDatabase(const std::string& path, const CodePage& page,
+                                       const OpenOptions& options = {});
+
+// Database error numbers, as the catalogue's engine has always numbered them.
+inline constexpr int kErrNoRegistroActivo = 3021;
+inline constexpr int kErrArchivoBaseNoEncontrado = 3024;
+inline constexpr int kErrSoloLectura = 3027;
+inline constexpr int kErrNoSePuedeAbrir = 3051;
+inline constexpr int kErrSintaxis = 3075;
+inline constexpr int kErrTablaNoEncontrada = 3078;
+inline constexpr int kErrBloqueado = 3218;
+inline constexpr int kErrOperacionNoValida = 3251;
+inline constexpr int kErrElementoNoEncontrado = 3265;
+inline constexpr int kErrFormatoNoReconocido = 3343;
+
+}  // namespace orvex::db

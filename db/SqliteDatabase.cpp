@@ -1,0 +1,493 @@
+#include "db/SqliteDatabase.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "base/RuntimeError.h"
+#include "db/JetSql.h"
+
+namespace orvex::db {
+namespace {
+
+// --- errors --------------------------------------------------------------------
+
+[[noreturn]] void RaiseEngine(sqlite3* db, int rc) {
+  const std::string detail = db != nullptr ? sqlite3_errmsg(db) : sqlite3_errstr(rc);
+  switch (rc & 0xFF) {
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+      throw RuntimeError(kErrBloqueado,
+                         Latin1("No se pudo actualizar; la base de datos está bloqueada (") +
+                             detail + ").");
+    case SQLITE_READONLY:
+      throw RuntimeError(kErrSoloLectura,
+                         Latin1("No se puede actualizar. La base de datos es de sólo lectura (") +
+                             detail + ").");
+    case SQLITE_CORRUPT:
+    case SQLITE_NOTADB:
+      throw RuntimeError(kErrFormatoNoReconocido,
+                         Latin1("La base de datos está dañada o no tiene un formato reconocido (") +
+                             detail + ").");
+    case SQLITE_CANTOPEN:
+    case SQLITE_PERM:
+    case SQLITE_IOERR:
+      throw RuntimeError(kErrNoSePuedeAbrir,
+                         Latin1("No se puede abrir o leer el archivo de la base de datos (") +
+                             detail + ").");
+    default:
+      throw RuntimeError(kErrSintaxis, Latin1("Error en la instrucción SQL: ") + detail);
+  }
+}
+
+// --- the dialect's comparisons, registered on every connection -----------------
+
+const CodePage* PageOf(void* user) { return static_cast<const CodePage*>(user); }
+
+int CollateJet(void* user, int na, const void* a, int nb, const void* b) {
+  const CodePage& page = *PageOf(user);
+  return CompareIgnoringCase(
+      page.FromUtf8(std::string_view(static_cast<const char*>(a), static_cast<size_t>(na))),
+      page.FromUtf8(std::string_view(static_cast<const char*>(b), static_cast<size_t>(nb))));
+}
+
+std::string_view TextArg(sqlite3_value* v) {
+  const auto* text = reinterpret_cast<const char*>(sqlite3_value_text(v));
+  return text == nullptr ? std::string_view()
+                         : std::string_view(text, static_cast<size_t>(sqlite3_value_bytes(v)));
+}
+
+void LikeFunction(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
+  if (sqlite3_value_type(argv[0]) == SQLITE_NULL || sqlite3_value_type(argv[1]) == SQLITE_NULL) {
+    sqlite3_result_null(ctx);
+    return;
+  }
+  (void)argc;
+  const CodePage& page = *PageOf(sqlite3_user_data(ctx));
+  // like(pattern, text): "text LIKE pattern".
+  const bool match = JetLike(page.FromUtf8(TextArg(argv[0])), page.FromUtf8(TextArg(argv[1])));
+  sqlite3_result_int(ctx, match ? 1 : 0);
+}
+
+// --- values ----------------------------------------------------------------------
+
+bool ParseIso(std::string_view s, DateTime& t) {
+  int y, mo, d, h = 0, mi = 0, se = 0;
+  const std::string text(s);
+  const int n = std::sscanf(text.c_str(), "%4d-%2d-%2d %2d:%2d:%2d", &y, &mo, &d, &h, &mi, &se);
+  if (n != 3 && n != 6) return false;
+  if (mo < 1 || mo > 12 || d < 1 || d > 31) return false;
+  t.year = y, t.month = mo, t.day = d, t.hour = h, t.minute = mi, t.second = se;
+  // Day of the week (Sakamoto's method), for the weekday formats.
+  static const int offsets[] = {0, 3, 2, 5, 0, 3, 5, 1, 4, 6, 2, 4};
+  const int yy = mo < 3 ? y - 1 : y;
+  t.weekday = (yy + yy / 4 - yy / 100 + yy / 400 + offsets[mo - 1] + d) % 7;
+  return true;
+}
+
+bool IsDateType(const char* decltype_) {
+  if (decltype_ == nullptr) return false;
+  const std::string t = UpperLatin1(decltype_);
+  return t.find("DATE") != std::string::npos || t.find("TIME") != std::string::npos;
+}
+
+Value ColumnValue(sqlite3_stmt* stmt, int i, const CodePage& page) {
+  switch (sqlite3_column_type(stmt, i)) {
+    case SQLITE_NULL: return Value::Null();
+    case SQLITE_INTEGER: return Value::Of(static_cast<std::int64_t>(sqlite3_column_int64(stmt, i)));
+    case SQLITE_FLOAT: return Value::Of(sqlite3_column_double(stmt, i));
+    default: {
+      const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(stmt, i));
+      const std::string_view utf8(text == nullptr ? "" : text,
+                                  static_cast<size_t>(sqlite3_column_bytes(stmt, i)));
+      DateTime t;
+      if (IsDateType(sqlite3_column_decltype(stmt, i)) && ParseIso(utf8, t)) return Value::Of(t);
+      return Value::Of(page.FromUtf8(utf8));
+    }
+  }
+}
+
+void Bind(sqlite3* db, sqlite3_stmt* stmt, int i, const Value& v, const CodePage& page) {
+  int rc = SQLITE_OK;
+  switch (v.type) {
+    case Value::Type::Null: rc = sqlite3_bind_null(stmt, i); break;
+    case Value::Type::Integer: rc = sqlite3_bind_int64(stmt, i, v.integer); break;
+    case Value::Type::Real: rc = sqlite3_bind_double(stmt, i, v.real); break;
+    case Value::Type::Text:
+    case Value::Type::Date: {
+      const std::string utf8 = v.type == Value::Type::Text ? page.ToUtf8(v.text) : v.AsText();
+      rc = sqlite3_bind_text(stmt, i, utf8.data(), static_cast<int>(utf8.size()), SQLITE_TRANSIENT);
+      break;
+    }
+  }
+  if (rc != SQLITE_OK) RaiseEngine(db, rc);
+}
+
+std::string Quoted(std::string_view name) {
+  std::string out = "\"";
+  for (char c : name) {
+    if (c == '"') out += '"';
+    out += c;
+  }
+  return out + "\"";
+}
+
+// A prepared statement that owns its handle.
+class Statement {
+ public:
+  Statement(sqlite3* db, const std::string& utf8_sql) : db_(db) {
+    const char* tail = nullptr;
+    const int rc = sqlite3_prepare_v2(db, utf8_sql.c_str(), static_cast<int>(utf8_sql.size()),
+                                      &stmt_, &tail);
+    if (rc != SQLITE_OK) RaiseEngine(db, rc);
+    if (stmt_ == nullptr) throw RuntimeError(kErrSintaxis, Latin1("Instrucción SQL vacía."));
+    for (; tail != nullptr && *tail != '\0'; ++tail) {
+      if (*tail != ' ' && *tail != '\t' && *tail != '\r' && *tail != '\n' && *tail != ';') {
+        sqlite3_finalize(stmt_);
+        stmt_ = nullptr;
+        throw RuntimeError(3142, Latin1("Se encontraron caracteres después del final de la "
+                                        "instrucción SQL."));
+      }
+    }
+  }
+  ~Statement() { sqlite3_finalize(stmt_); }
+  Statement(const Statement&) = delete;
+  Statement& operator=(const Statement&) = delete;
+
+  sqlite3_stmt* get() const { return stmt_; }
+  // One step: true on a row, false at the end; raises on an error.
+  bool Step() {
+    const int rc = sqlite3_step(stmt_);
+    if (rc == SQLITE_ROW) return true;
+    if (rc == SQLITE_DONE) return false;
+    RaiseEngine(db_, rc);
+  }
+  void Reset() { sqlite3_reset(stmt_); }
+
+ private:
+  sqlite3* db_;
+  sqlite3_stmt* stmt_ = nullptr;
+};
+
+// --- recordsets -----------------------------------------------------------------
+
+class SqliteRecordset : public Recordset {
+ public:
+  SqliteRecordset(sqlite3* db, const CodePage& page, std::string sql, std::string table)
+      : db_(db), page_(page), table_(std::move(table)) {
+    Open(std::move(sql), {});
+  }
+
+  bool Eof() override { return closed_ || !on_row_; }
+
+  void MoveNext() override {
+    RequireRow();
+    if (cached_) {
+      cached_ = false;
+      on_row_ = false;
+      return;
+    }
+    on_row_ = stmt_->Step();
+    if (on_row_) reached_ = std::max(reached_, ++position_);
+  }
+
+  void MoveFirst() override {
+    RequireOpen();
+    cached_ = false;
+    stmt_->Reset();
+    on_row_ = stmt_->Step();
+    position_ = on_row_ ? 1 : 0;
+    reached_ = std::max(reached_, position_);
+  }
+
+  void MoveLast() override {
+    RequireRow();
+    if (cached_) return;
+    std::vector<Value> last = CurrentRow();
+    while (stmt_->Step()) {
+      ++position_;
+      last = CurrentRow();
+    }
+    reached_ = std::max(reached_, position_);
+    row_ = std::move(last);
+    cached_ = true;
+  }
+
+  std::int64_t RecordCount() override { return reached_; }
+
+  Value Field(std::string_view name) override {
+    const int i = ColumnIndex(name);
+    RequireRow();
+    if (cached_) return row_[static_cast<size_t>(i)];
+    return ColumnValue(stmt_->get(), i, page_);
+  }
+
+  std::vector<std::string> FieldNames() override {
+    RequireOpen();
+    std::vector<std::string> names;
+    const int n = sqlite3_column_count(stmt_->get());
+    for (int i = 0; i < n; ++i) names.push_back(page_.FromUtf8(sqlite3_column_name(stmt_->get(), i)));
+    return names;
+  }
+
+  void SetIndex(std::string_view index) override {
+    RequireTable();
+    index_columns_ = IndexColumns(index);
+    Open("SELECT * FROM " + Quoted(page_.ToUtf8(table_)) + " ORDER BY " + ColumnList(""), {});
+  }
+
+  void Seek(std::string_view op, const std::vector<Value>& keys) override {
+    RequireTable();
+    if (index_columns_.empty()) {
+      throw RuntimeError(kErrOperacionNoValida, Latin1("No se ha establecido el índice."));
+    }
+    if (keys.empty() || keys.size() > index_columns_.size()) {
+      throw RuntimeError(kErrSintaxis, Latin1("Número de claves incorrecto para el índice."));
+    }
+    std::vector<std::string> key_columns(index_columns_.begin(),
+                                         index_columns_.begin() + static_cast<long>(keys.size()));
+    const std::string lhs = "(" + Join(key_columns) + ")";
+    const std::string rhs = "(" + Placeholders(keys.size()) + ")";
+    const std::string from = "SELECT * FROM " + Quoted(page_.ToUtf8(table_));
+    const std::string order = " ORDER BY " + ColumnList("");
+    std::vector<Value> start = keys;
+    std::string start_op = op == "=" ? ">=" : std::string(op);
+    if (op == "<" || op == "<=") {
+      // The last entry that qualifies, then the walk forward from it.
+      Statement last(db_, from + " WHERE " + lhs + " " + std::string(op) + " " + rhs +
+                              " ORDER BY " + ColumnList(" DESC") + " LIMIT 1");
+      for (size_t i = 0; i < keys.size(); ++i) Bind(db_, last.get(), static_cast<int>(i + 1), keys[i], page_);
+      if (!last.Step()) {
+        no_match_ = true;
+        on_row_ = false;
+        cached_ = false;
+        return;
+      }
+      start.clear();
+      for (const std::string& column : index_columns_) {
+        start.push_back(ColumnValue(last.get(), ColumnIndexIn(last.get(), page_.FromUtf8(column)), page_));
+      }
+      key_columns = index_columns_;
+      start_op = ">=";
+    } else if (op != "=" && op != ">=" && op != ">") {
+      throw RuntimeError(kErrSintaxis, Latin1("Operador de búsqueda no válido: ") + std::string(op));
+    }
+    Open(from + " WHERE (" + Join(key_columns) + ") " + start_op + " (" +
+             Placeholders(start.size()) + ")" + order,
+         start);
+    no_match_ = !on_row_;
+    if (on_row_ && op == "=") {
+      for (size_t i = 0; i < keys.size() && !no_match_; ++i) {
+        const Value found = ColumnValue(stmt_->get(), ColumnIndex(page_.FromUtf8(index_columns_[i])), page_);
+        no_match_ = found.AsText() != keys[i].AsText();
+      }
+    }
+  }
+
+  bool NoMatch() override { return no_match_; }
+
+  void Close() override {
+    stmt_.reset();
+    closed_ = true;
+  }
+
+ private:
+  void Open(std::string utf8_sql, const std::vector<Value>& params) {
+    stmt_ = std::make_unique<Statement>(db_, utf8_sql);
+    for (size_t i = 0; i < params.size(); ++i) Bind(db_, stmt_->get(), static_cast<int>(i + 1), params[i], page_);
+    cached_ = false;
+    closed_ = false;
+    on_row_ = stmt_->Step();
+    position_ = on_row_ ? 1 : 0;
+    reached_ = position_;
+  }
+
+  void RequireOpen() {
+    if (closed_) throw RuntimeError(kErrOperacionNoValida, Latin1("El Recordset está cerrado."));
+  }
+  void RequireRow() {
+    RequireOpen();
+    if (!on_row_) throw RuntimeError(kErrNoRegistroActivo, Latin1("No hay registro activo."));
+  }
+  void RequireTable() {
+    RequireOpen();
+    if (table_.empty()) {
+      throw RuntimeError(kErrOperacionNoValida,
+                         Latin1("La operación no es válida para este tipo de objeto."));
+    }
+  }
+
+  // The column named `name` (code page), ignoring case; -1 when none.
+  int ColumnIndexIn(sqlite3_stmt* stmt, std::string_view name) const {
+    const int n = sqlite3_column_count(stmt);
+    for (int i = 0; i < n; ++i) {
+      if (EqualsIgnoringCase(page_.FromUtf8(sqlite3_column_name(stmt, i)), name)) return i;
+    }
+    return -1;
+  }
+
+  int ColumnIndex(std::string_view name) {
+    RequireOpen();
+    const int i = ColumnIndexIn(stmt_->get(), name);
+    if (i < 0) {
+      throw RuntimeError(kErrElementoNoEncontrado,
+                         Latin1("Elemento no encontrado en esta colección: ") + std::string(name));
+    }
+    return i;
+  }
+
+  std::vector<Value> CurrentRow() {
+    std::vector<Value> row;
+    const int n = sqlite3_column_count(stmt_->get());
+    for (int i = 0; i < n; ++i) row.push_back(ColumnValue(stmt_->get(), i, page_));
+    return row;
+  }
+
+  // The columns of an index named as the catalogue names it: SQLite files
+  // call it "<table>_<index>"; "PrimaryKey" is the table's primary key.
+  std::vector<std::string> IndexColumns(std::string_view index) {
+    std::vector<std::string> columns;
+    const std::string name = page_.ToUtf8(table_) + "_" + page_.ToUtf8(index);
+    {
+      Statement info(db_, "SELECT name FROM pragma_index_info(?) ORDER BY seqno");
+      sqlite3_bind_text(info.get(), 1, name.c_str(), static_cast<int>(name.size()), SQLITE_TRANSIENT);
+      while (info.Step()) columns.emplace_back(reinterpret_cast<const char*>(sqlite3_column_text(info.get(), 0)));
+    }
+    if (columns.empty() && EqualsIgnoringCase(index, "PrimaryKey")) {
+      Statement info(db_, "SELECT name FROM pragma_table_info(?) WHERE pk > 0 ORDER BY pk");
+      const std::string table = page_.ToUtf8(table_);
+      sqlite3_bind_text(info.get(), 1, table.c_str(), static_cast<int>(table.size()), SQLITE_TRANSIENT);
+      while (info.Step()) columns.emplace_back(reinterpret_cast<const char*>(sqlite3_column_text(info.get(), 0)));
+    }
+    if (columns.empty()) {
+      throw RuntimeError(3800, "'" + std::string(index) + Latin1("' no es un índice de esta tabla."));
+    }
+    return columns;
+  }
+
+  std::string Join(const std::vector<std::string>& columns) const {
+    std::string out;
+    for (const std::string& c : columns) out += (out.empty() ? "" : ",") + Quoted(c);
+    return out;
+  }
+  std::string ColumnList(const char* suffix) const {
+    std::string out;
+    for (const std::string& c : index_columns_) out += (out.empty() ? "" : ",") + Quoted(c) + suffix;
+    return out;
+  }
+  static std::string Placeholders(size_t n) {
+    std::string out;
+    for (size_t i = 0; i < n; ++i) out += i == 0 ? "?" : ",?";
+    return out;
+  }
+
+  sqlite3* db_;
+  const CodePage& page_;
+  std::string table_;  // the table of a table-type recordset; empty for SQL
+  std::vector<std::string> index_columns_;  // UTF-8
+  std::unique_ptr<Statement> stmt_;
+  bool on_row_ = false;
+  bool closed_ = false;
+  bool cached_ = false;  // positioned by MoveLast on the copy in row_
+  bool no_match_ = false;
+  std::vector<Value> row_;
+  std::int64_t position_ = 0;
+  std::int64_t reached_ = 0;
+};
+
+// --- the database ---------------------------------------------------------------
+
+class SqliteDatabase : public Database {
+ public:
+  SqliteDatabase(sqlite3* db, const CodePage& page) : db_(db), page_(page) {}
+  ~SqliteDatabase() override { Close(); }
+
+  std::unique_ptr<Recordset> OpenRecordset(std::string_view source, RecordsetType type) override {
+    RequireOpen();
+    if (type == RecordsetType::Table) {
+      const std::string table(source);
+      if (!HasTable(table)) {
+        throw RuntimeError(kErrTablaNoEncontrada,
+                           Latin1("No se encuentra la tabla o consulta de entrada '") + table + "'.");
+      }
+      return std::make_unique<SqliteRecordset>(db_, page_, "SELECT * FROM " + Quoted(page_.ToUtf8(table)),
+                                               table);
+    }
+    return std::make_unique<SqliteRecordset>(db_, page_, page_.ToUtf8(JetToSqlite(source)), "");
+  }
+
+  std::int64_t Execute(std::string_view sql) override {
+    RequireOpen();
+    Statement statement(db_, page_.ToUtf8(JetToSqlite(sql)));
+    while (statement.Step()) {
+    }
+    return sqlite3_stmt_readonly(statement.get()) ? 0 : sqlite3_changes64(db_);
+  }
+
+  std::vector<std::string> TableNames() override {
+    RequireOpen();
+    std::vector<std::string> names;
+    Statement list(db_, "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite\\_%' ESCAPE '\\' ORDER BY rowid");
+    while (list.Step()) names.push_back(page_.FromUtf8(reinterpret_cast<const char*>(sqlite3_column_text(list.get(), 0))));
+    return names;
+  }
+
+  std::vector<std::string> ColumnNames(std::string_view table) override {
+    RequireOpen();
+    std::vector<std::string> names;
+    Statement info(db_, "SELECT name FROM pragma_table_info(?) ORDER BY cid");
+    const std::string utf8 = page_.ToUtf8(table);
+    sqlite3_bind_text(info.get(), 1, utf8.c_str(), static_cast<int>(utf8.size()), SQLITE_TRANSIENT);
+    while (info.Step()) names.push_back(page_.FromUtf8(reinterpret_cast<const char*>(sqlite3_column_text(info.get(), 0))));
+    return names;
+  }
+
+  void Close() override {
+    if (db_ != nullptr) sqlite3_close_v2(db_);
+    db_ = nullptr;
+  }
+
+ private:
+  void RequireOpen() const {
+    if (db_ == nullptr) throw RuntimeError(kErrOperacionNoValida, Latin1("La base de datos está cerrada."));
+  }
+  bool HasTable(const std::string& table) {
+    for (const std::string& name : TableNames()) {
+      if (EqualsIgnoringCase(name, table)) return true;
+    }
+    return false;
+  }
+
+  sqlite3* db_;
+  const CodePage& page_;
+};
+
+}  // namespace
+
+std::unique_ptr<Database> OpenSqliteDatabase(const std::string& path, const CodePage& page,
+                                             const OpenOptions& options) {
+  sqlite3* db = nullptr;
+  const int flags = (options.read_only ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE) |
+                    SQLITE_OPEN_NOMUTEX;
+  int rc = sqlite3_open_v2(path.c_str(), &db, flags, nullptr);
+  if (rc != SQLITE_OK) {
+    const std::string detail = db != nullptr ? sqlite3_errmsg(db) : sqlite3_errstr(rc);
+    sqlite3_close_v2(db);
+    throw RuntimeError(kErrNoSePuedeAbrir,
+                       Latin1("No se puede abrir el archivo '") + path + "' (" + detail + ").");
+  }
+  auto database = std::make_unique<SqliteDatabase>(db, page);
+  void* user = const_cast<CodePage*>(&page);
+  sqlite3_create_collation(db, "JET", SQLITE_UTF8, user, CollateJet);
+  sqlite3_create_function(db, "like", 2, SQLITE_UTF8 | SQLITE_DETERMINISTIC, user, LikeFunction,
+                          nullptr, nullptr);
+  if (options.busy_timeout_ms > 0) {
+    sqlite3_busy_timeout(db, options.busy_timeout_ms);
+    rc = sqlite3_exec(db, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr);
+    if (rc != SQLITE_OK) RaiseEngine(db, rc);
+  }
+  return database;
+}
+
+}  // namespace orvex::db

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+
+#include "db/Database.h"
+
+struct sqlite3;
+
+namespace orvex::db {
+
+// Opens an SQLite catalogue file (the caller has checked its first bytes).
+// The connection speaks the catalogue's SQL dialect (JetSql.h): its text
+// comparisons ignore letter case, LIKE takes the dialect's wildcards, and
+// index names are looked up as "<table>_<index>", the form SQLite files of
+// the catalogue use. Raises 3051 when the file cannot be opened.
+std::unique_ptr<Database> OpenSqliteDatabase(const std::string& path, const CodePage& page,
+                                             const OpenOptions& options);
+
+}  // namespace orvex::db

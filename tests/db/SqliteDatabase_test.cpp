@@ -1,0 +1,192 @@
+#include "db/Database.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "base/RuntimeError.h"
+#include "tests/support/Fakes.h"
+
+namespace orvex::db {
+namespace {
+
+namespace fs = std::filesystem;
+
+const fs::path kSqlite = fs::path(ORVEX_FIXTURES) / "catalogo" / "sqlite";
+const fs::path kJet = fs::path(ORVEX_FIXTURES) / "catalogo" / "jet";
+const CodePage& kPage = CodePage::Windows1252();
+
+std::unique_ptr<Database> Catalogo(const char* archivo) {
+  return OpenDatabase((kSqlite / archivo).string(), kPage, {.read_only = true});
+}
+
+std::vector<std::string> Column(Recordset& rs, const char* field) {
+  std::vector<std::string> values;
+  for (; !rs.Eof(); rs.MoveNext()) values.push_back(rs.Field(field).AsText());
+  return values;
+}
+
+TEST(SqliteDatabase, WalksAStatementInItsOrder) {
+  auto db = Catalogo("KORVEL8.MDB");
+  auto rs = db->OpenRecordset("select * from EJEMPLARES where ficha_no=2", RecordsetType::Snapshot);
+  EXPECT_EQ(rs->RecordCount(), 1);
+  EXPECT_EQ(Column(*rs, "numadqui"), (std::vector<std::string>{"000123", "000124", "000125"}));
+  EXPECT_EQ(rs->RecordCount(), 3);
+  EXPECT_EQ(testing::ErrorNumberOf([&] { rs->MoveNext(); }), kErrNoRegistroActivo);
+  rs->MoveFirst();
+  EXPECT_EQ(rs->Field("NUMADQUI").AsText(), "000123");
+  rs->MoveLast();
+  EXPECT_EQ(rs->Field("NumAdqui").AsText(), "000125");
+  rs->MoveNext();
+  EXPECT_TRUE(rs->Eof());
+}
+
+TEST(SqliteDatabase, CountsTheRowsAfterMoveLast) {
+  auto db = Catalogo("KORVEL8.MDB");
+  auto rs = db->OpenRecordset("select * from Fichas", RecordsetType::Dynaset);
+  rs->MoveLast();
+  EXPECT_EQ(rs->RecordCount(), 347);
+  auto vacio = db->OpenRecordset("select * from Fichas where Ficha_No = 2000000", RecordsetType::Dynaset);
+  EXPECT_TRUE(vacio->Eof());
+  EXPECT_EQ(vacio->RecordCount(), 0);
+}
+
+TEST(SqliteDatabase, ConvertsTextAndDatesAtTheBoundary) {
+  auto db = Catalogo("KORVEL8.MDB");
+  auto rs = db->OpenRecordset("select * from [Configuracion] where [Descripci\xF3n] = 'INSTITUCION'",
+                              RecordsetType::Snapshot);
+  ASSERT_FALSE(rs->Eof());
+  EXPECT_EQ(rs->Field("valor").AsText(), "Universidad Aut\xF3noma de San Telmo");
+  EXPECT_EQ(rs->Field("DESCRIPCI\xD3N").AsText(), "Institucion");
+
+  auto ficha = db->OpenRecordset("select * from Fichas where Ficha_No = 1", RecordsetType::Snapshot);
+  const Value fecha = ficha->Field("Fecha");
+  ASSERT_EQ(fecha.type, Value::Type::Date);
+  EXPECT_GE(fecha.date.year, 1900);
+  EXPECT_EQ(ficha->Field("Ficha_No").integer, 1);
+  const std::string marc = ficha->Field("EtiquetasMARC").AsText();
+  EXPECT_EQ(marc.substr(0, 1), "\xA6");                      // field separator, one byte
+  EXPECT_NE(marc.find("Cien a\xF1os de soledad"), std::string::npos);
+  auto sin_fecha = db->OpenRecordset("select * from Fichas where Ficha_No = 45", RecordsetType::Snapshot);
+  EXPECT_TRUE(sin_fecha->Field("Fecha").IsNull());
+}
+
+TEST(SqliteDatabase, ComparesTextIgnoringCaseAndTakesTheDialectsWildcards) {
+  auto db = Catalogo("KORVEL8.MDB");
+  auto igual = db->OpenRecordset("select * from Ejemplares where NumAdqui = 'C-0042'", RecordsetType::Snapshot);
+  EXPECT_EQ(Column(*igual, "NumAdqui"), std::vector<std::string>{"c-0042"});
+  auto comodin = db->OpenRecordset("select * from Ejemplares where NumAdqui like 'l''0*'", RecordsetType::Snapshot);
+  EXPECT_EQ(Column(*comodin, "NumAdqui"), std::vector<std::string>{"L'0815"});
+  auto union_ = db->OpenRecordset(
+      "select f.Ficha_No, e.NumAdqui from Fichas f, Ejemplares e where f.Ficha_No = e.Ficha_No "
+      "and e.Biblioteca like '*sala de consulta*' ORDER by 1 DESC",
+      RecordsetType::Snapshot);
+  EXPECT_EQ(Column(*union_, "NumAdqui"), std::vector<std::string>{"000777"});
+}
+
+TEST(SqliteDatabase, SeeksAnIndexAndWalksOnInIndexOrder) {
+  auto db = Catalogo("INDIZADO.MDB");
+  auto rs = db->OpenRecordset("TABLA", RecordsetType::Table);
+  rs->SetIndex("FRASE");
+  rs->Seek(">=", {Value::Of(std::string("ALGEBRA"))});
+  ASSERT_FALSE(rs->NoMatch());
+  EXPECT_EQ(rs->Field("palabra").AsText(), "ALGEBRA");
+  std::int64_t ficha = -1;
+  for (; !rs->Eof() && rs->Field("palabra").AsText() == "ALGEBRA"; rs->MoveNext()) {
+    EXPECT_GE(rs->Field("ficha").integer, ficha);  // index order: word, record, position
+    ficha = rs->Field("ficha").integer;
+  }
+  ASSERT_FALSE(rs->Eof());
+  EXPECT_GT(rs->Field("palabra").AsText(), "ALGEBRA");
+
+  rs->Seek("=", {Value::Of(std::string("ALGEBRA")), Value::Of(std::int64_t{19})});
+  EXPECT_FALSE(rs->NoMatch());
+  EXPECT_EQ(rs->Field("ficha").integer, 19);
+  rs->Seek("=", {Value::Of(std::string("ZZZNOEXISTE"))});
+  EXPECT_TRUE(rs->NoMatch());
+  rs->Seek("<", {Value::Of(std::string("ALGEBRA"))});
+  EXPECT_FALSE(rs->NoMatch());
+  EXPECT_LT(rs->Field("palabra").AsText(), "ALGEBRA");
+  rs->MoveNext();
+  EXPECT_EQ(rs->Field("palabra").AsText(), "ALGEBRA");
+}
+
+TEST(SqliteDatabase, SeeksThePrimaryKey) {
+  auto db = Catalogo("KORVEL8.MDB");
+  auto rs = db->OpenRecordset("fichas", RecordsetType::Table);
+  rs->SetIndex("PrimaryKey");
+  rs->Seek("=", {Value::Of(std::int64_t{1500})});
+  ASSERT_FALSE(rs->NoMatch());
+  EXPECT_NE(rs->Field("EtiquetasMARC").AsText().find("Rayuela"), std::string::npos);
+}
+
+TEST(SqliteDatabase, RaisesTheEnginesErrors) {
+  auto db = Catalogo("KORVEL8.MDB");
+  auto rs = db->OpenRecordset("select * from Fichas", RecordsetType::Snapshot);
+  EXPECT_EQ(testing::ErrorNumberOf([&] { rs->Field("NoExiste"); }), kErrElementoNoEncontrado);
+  EXPECT_EQ(testing::ErrorNumberOf([&] { rs->SetIndex("FRASE"); }), kErrOperacionNoValida);
+  EXPECT_EQ(testing::ErrorNumberOf([&] { db->OpenRecordset("NoHay", RecordsetType::Table); }),
+            kErrTablaNoEncontrada);
+  auto tabla = db->OpenRecordset("Fichas", RecordsetType::Table);
+  EXPECT_EQ(testing::ErrorNumberOf([&] { tabla->SetIndex("NoEsIndice"); }), 3800);
+  EXPECT_EQ(testing::ErrorNumberOf([&] { db->OpenRecordset("selec mal", RecordsetType::Snapshot); }),
+            kErrSintaxis);
+  EXPECT_EQ(testing::ErrorNumberOf([&] { db->Execute("delete from Fichas"); }), kErrSoloLectura);
+}
+
+class CopiaEscribible : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dir_ = fs::temp_directory_path() / ("orvex-db-" + std::to_string(::getpid()));
+    fs::create_directories(dir_);
+    fs::copy_file(kSqlite / "estadisticas.mdb", dir_ / "estadisticas.mdb",
+                  fs::copy_options::overwrite_existing);
+    fs::permissions(dir_ / "estadisticas.mdb", fs::perms::owner_read | fs::perms::owner_write);
+  }
+  void TearDown() override { fs::remove_all(dir_); }
+  fs::path dir_;
+};
+
+TEST_F(CopiaEscribible, InsertsWithDateLiteralsAndCountsTheRows) {
+  auto db = OpenDatabase((dir_ / "estadisticas.mdb").string(), kPage, {.busy_timeout_ms = 5000});
+  EXPECT_EQ(db->Execute("INSERT INTO Consultas (Fecha,Buscado,Encontrados,AdvSearch,IP_Address)  "
+                        "VALUES (#12/15/2008 09:30:11#,'CAMION D''ARC',7,2,'-')"),
+            1);
+  auto rs = db->OpenRecordset("select * from Consultas where Buscado = 'camion d''arc'",
+                              RecordsetType::Snapshot);
+  ASSERT_FALSE(rs->Eof());
+  EXPECT_EQ(rs->Field("Fecha").AsText(), "2008-12-15 09:30:11");
+  EXPECT_EQ(rs->Field("AdvSearch").AsText(), "2");
+  EXPECT_EQ(db->TableNames(), std::vector<std::string>{"Consultas"});
+  EXPECT_EQ(db->ColumnNames("consultas"),
+            (std::vector<std::string>{"Fecha", "Buscado", "Encontrados", "AdvSearch", "IP_Address"}));
+}
+
+TEST_F(CopiaEscribible, RunsOnlyOneStatement) {
+  auto db = OpenDatabase((dir_ / "estadisticas.mdb").string(), kPage);
+  EXPECT_EQ(testing::ErrorNumberOf([&] {
+              db->OpenRecordset("select * from Consultas; delete from Consultas",
+                                RecordsetType::Snapshot);
+            }),
+            3142);
+  auto rs = db->OpenRecordset("select * from Consultas", RecordsetType::Snapshot);
+  rs->MoveLast();
+  EXPECT_EQ(rs->RecordCount(), 3);
+}
+
+TEST(OpenDatabase, TellsTheEngineByTheFirstBytes) {
+  EXPECT_EQ(testing::ErrorNumberOf([] {
+              OpenDatabase((kJet / "KORVEL8.MDB").string(), kPage);
+            }),
+            kErrFormatoNoReconocido);
+  EXPECT_EQ(testing::ErrorNumberOf([] { OpenDatabase("/no/existe/KORVEL8.MDB", kPage); }),
+            kErrArchivoBaseNoEncontrado);
+  EXPECT_EQ(testing::ErrorNumberOf([] {
+              OpenDatabase((fs::path(ORVEX_FIXTURES) / "catalogo" / "README.md").string(), kPage);
+            }),
+            kErrFormatoNoReconocido);
+}
+
+}  // namespace
+}  // namespace orvex::db
