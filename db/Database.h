@@ -99,6 +99,25 @@ struct OpenOptions {
 std::unique_ptr<Database> OpenDatabase(const std::string& path, const CodePage& page,
                                        const OpenOptions& options = {});
 
+// Opens databases for a request. The real one is OpenDatabase in the
+// installation's code page; tests put in one that fails on purpose.
+class Opener {
+ public:
+  virtual ~Opener() = default;
+  virtual std::unique_ptr<Database> Open(const std::string& path, const OpenOptions& options) = 0;
+};
+
+class EngineOpener : public Opener {
+ public:
+  explicit EngineOpener(const CodePage& page) : page_(page) {}
+  std::unique_ptr<Database> Open(const std::string& path, const OpenOptions& options) override {
+    return OpenDatabase(path, page_, options);
+  }
+
+ private:
+  const CodePage& page_;
+};
+
 // Database error numbers, as the catalogue's engine has always numbered them.
 inline constexpr int kErrNoRegistroActivo = 3021;
 inline constexpr int kErrArchivoBaseNoEncontrado = 3024;

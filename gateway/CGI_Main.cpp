@@ -94,8 +94,8 @@ bool ComandoDiagnostico(Solicitud& s, const std::string& expresion) {
   return true;
 }
 
-int Principal(Servicios& sys) {
-  Solicitud s(sys);
+int Principal(Servicios& sys, db::Opener& bases) {
+  Solicitud s(sys, bases);
   try {
     try {
       LeeVariablesCGI(s.cgi, sys.entorno);

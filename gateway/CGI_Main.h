@@ -21,6 +21,6 @@ bool ComandoDiagnostico(Solicitud& s, const std::string& expresion);
 // The entry procedure: captures the request, checks the two engines, runs
 // CGI_Main and deletes the request log; an unexpected error gives the error
 // page. Returns the process's exit status (always 0).
-int Principal(Servicios& sys);
+int Principal(Servicios& sys, db::Opener& bases);
 
 }  // namespace orvex::gateway

@@ -1,10 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "base/Platform.h"
 #include "config/ArchivoCFG.h"
+#include "db/Database.h"
 #include "gateway/EntradaCGI.h"
 
 namespace orvex::gateway {
@@ -32,9 +34,10 @@ struct FormaConsulta {
 
 // Everything one request knows, owned by the entry procedure and passed down.
 struct Solicitud {
-  explicit Solicitud(Servicios& servicios) : sys(servicios) {}
+  Solicitud(Servicios& servicios, db::Opener& abridor) : sys(servicios), bases(abridor) {}
 
   Servicios& sys;
+  db::Opener& bases;
   EntradaCGI cgi;
   config::Configuracion cfg;
 
@@ -51,6 +54,10 @@ struct Solicitud {
   std::string ArchivoLog;  // the request log, empty until one is made
 
   FormaConsulta CONSULTA;
+
+  // The catalogue databases of the request, open until the process ends.
+  std::unique_ptr<db::Database> BDBiblio;  // KORVEL8.MDB
+  std::unique_ptr<db::Database> BDIndice;  // INDIZADO.MDB or indizaPP.MDB
 };
 
 }  // namespace orvex::gateway

@@ -1,6 +1,7 @@
 // orvex: the catalogue gateway, one process per CGI request.
 
 #include "base/PosixPlatform.h"
+#include "db/Database.h"
 #include "db/SqliteEngine.h"
 #include "gateway/CGI_Main.h"
 #include "xml/XmlParser.h"
@@ -23,5 +24,6 @@ int main() {
   orvex::PosixFileSystem archivos;
   RealEngines motores;
   orvex::Servicios sys{entorno, entrada, salida, reloj, archivos, motores};
-  return orvex::gateway::Principal(sys);
+  orvex::db::EngineOpener bases(orvex::CodePage::Windows1252());
+  return orvex::gateway::Principal(sys, bases);
 }

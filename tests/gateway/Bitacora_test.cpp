@@ -10,7 +10,7 @@ namespace {
 
 class BitacoraTest : public ::testing::Test {
  protected:
-  BitacoraTest() : s_(p_.sys) {
+  BitacoraTest() : s_(p_.sys, p_.bases) {
     p_.entorno.vars = {{"SCRIPT_NAME", "/cgi-bin/orvex"},
                        {"REMOTE_ADDR", "10.1.2.3"},
                        {"REMOTE_HOST", "lector.biblioteca.mx"},

@@ -20,7 +20,7 @@ class PrincipalTest : public ::testing::Test {
   std::string Ejecuta(const std::string& query) {
     p_.entorno.vars["QUERY_STRING"] = query;
     p_.entorno.vars["SCRIPT_NAME"] = "/cgi-bin/orvex";
-    EXPECT_EQ(Principal(p_.sys), 0);
+    EXPECT_EQ(Principal(p_.sys, p_.bases), 0);
     return p_.salida.contents;
   }
   testing::FakePlatform p_;
@@ -55,7 +55,7 @@ TEST_F(PrincipalTest, EachCollectionReachesItsProcedure) {
     testing::FakePlatform p;
     p.archivos.files["/prog/libros.cfg"] = "";
     p.entorno.vars["QUERY_STRING"] = std::string("ArchivoCFG=libros.cfg&ACERVO=") + c.acervo;
-    Principal(p.sys);
+    Principal(p.sys, p.bases);
     EXPECT_EQ(p.salida.contents.rfind(kPrologo, 0), 0u) << c.acervo;
     EXPECT_NE(p.salida.contents.find(c.mensaje), std::string::npos) << c.acervo;
   }
@@ -102,7 +102,7 @@ TEST_F(PrincipalTest, TheEngineChecksHaveTheirFixedPages) {
             "de Web </h1> <p> Es necesario instalar algunos componentes en el Servidor </html> \r\n");
   testing::FakePlatform p;
   p.motores.xml = false;
-  Principal(p.sys);
+  Principal(p.sys, p.bases);
   EXPECT_EQ(p.salida.contents,
             "<html><body> <center> <h1> No se encontr\xF3 el XML versi\xF3n 3 <br> instalado en el "
             "Servidor de Web </h1> <p> Es necesario instalar algunos componentes en el Servidor "

@@ -66,6 +66,14 @@ std::vector<std::string> MemoryFileSystem::List(const std::string& directory) {
   return names;
 }
 
+std::unique_ptr<db::Database> FaultyOpener::Open(const std::string& path,
+                                                 const db::OpenOptions& options) {
+  opened.push_back(path);
+  const auto failure = failures.find(path);
+  if (failure != failures.end()) throw failure->second;
+  return db::OpenDatabase(path, CodePage::Windows1252(), options);
+}
+
 FakePlatform::FakePlatform()
     : sys{entorno, entrada, salida, reloj, archivos, motores} {
   reloj.now = SampleDate();

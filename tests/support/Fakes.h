@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "base/Platform.h"
+#include "base/RuntimeError.h"
+#include "db/Database.h"
 
 // In-memory stand-ins for the platform services.
 namespace orvex::testing {
@@ -79,9 +81,20 @@ class FakeEngines : public Engines {
   bool xml = true;
 };
 
+// Opens real databases (in the test's own directories) unless told to fail:
+// a path listed in `failures` raises the error given for it.
+class FaultyOpener : public db::Opener {
+ public:
+  std::unique_ptr<db::Database> Open(const std::string& path,
+                                     const db::OpenOptions& options) override;
+  std::map<std::string, RuntimeError> failures;
+  std::vector<std::string> opened;  // every path asked for, in order
+};
+
 // All of the above, bundled as one request's services.
 struct FakePlatform {
   FakePlatform();
+  FaultyOpener bases;
   FakeEnvironment entorno;
   ScriptedInput entrada;
   MemoryOutput salida;
