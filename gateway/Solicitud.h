@@ -6,6 +6,7 @@
 
 #include "base/Platform.h"
 #include "config/ArchivoCFG.h"
+#include "config/Instalacion.h"
 #include "db/Database.h"
 #include "gateway/EntradaCGI.h"
 
@@ -40,6 +41,7 @@ struct Solicitud {
   db::Opener& bases;
   EntradaCGI cgi;
   config::Configuracion cfg;
+  config::Instalacion instalacion;  // the settings of the bibliographic database
 
   std::string VersionPrograma;
   std::string TextoLIB;
