@@ -1,0 +1,100 @@
+#include "search/Estadisticas.h"
+
+#include <algorithm>
+#include <memory>
+#include <vector>
+
+#include "base/CodePage.h"
+#include "base/Platform.h"
+#include "base/Runtime.h"
+#include "base/RuntimeError.h"
+#include "config/Plantillas.h"
+#include "db/Database.h"
+#include "gateway/Bitacora.h"
+#include "gateway/EntradaCGI.h"
+#include "search/Normalizacion.h"
+
+namespace orvex::search {
+namespace {
+
+constexpr std::size_t kLargoBuscado = 40;  // the width of the Buscado column
+
+// Many requests write the statistics at once: the writers wait their turn.
+constexpr int kEsperaBloqueoMs = 3000;
+
+bool ContieneIgnorandoCaso(const std::vector<std::string>& nombres, std::string_view nombre) {
+  return std::any_of(nombres.begin(), nombres.end(),
+                     [&](const std::string& n) { return EqualsIgnoringCase(n, nombre); });
+}
+
+// Brings an old "Consultas" (no IP_Address) up to the current layout. Each
+// ALTER may fail on its own (the column may already be there) without
+// stopping the other or the insert.
+void ActualizaConsultas(gateway::Solicitud& s, db::Database& bd) {
+  std::vector<std::string> columnas;
+  for (const std::string& tabla : bd.TableNames()) {
+    if (EqualsIgnoringCase(tabla, "consultas")) columnas = bd.ColumnNames(tabla);
+  }
+  if (ContieneIgnorandoCaso(columnas, "IP_Address")) return;
+  for (const char* sql : {"ALTER TABLE consultas ADD COLUMN IP_Address TEXT(100)",
+                          "ALTER TABLE consultas ADD COLUMN AdvSearch TEXT(1)"}) {
+    try {
+      bd.Execute(sql);
+    } catch (const RuntimeError&) {
+      // Ignored: the insert reports whatever is still wrong.
+    }
+    gateway::Cede(s);
+  }
+}
+
+}  // namespace
+
+bool RegistraConsulta(gateway::Solicitud& s, std::string_view base, std::int32_t encontrados,
+                      const std::array<std::string, 4>& cajas) {
+  const std::string fecha = FormatUsDateTime(s.sys.reloj.Now());
+  std::string buscado;
+  std::string adv_search;
+  if (s.cfg.BUSQ_AVANZADA != 1) {
+    buscado = TrimBlanks(cajas[0] + " " + cajas[1] + " " + cajas[2] + " " + cajas[3]);
+    adv_search = "2";
+  } else {
+    buscado = s.Expresion;
+    adv_search = "3";
+  }
+  // Kept as designed: the client variables' values are looked up as request
+  // field names, so the text is usually just "-".
+  const std::string cliente = gateway::ValorCGI(s.cgi, s.cgi.Variable("REMOTE_ADDR")) + "-" +
+                              gateway::ValorCGI(s.cgi, s.cgi.Variable("REMOTE_HOST"));
+
+  config::ReemplazaTexto(buscado, "  ", " ");
+  buscado = NormalizaVocales(buscado.substr(0, kLargoBuscado));
+  config::ReemplazaTexto(buscado, "'", "''");
+
+  // AdvSearch goes unquoted and the client text is not quote-doubled.
+  const std::string valores = "#" + fecha + "#,'" + buscado + "'," + std::to_string(encontrados) +
+                              "," + adv_search + ",'" + cliente + "'";
+  return AgregaRegistro(s, base, kCamposConsultas, kTablaConsultas, valores) > 0;
+}
+
+std::int32_t AgregaRegistro(gateway::Solicitud& s, std::string_view base, std::string_view campos,
+                            std::string_view tabla, std::string_view valores) {
+  const std::string ruta = JoinPath(base, "estadisticas.mdb");
+  try {
+    // A file that is not there reaches the opener, whose error is the message.
+    std::unique_ptr<db::Database> bd = s.bases.Open(
+        FindFile(s.sys.archivos, ruta).value_or(ruta), {.busy_timeout_ms = kEsperaBloqueoMs});
+    if (UpperLatin1(tabla) == "CONSULTAS") ActualizaConsultas(s, *bd);
+    const std::string sql = "INSERT INTO " + std::string(tabla) + " (" + std::string(campos) +
+                            ") " + " VALUES (" + std::string(valores) + ")";
+    const auto escritas = static_cast<std::int32_t>(bd->Execute(sql));
+    gateway::Cede(s);
+    bd->Close();
+    return escritas;
+  } catch (const RuntimeError& e) {
+    config::MensajeH4(s.sys.salida, "Error: '" + e.description() + "'<br/>" +
+                                        Latin1("--Agregar registro estadístico--"));
+    return 0;
+  }
+}
+
+}  // namespace orvex::search
