@@ -1,0 +1,24 @@
+// Opens the two book databases of a catalogue directory and loads one record
+// with its copies, as a book request does; without arguments it only starts
+// and ends, which is the baseline that bench/ficha subtracts.
+//
+//   abre_ficha [directory record-number]
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "db/Database.h"
+#include "records/CargaFicha.h"
+
+int main(int argc, char** argv) {
+  if (argc < 3) return 0;
+  const orvex::CodePage& page = orvex::CodePage::Windows1252();
+  const std::string dir = argv[1];
+  auto indice = orvex::db::OpenDatabase(dir + "/INDIZADO.MDB", page, {.read_only = true});
+  auto biblio = orvex::db::OpenDatabase(dir + "/KORVEL8.MDB", page, {.read_only = true});
+  orvex::records::RegFicha ficha;
+  orvex::records::CargaFicha(*biblio, std::atoi(argv[2]), ficha);
+  std::printf("%d %zu %zu\n", ficha.Ficha_no, ficha.EtiquetasMARC.size(), ficha.Ejemplares.size());
+  return ficha.Ficha_no == 0;
+}

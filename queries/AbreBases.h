@@ -1,0 +1,42 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "gateway/Solicitud.h"
+
+namespace orvex::queries {
+
+// The catalogue's file names, spelled as the system spells them (found on
+// disk regardless of letter case).
+inline constexpr std::string_view kBiblio = "KORVEL8.MDB";
+inline constexpr std::string_view kIndiceLibros = "INDIZADO.MDB";
+inline constexpr std::string_view kIndiceRevistas = "indizaPP.MDB";
+
+// `ruta_base`, a separator only when it does not already end in one, and
+// the file name.
+std::string RutaArchivo(std::string_view ruta_base, std::string_view archivo);
+
+// Opens INDIZADO.MDB into BDIndice and KORVEL8.MDB into BDBiblio in
+// RutaBase and writes "<!-- [LOAD form] Ruta abierta: " with the directory.
+// When either cannot be opened it writes the "Abrir BD: Ocurrio el error: "
+// message and ends the process (ProcessEnd): no later section is written.
+void AbreBasesLibros(gateway::Solicitud& s);
+
+// Open KORVEL8.MDB into BDBiblio, then indizaPP.MDB into BDIndice, without
+// a comment; a failure raises.
+void AbreBasesRevistas(gateway::Solicitud& s);
+void AbreBasesArticulos(gateway::Solicitud& s);
+
+// The check before a book search: notes "Ruta1:" and "Ruta2:" in the trace
+// and returns the paths of KORVEL8.MDB and INDIZADO.MDB in `directorio`
+// that do not exist.
+std::vector<std::string> ArchivosFaltantes(gateway::Solicitud& s, std::string_view directorio);
+
+// Reports missing files: one "<p>No se encontró: " line per path, then the
+// message that the files are incomplete, naming `directorio`.
+void ReportaArchivosFaltantes(gateway::Solicitud& s, std::string_view directorio,
+                              const std::vector<std::string>& faltantes);
+
+}  // namespace orvex::queries
