@@ -1,6 +1,7 @@
 // Opens the two book databases of a catalogue directory and loads one record
-// with its copies, as a book request does; without arguments it only starts
-// and ends, which is the baseline that bench/ficha subtracts.
+// with its copies, as a book request does. Without arguments it only does
+// what every orvex request does at start (the database engine check), which
+// is the baseline that bench/ficha subtracts.
 //
 //   abre_ficha [directory record-number]
 
@@ -9,9 +10,11 @@
 #include <string>
 
 #include "db/Database.h"
+#include "db/SqliteEngine.h"
 #include "records/CargaFicha.h"
 
 int main(int argc, char** argv) {
+  if (!orvex::db::SqliteEngineWorks()) return 2;
   if (argc < 3) return 0;
   const orvex::CodePage& page = orvex::CodePage::Windows1252();
   const std::string dir = argv[1];

@@ -2,7 +2,8 @@
 
 #include <cstdio>
 #include <cstring>
-#include <fstream>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include "base/RuntimeError.h"
 #include "db/SqliteDatabase.h"
@@ -58,12 +59,14 @@ std::unique_ptr<Database> OpenDatabase(const std::string& path, const CodePage& 
                                        const OpenOptions& options) {
   char head[20] = {};
   {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
+    const int fd = path.find('\0') == std::string::npos ? ::open(path.c_str(), O_RDONLY | O_CLOEXEC) : -1;
+    if (fd < 0) {
       throw RuntimeError(kErrArchivoBaseNoEncontrado,
                          Latin1("No se pudo encontrar el archivo '") + path + "'.");
     }
-    file.read(head, sizeof head);
+    const ssize_t n = ::read(fd, head, sizeof head);
+    ::close(fd);
+    (void)n;
   }
   if (std::memcmp(head, "SQLite format 3", 16) == 0) {
     return OpenSqliteDatabase(path, page, options);

@@ -7,6 +7,7 @@
 
 #include "base/RuntimeError.h"
 #include "db/JetSql.h"
+#include "db/SqliteEngine.h"
 
 namespace orvex::db {
 namespace {
@@ -467,6 +468,7 @@ class SqliteDatabase : public Database {
 
 std::unique_ptr<Database> OpenSqliteDatabase(const std::string& path, const CodePage& page,
                                              const OpenOptions& options) {
+  ConfigureSqliteEngine();
   sqlite3* db = nullptr;
   const int flags = (options.read_only ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE) |
                     SQLITE_OPEN_NOMUTEX;
