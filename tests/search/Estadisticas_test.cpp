@@ -194,6 +194,18 @@ TEST_F(Estadisticas, ReportsFailuresInThePageAndGoesOn) {
   }
 }
 
+TEST_F(Estadisticas, AFileLockedTooLongIsReportedAndTheRowIsNotForced) {
+  const fs::path archivo = Copia(kActual);
+  auto otro = db::OpenDatabase(archivo.string(), CodePage::Windows1252(), {.busy_timeout_ms = 100});
+  otro->Execute("BEGIN EXCLUSIVE");  // another writer holds the file past the wait
+  testing::FakePlatform p;
+  gateway::Solicitud s(p.sys, p.bases);
+  EXPECT_FALSE(RegistraConsulta(s, dir_.string(), 1, {"gato"}));
+  EXPECT_NE(p.salida.contents.find(Latin1("bloqueada")), std::string::npos) << p.salida.contents;
+  otro->Execute("ROLLBACK");
+  EXPECT_EQ(Filas(archivo).size(), 3u);
+}
+
 TEST_F(Estadisticas, LetsTheWatchdogEndTheProcess) {
   const fs::path archivo = Copia(kActual);
   testing::FakePlatform p;
