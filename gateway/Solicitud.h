@@ -9,6 +9,7 @@
 #include "config/Instalacion.h"
 #include "db/Database.h"
 #include "gateway/EntradaCGI.h"
+#include "search/Busqueda.h"
 
 namespace orvex::gateway {
 
@@ -42,6 +43,7 @@ struct Solicitud {
   EntradaCGI cgi;
   config::Configuracion cfg;
   config::Instalacion instalacion;  // the settings of the bibliographic database
+  search::Estado busqueda;          // terms, advanced form and result bitmaps
 
   std::string VersionPrograma;
   std::string TextoLIB;

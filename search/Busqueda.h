@@ -1,0 +1,37 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+#include "search/MapaFichas.h"
+
+namespace orvex::search {
+
+// One parsed search term.
+struct TerminoBusqueda {
+  // A word (it may end in "$"), or a phrase with its surrounding double quotes.
+  std::string palabra;
+  // Exactly "+" is OR, exactly "-" is AND NOT; anything else is AND.
+  std::string operador;
+  // The field to search in; 0 is any field.
+  std::int16_t campo = 0;
+};
+
+inline constexpr int kMaximoTerminos = 31;
+
+// The search state of one request.
+struct Estado {
+  std::array<TerminoBusqueda, kMaximoTerminos> Terminos;
+  bool FinExpresion = false;
+
+  // The advanced-search form.
+  std::string txtEXPR1, txtEXPR2, txtEXPR3;
+  std::int16_t opCAMPO1 = 0, opCAMPO2 = 0, opCAMPO3 = 0;
+  std::uint8_t opBOOLEAN1 = 0, opBOOLEAN2 = 0;
+
+  MapaFichas MapaResultado;  // the answer
+  MapaFichas MapaTermino;    // the hits of the term being looked up
+};
+
+}  // namespace orvex::search

@@ -1,0 +1,98 @@
+#include "search/MapaFichas.h"
+
+#include <algorithm>
+#include <bit>
+
+#include "base/RuntimeError.h"
+
+namespace orvex::search {
+
+MapaFichas::MapaFichas(const MapaFichas& otro) { *this = otro; }
+
+MapaFichas& MapaFichas::operator=(const MapaFichas& otro) {
+  if (this == &otro) return *this;
+  if (!otro.palabras_) {
+    palabras_.reset();
+    return *this;
+  }
+  Bytes();
+  std::copy_n(otro.palabras_.get(), kPalabras, palabras_.get());
+  return *this;
+}
+
+void MapaFichas::Limpia() {
+  if (palabras_) std::fill_n(palabras_.get(), kPalabras, 0);
+}
+
+std::uint8_t* MapaFichas::Bytes() {
+  if (!palabras_) palabras_.reset(new std::uint64_t[kPalabras]());
+  return reinterpret_cast<std::uint8_t*>(palabras_.get());
+}
+
+void MapaFichas::Pon(std::int32_t f) {
+  // A record below 1 has no mask (its remainder is negative) and one above
+  // 800008 no byte: both are outside the bitmap.
+  if (f < 1 || f > kMaximaFicha) Raise(kErrSubindice);
+  Bytes()[(f - 1) / 8] |= static_cast<std::uint8_t>(0x80u >> ((f - 1) % 8));
+}
+
+bool MapaFichas::Tiene(std::int32_t f) const {
+  if (f < 1 || f > kMaximaFicha || !palabras_) return false;
+  return (Bytes()[(f - 1) / 8] & (0x80u >> ((f - 1) % 8))) != 0;
+}
+
+void MapaFichas::Interseca(const MapaFichas& otro) {
+  if (!palabras_) return;
+  if (!otro.palabras_) {
+    Limpia();
+    return;
+  }
+  for (std::size_t i = 0; i < kPalabras; ++i) palabras_[i] &= otro.palabras_[i];
+}
+
+void MapaFichas::Une(const MapaFichas& otro) {
+  if (!otro.palabras_) return;
+  Bytes();
+  for (std::size_t i = 0; i < kPalabras; ++i) palabras_[i] |= otro.palabras_[i];
+}
+
+void MapaFichas::Excluye(const MapaFichas& otro) {
+  if (!palabras_ || !otro.palabras_) return;
+  for (std::size_t i = 0; i < kPalabras; ++i) palabras_[i] &= ~otro.palabras_[i];
+}
+
+std::int32_t MapaFichas::Cuenta() const {
+  std::int32_t n = 0;
+  if (!palabras_) return 0;
+  for (std::size_t i = 0; i < kPalabras; ++i) n += std::popcount(palabras_[i]);
+  return n;
+}
+
+std::int32_t MapaFichas::Siguiente(std::int32_t actual) const {
+  const std::int32_t inicio = actual / 8;
+  if (inicio > kBytes - 1 || inicio < 0 || !palabras_) return 0;
+  const std::uint8_t* bytes = Bytes();
+  // The starting byte, bit by bit: its bits may lie on either side of actual.
+  std::int32_t ultima = 0;
+  for (int k = 0; k < 8; ++k) {
+    if ((bytes[inicio] & (0x80u >> k)) == 0) continue;
+    const std::int32_t f = inicio * 8 + k + 1;
+    if (f > actual) return f;
+    ultima = f;
+  }
+  // Then the rest, skipping empty bytes up to a word boundary and empty
+  // words after it; every record there lies above actual.
+  std::int32_t b = inicio + 1;
+  for (; b < kBytes && b % 8 != 0; ++b) {
+    if (bytes[b] != 0) return b * 8 + std::countl_zero(bytes[b]) + 1;
+  }
+  for (std::size_t w = static_cast<std::size_t>(b) / 8; w < kPalabras; ++w) {
+    if (palabras_[w] == 0) continue;
+    for (std::int32_t c = static_cast<std::int32_t>(w) * 8; c < kBytes; ++c) {
+      if (bytes[c] != 0) return c * 8 + std::countl_zero(bytes[c]) + 1;
+    }
+  }
+  return ultima;
+}
+
+}  // namespace orvex::search
