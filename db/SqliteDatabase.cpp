@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <map>
 #include <utility>
 
 #include "base/RuntimeError.h"
@@ -276,7 +277,7 @@ class SqliteRecordset : public Recordset {
     }
     Open(from + " WHERE (" + Join(key_columns) + ") " + start_op + " (" +
              Placeholders(start.size()) + ")" + order,
-         start);
+         start, true);
     no_match_ = !on_row_;
     if (on_row_ && op == "=") {
       for (size_t i = 0; i < keys.size() && !no_match_; ++i) {
@@ -289,13 +290,28 @@ class SqliteRecordset : public Recordset {
   bool NoMatch() override { return no_match_; }
 
   void Close() override {
-    stmt_.reset();
+    stmt_ = nullptr;
+    owned_.reset();
+    seeks_.clear();
     closed_ = true;
   }
 
  private:
-  void Open(std::string utf8_sql, const std::vector<Value>& params) {
-    stmt_ = std::make_unique<Statement>(db_, utf8_sql);
+  // Makes `utf8_sql` the statement walked, bound to `params`; a seek's
+  // statement is kept for the next seek of the same shape.
+  void Open(std::string utf8_sql, const std::vector<Value>& params, bool reutilizable = false) {
+    if (reutilizable) {
+      std::unique_ptr<Statement>& cached = seeks_[utf8_sql];
+      if (!cached) cached = std::make_unique<Statement>(db_, utf8_sql);
+      cached->Reset();
+      sqlite3_clear_bindings(cached->get());
+      if (stmt_ != cached.get()) columnas_.clear();
+      stmt_ = cached.get();
+    } else {
+      owned_ = std::make_unique<Statement>(db_, utf8_sql);
+      stmt_ = owned_.get();
+      columnas_.clear();
+    }
     for (size_t i = 0; i < params.size(); ++i) Bind(db_, stmt_->get(), static_cast<int>(i + 1), params[i], page_);
     cached_ = false;
     closed_ = false;
@@ -330,11 +346,15 @@ class SqliteRecordset : public Recordset {
 
   int ColumnIndex(std::string_view name) {
     RequireOpen();
+    for (const auto& [conocido, indice] : columnas_) {
+      if (conocido == name) return indice;
+    }
     const int i = ColumnIndexIn(stmt_->get(), name);
     if (i < 0) {
       throw RuntimeError(kErrElementoNoEncontrado,
                          Latin1("Elemento no encontrado en esta colección: ") + std::string(name));
     }
+    columnas_.emplace_back(std::string(name), i);
     return i;
   }
 
@@ -387,7 +407,13 @@ class SqliteRecordset : public Recordset {
   const CodePage& page_;
   std::string table_;  // the table of a table-type recordset; empty for SQL
   std::vector<std::string> index_columns_;  // UTF-8
-  std::unique_ptr<Statement> stmt_;
+  Statement* stmt_ = nullptr;          // the statement being walked
+  std::unique_ptr<Statement> owned_;   // a statement used once
+  // Seeks prepared once per text and rebound at every call: a phrase makes
+  // one seek per posting.
+  std::map<std::string, std::unique_ptr<Statement>> seeks_;
+  // Field names already looked up in the current statement.
+  std::vector<std::pair<std::string, int>> columnas_;
   bool on_row_ = false;
   bool closed_ = false;
   bool cached_ = false;  // positioned by MoveLast on the copy in row_

@@ -1,0 +1,332 @@
+#include "search/Indice.h"
+
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "base/CodePage.h"
+#include "base/Runtime.h"
+#include "base/RuntimeError.h"
+#include "db/JetSql.h"
+#include "gateway/Solicitud.h"
+#include "search/Expresion.h"
+#include "search/Normalizacion.h"
+
+namespace orvex::search {
+namespace {
+
+// Hits one exact-word or query lookup may contribute; the rest are dropped.
+constexpr std::int32_t kLimiteAciertos = 30001;
+
+// A phrase holds at most this many words.
+constexpr int kMaximoPalabrasFrase = 31;
+
+// The words that never serve as a phrase's pivot when another word can:
+// each is frequent enough that reading its postings costs more than
+// verifying it by seeks.
+constexpr std::string_view kPalabrasComunes = "-MEXICO-MEDICINA-";
+
+std::string_view SinBlancos(std::string_view texto) {
+  const std::size_t inicio = texto.find_first_not_of(' ');
+  if (inicio == std::string_view::npos) return {};
+  return texto.substr(inicio, texto.find_last_not_of(' ') - inicio + 1);
+}
+
+void QuitaBlancos(std::string& texto) {
+  texto.erase(texto.find_last_not_of(' ') + 1);
+  texto.erase(0, texto.find_first_not_of(' '));
+}
+
+// A numeric column as the record loop reads it: a whole number, or the
+// number at the start of its text. A null value cannot be read as a number.
+std::int64_t Numero(const db::Value& v) {
+  if (v.type == db::Value::Type::Integer) return v.integer;
+  if (v.IsNull()) Raise(94);
+  return ToInt32(LeadingNumber(v.AsText()));
+}
+
+// Sets record f's bit; a record outside the bitmap raises 9.
+void PonFicha(MapaFichas& mapa, std::int64_t f) {
+  if (f < 1 || f > MapaFichas::kMaximaFicha) Raise(kErrSubindice);
+  mapa.Pon(static_cast<std::int32_t>(f));
+}
+
+// True when the row's word, trimmed, is `palabra`.
+bool EsPalabra(const db::Value& v, std::string_view palabra) {
+  if (v.type == db::Value::Type::Text) return SinBlancos(v.text) == palabra;
+  return SinBlancos(v.AsText()) == palabra;
+}
+
+// Sets the bit of the "ficha" of each row of `sql`, at most 30001 rows.
+void LeeFichas(MapaFichas& mapa, db::Database& indice, const std::string& sql) {
+  const std::unique_ptr<db::Recordset> rs = indice.OpenRecordset(sql, db::RecordsetType::Snapshot);
+  for (std::int32_t filas = 0; filas < kLimiteAciertos && !rs->Eof(); ++filas) {
+    PonFicha(mapa, Numero(rs->Field("ficha")));
+    rs->MoveNext();
+  }
+}
+
+// Walks the word table in the order of its index FRASE, from the first
+// word not below `prefijo` while the words begin with it, and sets the bit of
+// each row whose word `acepta` takes and whose field is `campo` (any field
+// when 0), at most 30001 rows. This is what the lookup's query selects,
+// read through the index instead of a scan of the table.
+template <typename Acepta>
+void LeePorIndice(MapaFichas& mapa, db::Database& indice, const std::string& tabla,
+                  const std::string& prefijo, std::int16_t campo, Acepta acepta) {
+  const std::unique_ptr<db::Recordset> rs = indice.OpenRecordset(tabla, db::RecordsetType::Table);
+  rs->SetIndex("FRASE");
+  rs->Seek(">=", {db::Value::Of(prefijo)});
+  std::int32_t filas = 0;
+  for (; !rs->Eof() && filas < kLimiteAciertos; rs->MoveNext()) {
+    const db::Value palabra = rs->Field("palabra");
+    const std::string_view w = palabra.type == db::Value::Type::Text ? std::string_view(palabra.text)
+                                                                    : std::string_view();
+    if (w.substr(0, prefijo.size()) != prefijo) break;
+    if (!acepta(w)) continue;
+    if (campo != 0) {
+      const db::Value campo_fila = rs->Field("campo");
+      if (campo_fila.IsNull() || Numero(campo_fila) != campo) continue;
+    }
+    PonFicha(mapa, Numero(rs->Field("ficha")));
+    ++filas;
+  }
+}
+
+db::Database& IndiceDe(gateway::Solicitud& s) {
+  if (!s.BDIndice) {
+    throw RuntimeError(91, Latin1("Variable de objeto o bloque With no establecida"));
+  }
+  return *s.BDIndice;
+}
+
+// Looks up terms 0 to n - 1 in order and merges each one into the result.
+// Books skip an AND term against an empty result; articles look every term
+// up, exact words by a query on TABLAANA.
+void EvaluaTerminos(gateway::Solicitud& s, std::int16_t n, bool enArticulos) {
+  Estado& e = s.busqueda;
+  for (std::int16_t i = 0; i < n; ++i) {
+    const TerminoBusqueda& termino = e.Terminos[static_cast<std::size_t>(i)];
+    const bool es_o = termino.operador == "+";
+    const bool es_no = termino.operador == "-";
+    std::string w = TrimBlanks(termino.palabra);
+    // An empty word merges the term bitmap as the previous term left it.
+    if (!w.empty()) {
+      if (!enArticulos && !es_o && !es_no && e.MapaResultado.Cuenta() == 0) continue;
+      db::Database& indice = IndiceDe(s);
+      std::string tabla = enArticulos ? "TABLAANA" : "TABLA";
+      if (w.size() >= 2 && w.front() == '"' && w.back() == '"') {
+        BuscaFrase(e, indice, w.substr(1, w.size() - 2), termino.campo, enArticulos);
+      } else if (w.back() == '$') {
+        BuscaTruncada(e, indice, w, termino.campo, tabla);
+      } else if (enArticulos) {
+        BuscaPalabraSQL(e, indice, w, termino.campo, tabla);
+      } else {
+        BuscaPalabra(e, indice, w, termino.campo, tabla);
+      }
+    }
+    if (es_o) {
+      e.MapaResultado.Une(e.MapaTermino);
+    } else if (es_no) {
+      e.MapaResultado.Excluye(e.MapaTermino);
+    } else {
+      e.MapaResultado.Interseca(e.MapaTermino);
+    }
+  }
+}
+
+}  // namespace
+
+void IniciaBusqueda(Estado& e) {
+  e.MapaResultado.Limpia();
+  for (int i = 0; i < kMaximoTerminos - 1; ++i) {
+    TerminoBusqueda& t = e.Terminos[static_cast<std::size_t>(i)];
+    t.palabra.clear();
+    t.operador.clear();
+    t.campo = 0;
+  }
+}
+
+void BuscaPalabras(gateway::Solicitud& s, const std::array<std::string, 4>& expr,
+                   const std::array<std::int16_t, 3>& campos, bool conCampos) {
+  Estado& e = s.busqueda;
+  IniciaBusqueda(e);
+  std::int16_t n = 0;
+  if (conCampos) {
+    for (std::size_t i = 0; i < 3; ++i) n = AnalizaExpresion(e, s.sys.salida, expr[i], campos[i], n);
+  } else {
+    for (std::size_t i = 0; i < 4; ++i) {
+      n = AnalizaExpresion(e, s.sys.salida, expr[i], static_cast<std::int16_t>(i), n);
+    }
+  }
+  if (n < 1) return;  // no terms, or a syntax error
+  EvaluaTerminos(s, n, false);
+}
+
+void BuscaPalabrasAna(gateway::Solicitud& s, const std::array<std::string, 4>& expr) {
+  Estado& e = s.busqueda;
+  IniciaBusqueda(e);
+  std::int16_t n = 0;
+  for (std::size_t i = 0; i < 4; ++i) {
+    n = AnalizaExpresion(e, s.sys.salida, expr[i], static_cast<std::int16_t>(i), n);
+  }
+  if (n < 1) return;
+  EvaluaTerminos(s, n, true);
+}
+
+void BuscaPalabra(Estado& e, db::Database& indice, std::string& palabra, std::int16_t campo,
+                  std::string& tabla) {
+  e.MapaTermino.Limpia();
+  if (SinBlancos(palabra).empty()) return;
+  palabra = NormalizaVocales(palabra);
+  if (tabla.empty()) tabla = "TABLA";
+  const std::unique_ptr<db::Recordset> rs = indice.OpenRecordset(tabla, db::RecordsetType::Table);
+  rs->SetIndex("FRASE");
+  rs->Seek("=", {db::Value::Of(palabra)});
+  if (rs->NoMatch()) return;
+  // The index keeps the word's postings together, by record and position.
+  std::int32_t aciertos = 0;
+  while (!rs->Eof()) {
+    if (!EsPalabra(rs->Field("palabra"), palabra)) break;
+    bool cuenta = true;
+    if (campo != 0) {
+      const db::Value campo_fila = rs->Field("campo");
+      // A null field code compares as unknown and does not exclude the row.
+      cuenta = campo_fila.IsNull() || Numero(campo_fila) == campo;
+    }
+    if (cuenta) {
+      PonFicha(e.MapaTermino, Numero(rs->Field("ficha")));
+      ++aciertos;
+    }
+    rs->MoveNext();
+    if (aciertos >= kLimiteAciertos) break;
+  }
+  // The lookup has always timed itself and thrown the time away; it is not
+  // measured here.
+}
+
+void BuscaPalabraSQL(Estado& e, db::Database& indice, std::string& palabra, std::int16_t campo,
+                     std::string& tabla) {
+  e.MapaTermino.Limpia();
+  if (SinBlancos(palabra).empty()) return;
+  palabra = NormalizaVocales(palabra);
+  if (tabla.empty()) tabla = "TABLA";
+  // The rows of "SELECT * FROM <tabla> WHERE palabra='<palabra>' [and
+  // campo= <campo>]", read through the index.
+  LeePorIndice(e.MapaTermino, indice, tabla, palabra, campo,
+               [&palabra](std::string_view w) { return w == palabra; });
+}
+
+void BuscaTruncada(Estado& e, db::Database& indice, std::string& palabra, std::int16_t campo,
+                   std::string& tabla) {
+  e.MapaTermino.Limpia();
+  // Every "$" becomes the LIKE wildcard, one in the middle of the word too.
+  for (char& c : palabra) {
+    if (c == '$') c = '*';
+  }
+  if (SinBlancos(palabra).empty()) return;
+  palabra = NormalizaVocales(palabra);
+  if (tabla.empty()) tabla = "TABLA";
+  // With a fixed start ("COMPUT*") the words lie together in the index and
+  // are read through it; a pattern that starts with a wildcard needs the
+  // query, which reads the whole table.
+  const std::size_t comodin = palabra.find_first_of("*?#[");
+  if (comodin != 0 && comodin != std::string::npos) {
+    LeePorIndice(e.MapaTermino, indice, tabla, palabra.substr(0, comodin), campo,
+                 [&palabra](std::string_view w) { return db::JetLike(palabra, w); });
+    return;
+  }
+  // No quoting: the parser keeps apostrophes out of words.
+  std::string sql = "SELECT ficha FROM " + tabla + " WHERE palabra like '" + palabra + "'";
+  if (campo != 0) sql += " and campo= " + std::to_string(campo);
+  LeeFichas(e.MapaTermino, indice, sql);
+}
+
+// The field code is not applied: a phrase is found in any field. A "$" in a
+// word other than the pivot is sought literally as "*", and a "$" in the
+// pivot as "$"; both match only where the index holds that character.
+void BuscaFrase(Estado& e, db::Database& indice, std::string frase, std::int16_t /*campo*/,
+                bool enArticulos) {
+  std::string resto(SinBlancos(NormalizaVocales(frase)));
+
+  // The words, in order. A character that cannot start a word yields an
+  // empty word without advancing, so such a phrase runs into the 32nd word
+  // and fails like an over-long one.
+  std::array<std::string, kMaximoPalabrasFrase> palabras;
+  int k = 0;
+  while (!resto.empty()) {
+    if (k >= kMaximoPalabrasFrase) Raise(kErrSubindice);
+    palabras[static_cast<std::size_t>(k)] = SiguienteToken(e, resto, CaracteresPalabra);
+    QuitaBlancos(resto);
+    ++k;
+  }
+
+  // The pivot: the first word at least as long as the first one that is not
+  // one of the common words (the words are upper case already).
+  int pivote = 0;
+  for (int i = 0; i < k; ++i) {
+    const std::string& p = palabras[static_cast<std::size_t>(i)];
+    if (p.size() < palabras[0].size()) continue;
+    if (kPalabrasComunes.find("-" + p + "-") == std::string_view::npos) {
+      pivote = i;
+      break;
+    }
+  }
+
+  e.MapaTermino.Limpia();
+  const std::string tabla = enArticulos ? "TABLAANA" : "TABLA";
+  // The pivot's postings (the rows of "SELECT * FROM <tabla> WHERE
+  // palabra='<pivot>'"), read through the index before the seeks begin.
+  std::vector<std::pair<std::int64_t, std::int64_t>> postings;
+  {
+    const std::string& pivot = palabras[static_cast<std::size_t>(pivote)];
+    const std::unique_ptr<db::Recordset> rs = indice.OpenRecordset(tabla, db::RecordsetType::Table);
+    rs->SetIndex("FRASE");
+    rs->Seek("=", {db::Value::Of(pivot)});
+    for (; !rs->NoMatch() && !rs->Eof() && EsPalabra(rs->Field("palabra"), pivot); rs->MoveNext()) {
+      postings.emplace_back(Numero(rs->Field("Ficha")), Numero(rs->Field("posicion")));
+    }
+  }
+  if (postings.empty()) return;
+
+  const std::unique_ptr<db::Recordset> frases = indice.OpenRecordset(tabla, db::RecordsetType::Table);
+  frases->SetIndex("Frase");
+
+  // One full key per other word, (word, record, position); only the numbers
+  // change from one posting to the next.
+  std::vector<int> otras;
+  std::vector<std::vector<db::Value>> claves(static_cast<std::size_t>(k));
+  for (int j = 0; j < k; ++j) {
+    if (j == pivote) continue;
+    std::string& p = palabras[static_cast<std::size_t>(j)];
+    for (char& c : p) {
+      if (c == '$') c = '*';
+    }
+    otras.push_back(j);
+    claves[static_cast<std::size_t>(j)] = {db::Value::Of(p), db::Value::Of(std::int64_t{0}),
+                                           db::Value::Of(std::int64_t{0})};
+  }
+
+  for (const auto& [f, p] : postings) {
+    bool coincide = true;
+    for (int j : otras) {
+      std::vector<db::Value>& clave = claves[static_cast<std::size_t>(j)];
+      clave[1].integer = f;
+      clave[2].integer = p - (pivote - j);
+      frases->Seek("=", clave);
+      if (frases->NoMatch()) {
+        coincide = false;
+        break;
+      }
+    }
+    if (coincide) PonFicha(e.MapaTermino, f);
+  }
+}
+
+std::int32_t CuentaFichas(const MapaFichas& mapa) { return mapa.Cuenta(); }
+
+std::int32_t SiguienteFicha(const MapaFichas& mapa, std::int32_t actual) {
+  return mapa.Siguiente(actual);
+}
+
+}  // namespace orvex::search
