@@ -63,6 +63,10 @@ class Recordset {
   // columns. The walk goes on in index order from there; NoMatch tells that
   // no entry qualified (for "=", that the entry found is not equal).
   virtual void SetIndex(std::string_view index) = 0;
+  // Table-type recordsets: the walks after the next SetIndex or Seek read
+  // only these fields (empty: all). A hint for engines that would otherwise
+  // read whole rows; the word index reads its keys this way.
+  virtual void SetFields(std::vector<std::string> names) = 0;
   virtual void Seek(std::string_view op, const std::vector<Value>& keys) = 0;
   virtual bool NoMatch() = 0;
 

@@ -236,7 +236,15 @@ class SqliteRecordset : public Recordset {
   void SetIndex(std::string_view index) override {
     RequireTable();
     index_columns_ = IndexColumns(index);
-    Open("SELECT * FROM " + Quoted(page_.ToUtf8(table_)) + " ORDER BY " + ColumnList(""), {});
+    Open("SELECT " + (select_.empty() ? std::string("*") : select_) + " FROM " +
+             Quoted(page_.ToUtf8(table_)) + " ORDER BY " + ColumnList(""),
+         {});
+  }
+
+  void SetFields(std::vector<std::string> names) override {
+    RequireTable();
+    select_.clear();
+    for (const std::string& name : names) select_ += (select_.empty() ? "" : ",") + Quoted(page_.ToUtf8(name));
   }
 
   void Seek(std::string_view op, const std::vector<Value>& keys) override {
@@ -251,7 +259,8 @@ class SqliteRecordset : public Recordset {
                                          index_columns_.begin() + static_cast<long>(keys.size()));
     const std::string lhs = "(" + Join(key_columns) + ")";
     const std::string rhs = "(" + Placeholders(keys.size()) + ")";
-    const std::string from = "SELECT * FROM " + Quoted(page_.ToUtf8(table_));
+    const std::string from =
+        "SELECT " + (select_.empty() ? std::string("*") : select_) + " FROM " + Quoted(page_.ToUtf8(table_));
     const std::string order = " ORDER BY " + ColumnList("");
     std::vector<Value> start = keys;
     std::string start_op = op == "=" ? ">=" : std::string(op);
@@ -407,6 +416,7 @@ class SqliteRecordset : public Recordset {
   const CodePage& page_;
   std::string table_;  // the table of a table-type recordset; empty for SQL
   std::vector<std::string> index_columns_;  // UTF-8
+  std::string select_;  // the fields walks read, quoted, UTF-8; empty for all
   Statement* stmt_ = nullptr;          // the statement being walked
   std::unique_ptr<Statement> owned_;   // a statement used once
   // Seeks prepared once per text and rebound at every call: a phrase makes

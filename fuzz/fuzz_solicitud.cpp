@@ -1,7 +1,8 @@
 // libFuzzer target for what a request and a configuration file can bring:
-// form data through SeparaPares, DecodificaURL and ValorCGI, and any text
-// through SeccionCFG and the database list of BuscaBase. Run-time errors
-// are the expected answer to bad input; anything else is a finding.
+// form data through SeparaPares, DecodificaURL and ValorCGI, any text
+// through SeccionCFG and the database list of BuscaBase, and search
+// expressions through the query language. Run-time errors are the expected
+// answer to bad input; anything else is a finding.
 
 #include <cstddef>
 #include <cstdint>
@@ -11,6 +12,7 @@
 #include "base/RuntimeError.h"
 #include "config/ArchivoCFG.h"
 #include "gateway/EntradaCGI.h"
+#include "search/Expresion.h"
 #include "tests/support/Fakes.h"
 
 namespace {
@@ -44,12 +46,26 @@ void Configuracion(std::uint8_t selector, std::string_view texto) {
   }
 }
 
+void Expresion(std::string_view texto) {
+  orvex::testing::MemoryOutput salida;
+  orvex::search::Estado estado;
+  const std::string expresion(texto);
+  try {
+    std::int16_t n = orvex::search::AnalizaExpresion(estado, salida, expresion, 0, 0);
+    if (n > 0) n = orvex::search::AnalizaExpresion(estado, salida, expresion, 1, n);
+    (void)orvex::search::LimpiaClave(texto);
+  } catch (const orvex::RuntimeError&) {
+  }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
   const std::string_view resto(reinterpret_cast<const char*>(data) + 1, size - 1);
-  if (data[0] & 1) {
+  if ((data[0] & 3) == 3) {
+    Expresion(resto);
+  } else if (data[0] & 1) {
     Solicitud(resto);
   } else {
     Configuracion(static_cast<std::uint8_t>(data[0] >> 1), resto);

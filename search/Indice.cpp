@@ -66,6 +66,14 @@ void LeeFichas(MapaFichas& mapa, db::Database& indice, const std::string& sql) {
   }
 }
 
+// The fields a walk over the word index reads: the keys it needs, and the
+// field code only when it filters by it (that one is not in the index).
+std::vector<std::string> CamposLeidos(std::int16_t campo) {
+  std::vector<std::string> campos = {"palabra", "ficha"};
+  if (campo != 0) campos.emplace_back("campo");
+  return campos;
+}
+
 // Walks the word table in the order of its index FRASE, from the first
 // word not below `prefijo` while the words begin with it, and sets the bit of
 // each row whose word `acepta` takes and whose field is `campo` (any field
@@ -75,6 +83,7 @@ template <typename Acepta>
 void LeePorIndice(MapaFichas& mapa, db::Database& indice, const std::string& tabla,
                   const std::string& prefijo, std::int16_t campo, Acepta acepta) {
   const std::unique_ptr<db::Recordset> rs = indice.OpenRecordset(tabla, db::RecordsetType::Table);
+  rs->SetFields(CamposLeidos(campo));
   rs->SetIndex("FRASE");
   rs->Seek(">=", {db::Value::Of(prefijo)});
   std::int32_t filas = 0;
@@ -181,6 +190,7 @@ void BuscaPalabra(Estado& e, db::Database& indice, std::string& palabra, std::in
   palabra = NormalizaVocales(palabra);
   if (tabla.empty()) tabla = "TABLA";
   const std::unique_ptr<db::Recordset> rs = indice.OpenRecordset(tabla, db::RecordsetType::Table);
+  rs->SetFields(CamposLeidos(campo));
   rs->SetIndex("FRASE");
   rs->Seek("=", {db::Value::Of(palabra)});
   if (rs->NoMatch()) return;
@@ -281,6 +291,7 @@ void BuscaFrase(Estado& e, db::Database& indice, std::string frase, std::int16_t
   {
     const std::string& pivot = palabras[static_cast<std::size_t>(pivote)];
     const std::unique_ptr<db::Recordset> rs = indice.OpenRecordset(tabla, db::RecordsetType::Table);
+    rs->SetFields({"palabra", "ficha", "posicion"});
     rs->SetIndex("FRASE");
     rs->Seek("=", {db::Value::Of(pivot)});
     for (; !rs->NoMatch() && !rs->Eof() && EsPalabra(rs->Field("palabra"), pivot); rs->MoveNext()) {
@@ -290,6 +301,7 @@ void BuscaFrase(Estado& e, db::Database& indice, std::string frase, std::int16_t
   if (postings.empty()) return;
 
   const std::unique_ptr<db::Recordset> frases = indice.OpenRecordset(tabla, db::RecordsetType::Table);
+  frases->SetFields({"palabra", "ficha", "posicion"});  // the keys only: no row is read
   frases->SetIndex("Frase");
 
   // One full key per other word, (word, record, position); only the numbers
