@@ -123,12 +123,8 @@ TEST_F(InstalacionTest, OtherCollectionsGetNoticesAndTheirOwnPersonalSheets) {
 }
 
 TEST(InstalacionTabla, ReadsKeysInAnyCaseAndRaisesOnBadValuesOrNoTable) {
-  char dir[] = "/tmp/orvex-instalacion-XXXXXX";
-  ASSERT_NE(mkdtemp(dir), nullptr);
-  const std::string path = std::string(dir) + "/KORVEL8.MDB";
-  fs::copy_file(kKorvel, path);
-  fs::permissions(path, fs::perms::owner_read | fs::perms::owner_write);
-  auto db = db::OpenDatabase(path, CodePage::Windows1252());
+  testing::DirectorioTemporal tmp;
+  auto db = db::OpenDatabase(tmp.Copia(kKorvel, "KORVEL8.MDB").string(), CodePage::Windows1252());
   db->Execute("INSERT INTO Configuracion VALUES ('xslfichalibros', 'mia')");
   db->Execute("INSERT INTO Configuracion VALUES ('INSTITUCION', 'Otra')");
   db->Execute("INSERT INTO Configuracion VALUES ('CatalogoLibrosDefault', '245')");
@@ -159,7 +155,6 @@ TEST(InstalacionTabla, ReadsKeysInAnyCaseAndRaisesOnBadValuesOrNoTable) {
   EXPECT_EQ(testing::ErrorNumberOf([&] { CargaConfiguracion(ins, *db, "", "", p.sys); }),
             db::kErrTablaNoEncontrada);
   db->Close();
-  fs::remove_all(dir);
 }
 
 }  // namespace

@@ -137,19 +137,12 @@ TEST(SqliteDatabase, RaisesTheEnginesErrors) {
 
 class CopiaEscribible : public ::testing::Test {
  protected:
-  void SetUp() override {
-    dir_ = fs::temp_directory_path() / ("orvex-db-" + std::to_string(::getpid()));
-    fs::create_directories(dir_);
-    fs::copy_file(kSqlite / "estadisticas.mdb", dir_ / "estadisticas.mdb",
-                  fs::copy_options::overwrite_existing);
-    fs::permissions(dir_ / "estadisticas.mdb", fs::perms::owner_read | fs::perms::owner_write);
-  }
-  void TearDown() override { fs::remove_all(dir_); }
-  fs::path dir_;
+  testing::DirectorioTemporal tmp_;
+  const std::string copia_ = tmp_.Copia(kSqlite / "estadisticas.mdb", "estadisticas.mdb").string();
 };
 
 TEST_F(CopiaEscribible, InsertsWithDateLiteralsAndCountsTheRows) {
-  auto db = OpenDatabase((dir_ / "estadisticas.mdb").string(), kPage, {.busy_timeout_ms = 5000});
+  auto db = OpenDatabase(copia_, kPage, {.busy_timeout_ms = 5000});
   EXPECT_EQ(db->Execute("INSERT INTO Consultas (Fecha,Buscado,Encontrados,AdvSearch,IP_Address)  "
                         "VALUES (#12/15/2008 09:30:11#,'CAMION D''ARC',7,2,'-')"),
             1);
@@ -164,7 +157,7 @@ TEST_F(CopiaEscribible, InsertsWithDateLiteralsAndCountsTheRows) {
 }
 
 TEST_F(CopiaEscribible, RunsOnlyOneStatement) {
-  auto db = OpenDatabase((dir_ / "estadisticas.mdb").string(), kPage);
+  auto db = OpenDatabase(copia_, kPage);
   EXPECT_EQ(testing::ErrorNumberOf([&] {
               db->OpenRecordset("select * from Consultas; delete from Consultas",
                                 RecordsetType::Snapshot);

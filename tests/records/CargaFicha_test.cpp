@@ -81,18 +81,15 @@ TEST_F(CargaFichaTest, ANullTagStringAndATextMaterialTypeReadAsEmptyAndZero) {
 }
 
 TEST(CargaFicha, ADatabaseErrorEndsTheLoadSilently) {
-  char dir[] = "/tmp/orvex-ficha-XXXXXX";
-  ASSERT_NE(mkdtemp(dir), nullptr);
-  const std::string path = std::string(dir) + "/KORVEL8.MDB";
-  fs::copy_file(fs::path(ORVEX_FIXTURES) / "catalogo" / "sqlite" / "KORVEL8.MDB", path);
-  fs::permissions(path, fs::perms::owner_read | fs::perms::owner_write);
-  auto db = db::OpenDatabase(path, CodePage::Windows1252());
+  testing::DirectorioTemporal tmp;
+  auto db = db::OpenDatabase(
+      tmp.Copia(fs::path(ORVEX_FIXTURES) / "catalogo" / "sqlite" / "KORVEL8.MDB", "KORVEL8.MDB").string(),
+      CodePage::Windows1252());
   db->Execute("DROP TABLE Ejemplares");
   RegFicha ficha;
   ficha.Ficha_no = 9;
   EXPECT_EQ(CargaFicha(*db, 2, ficha), 0);
   EXPECT_EQ(ficha.Ficha_no, 9);  // nothing read
-  fs::remove_all(dir);
 }
 
 }  // namespace

@@ -58,23 +58,12 @@ std::string MensajeFalla(const std::string& descripcion) {
 
 class Estadisticas : public ::testing::Test {
  protected:
-  void SetUp() override {
-    dir_ = fs::temp_directory_path() /
-           ("orvex-estadisticas-" + std::to_string(::getpid()) + "-" +
-            ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-  }
-  void TearDown() override { fs::remove_all(dir_); }
-
   fs::path Copia(const fs::path& origen, const std::string& nombre = "estadisticas.mdb") {
-    const fs::path destino = dir_ / nombre;
-    fs::copy_file(origen, destino, fs::copy_options::overwrite_existing);
-    fs::permissions(destino, fs::perms::owner_read | fs::perms::owner_write);
-    return destino;
+    return tmp_.Copia(origen, nombre);
   }
 
-  fs::path dir_;
+  testing::DirectorioTemporal tmp_;
+  const fs::path dir_ = tmp_.ruta();
 };
 
 TEST_F(Estadisticas, RecordsTheSearchOfEitherForm) {

@@ -45,23 +45,13 @@ Fichas Lista(const MapaFichas& m) {
 
 class IndiceTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    dir_ = fs::temp_directory_path() /
-           ("orvex-indice-" + std::to_string(::getpid()) + "-" +
-            ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-  }
-  void TearDown() override { fs::remove_all(dir_); }
+  testing::DirectorioTemporal tmp_;
 
   // A copy of `archivo` whose word table `tabla` holds exactly `filas`, in
   // that order (the other word table, if any, emptied).
   std::unique_ptr<db::Database> Indice(const std::string& archivo, const std::string& tabla,
                                        const std::vector<Fila>& filas) {
-    const fs::path destino = dir_ / archivo;
-    fs::copy_file(kSqlite / archivo, destino, fs::copy_options::overwrite_existing);
-    fs::permissions(destino, fs::perms::owner_read | fs::perms::owner_write);
-    auto bd = db::OpenDatabase(destino.string(), CodePage::Windows1252());
+    auto bd = db::OpenDatabase(tmp_.Copia(kSqlite / archivo, archivo).string(), CodePage::Windows1252());
     for (const std::string& t : bd->TableNames()) bd->Execute("DELETE FROM " + t);
     bd->Execute("BEGIN");
     for (const Fila& f : filas) {
@@ -72,8 +62,6 @@ class IndiceTest : public ::testing::Test {
     bd->Execute("COMMIT");
     return bd;
   }
-
-  fs::path dir_;
 };
 
 using Busca = std::function<void(Estado&, db::Database&, std::string, std::int16_t)>;

@@ -1,6 +1,9 @@
 #include "tests/support/Fakes.h"
 
+#include <stdlib.h>
+
 #include <algorithm>
+#include <stdexcept>
 
 #include "base/RuntimeError.h"
 
@@ -77,6 +80,26 @@ std::unique_ptr<db::Database> FaultyOpener::Open(const std::string& path,
 FakePlatform::FakePlatform()
     : sys{entorno, entrada, salida, reloj, archivos, motores} {
   reloj.now = SampleDate();
+}
+
+DirectorioTemporal::DirectorioTemporal() {
+  std::string plantilla = (std::filesystem::temp_directory_path() / "orvex-prueba-XXXXXX").string();
+  if (mkdtemp(plantilla.data()) == nullptr) throw std::runtime_error("mkdtemp");
+  ruta_ = plantilla;
+}
+
+DirectorioTemporal::~DirectorioTemporal() {
+  std::error_code ec;
+  std::filesystem::remove_all(ruta_, ec);
+}
+
+std::filesystem::path DirectorioTemporal::Copia(const std::filesystem::path& origen,
+                                                const std::string& nombre) const {
+  const std::filesystem::path destino = ruta_ / nombre;
+  std::filesystem::copy_file(origen, destino, std::filesystem::copy_options::overwrite_existing);
+  std::filesystem::permissions(destino, std::filesystem::perms::owner_read |
+                                            std::filesystem::perms::owner_write);
+  return destino;
 }
 
 int ErrorNumberOf(const std::function<void()>& f) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <set>
@@ -106,6 +107,23 @@ struct FakePlatform {
 
 // The number of the RuntimeError that `f` raises; 0 when it raises none.
 int ErrorNumberOf(const std::function<void()>& f);
+
+// A directory of the test's own, removed with the object. Tests that write
+// a database work on copies here, never on the fixtures.
+class DirectorioTemporal {
+ public:
+  DirectorioTemporal();
+  ~DirectorioTemporal();
+  DirectorioTemporal(const DirectorioTemporal&) = delete;
+  DirectorioTemporal& operator=(const DirectorioTemporal&) = delete;
+
+  const std::filesystem::path& ruta() const { return ruta_; }
+  // A writable copy of `origen`, named `nombre` in the directory.
+  std::filesystem::path Copia(const std::filesystem::path& origen, const std::string& nombre) const;
+
+ private:
+  std::filesystem::path ruta_;
+};
 
 // A date for tests: Monday 15 December 2008, 09:30:11.
 DateTime SampleDate();
