@@ -18,6 +18,7 @@ RuntimeError RuntimeError::Standard(int number) {
     case 9: text = "El subíndice está fuera del intervalo"; break;
     case 11: text = "División por cero"; break;
     case 13: text = "No coinciden los tipos"; break;
+    case 14: text = "No hay suficiente espacio para cadenas"; break;
     case 51: text = "Error interno"; break;
     case 52: text = "Nombre o número de archivo incorrecto"; break;
     case 53: text = "No se encontró el archivo"; break;

@@ -31,6 +31,7 @@ inline constexpr int kErrDesbordamiento = 6;
 inline constexpr int kErrMemoriaInsuficiente = 7;
 inline constexpr int kErrSubindice = 9;
 inline constexpr int kErrTiposNoCoinciden = 13;
+inline constexpr int kErrEspacioCadenas = 14;
 inline constexpr int kErrInterno = 51;
 inline constexpr int kErrNombreArchivo = 52;
 inline constexpr int kErrArchivoNoEncontrado = 53;
