@@ -41,19 +41,19 @@ struct Rotulada {
   std::string lista;
 };
 
-// The label and the tag list of a labelled specification.
-Rotulada PartesRotuladas(std::string_view spec) {
-  const std::string q = ExtraeEntre(spec, kAbreRotulo, kCierraRotulo);
+// The label and the tag list of a labelled tag definition.
+Rotulada PartesRotuladas(std::string_view definicion) {
+  const std::string q = ExtraeEntre(definicion, kAbreRotulo, kCierraRotulo);
   Rotulada partes;
   // Without a complete pair the cut has a negative length and raises 5.
   partes.rotulo = Mid(q, 3, static_cast<std::int64_t>(q.size()) - 4);
   // Kept: the list is searched from (label length - 1), as if the label
-  // opened the specification. A label shorter than two characters puts the
+  // opened the tag definition. A label shorter than two characters puts the
   // start below 1, which raises 5 like the runtime's InStr.
   const std::int64_t desde = static_cast<std::int64_t>(partes.rotulo.size()) - 1;
   if (desde < 1) Raise(kErrArgumentoNoValido);
-  const std::size_t par = InStr(static_cast<std::size_t>(desde), spec, kCierraRotulo);
-  partes.lista = std::string(spec.substr(std::min(par + 1, spec.size())));
+  const std::size_t par = InStr(static_cast<std::size_t>(desde), definicion, kCierraRotulo);
+  partes.lista = std::string(definicion.substr(std::min(par + 1, definicion.size())));
   return partes;
 }
 
@@ -65,17 +65,17 @@ std::string Llena(std::string plantilla, EsRotulada es_rotulada, Contenido conte
   int pasadas = 0;
   while (!etiqueta.empty()) {
     // A tag is never shorter than "<!#" plus "!>".
-    const std::string spec = Mid(etiqueta, 4, static_cast<std::int64_t>(etiqueta.size()) - 5);
+    const std::string definicion = Mid(etiqueta, 4, static_cast<std::int64_t>(etiqueta.size()) - 5);
     std::string valor;
-    if (es_rotulada(spec)) {
-      Rotulada partes = PartesRotuladas(spec);
+    if (es_rotulada(definicion)) {
+      Rotulada partes = PartesRotuladas(definicion);
       valor = contenido(partes.lista, true);
       if (!valor.empty()) {
         config::ReemplazaTexto(partes.rotulo, kMarcaContenido, valor);
         valor = std::move(partes.rotulo);
       }
     } else {
-      valor = contenido(spec, false);
+      valor = contenido(definicion, false);
     }
     // A content that is its own tag would be found again forever: the
     // filling ends there and the rest stays as written.
@@ -103,7 +103,7 @@ std::string LlenaEtiquetas(std::string plantilla, std::string_view etiquetas,
                            std::int32_t ficha_no, db::Recordset* imagenes) {
   return Llena(
       std::move(plantilla),
-      [](std::string_view spec) { return spec.find(':') != std::string_view::npos; },
+      [](std::string_view definicion) { return definicion.find(':') != std::string_view::npos; },
       [&](const std::string& lista, bool rotulada) -> std::string {
         if (rotulada && lista == "PPP") {
           if (imagenes == nullptr) return {};
@@ -118,7 +118,7 @@ std::string LlenaEtiquetas(std::string plantilla, std::string_view etiquetas,
 std::string LlenaColumnas(std::string plantilla, db::Recordset& fila) {
   return Llena(
       std::move(plantilla),
-      [](std::string_view spec) { return spec.find(kCierraRotulo) != std::string_view::npos; },
+      [](std::string_view definicion) { return definicion.find(kCierraRotulo) != std::string_view::npos; },
       [&](const std::string& columna, bool) { return fila.Field(columna).AsText(); });
 }
 

@@ -10,7 +10,7 @@
 // MARC fields (or, in the sequential listing, columns of the listed row).
 //
 // A tag runs from "<!#" to the first "!>" after it. What lies between is its
-// specification, in one of two forms:
+// tag definition, in one of two forms:
 //   plain     <!#100110111!>             the content of the first field listed
 //   labelled  <!#x:"Autor: <E>":100110111!>
 //             the label, every "<E>" in it replaced by the content
@@ -37,12 +37,12 @@ std::string ExtraeEntre(std::string_view texto, std::string_view abre, std::stri
 // tag inside an inserted content is filled on a later pass. A "<!#" with no
 // "!>" after it ends the filling; it and the rest of the text stay as written.
 //
-// A specification holding ":" anywhere is the labelled form. It needs a label
+// A tag definition holding ":" anywhere is the labelled form. It needs a label
 // of at least two characters between a colon-quote pair and a quote-colon
 // pair; otherwise (a single ":" in a plain list, a label of 0 or 1
 // characters) it raises 5 (invalid argument) and nothing is returned. The
 // tag list is read after the first quote-colon pair found from position
-// (label length - 1) of the specification. ExtraeEtiqueta's own errors (6
+// (label length - 1) of the tag definition. ExtraeEtiqueta's own errors (6
 // for a list of more than 255 tags) pass through.
 //
 // The labelled list "PPP" yields the column Imagen of the row of `imagenes`
@@ -58,12 +58,12 @@ std::string LlenaEtiquetas(std::string plantilla, std::string_view etiquetas,
 // listing's recordset `fila` (owned by the listing, which walks it): the
 // names in the tags are column names, read as text (null as empty text).
 // Two differences are kept on purpose:
-//   - the labelled form is recognised only when the specification holds a
+//   - the labelled form is recognised only when the tag definition holds a
 //     double quote directly followed by ":"; a bare ":" is part of a plain
 //     column name;
 //   - "PPP" has no special meaning.
 // A column the row does not have raises the database's 3265 (item not
-// found); a malformed labelled specification raises 5 as in LlenaEtiquetas.
+// found); a malformed labelled tag definition raises 5 as in LlenaEtiquetas.
 std::string LlenaColumnas(std::string plantilla, db::Recordset& fila);
 
 }  // namespace orvex::records
