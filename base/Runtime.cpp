@@ -132,13 +132,15 @@ bool ToBoolean(std::string_view text) {
   return value != 0;
 }
 
-std::string TrimBlanks(std::string_view text) {
+std::string_view TrimBlanksView(std::string_view text) {
   size_t b = 0;
   size_t e = text.size();
   while (b < e && text[b] == ' ') ++b;
   while (e > b && text[e - 1] == ' ') --e;
-  return std::string(text.substr(b, e - b));
+  return text.substr(b, e - b);
 }
+
+std::string TrimBlanks(std::string_view text) { return std::string(TrimBlanksView(text)); }
 
 std::size_t InStr(std::size_t start, std::string_view text, std::string_view find) {
   if (start < 1) start = 1;

@@ -32,6 +32,8 @@ bool ToBoolean(std::string_view text);
 
 // Removes leading and trailing blanks (only U+0020: tabs and line ends stay).
 std::string TrimBlanks(std::string_view text);
+// The same, as a view into `text` (no copy).
+std::string_view TrimBlanksView(std::string_view text);
 
 // 1-based position of `find` in `text` at or after position `start` (1-based);
 // 0 when it does not occur. An empty `find` is found at `start`.

@@ -26,17 +26,6 @@ constexpr int kMaximoPalabrasFrase = 31;
 // verifying it by seeks.
 constexpr std::string_view kPalabrasComunes = "-MEXICO-MEDICINA-";
 
-std::string_view SinBlancos(std::string_view texto) {
-  const std::size_t inicio = texto.find_first_not_of(' ');
-  if (inicio == std::string_view::npos) return {};
-  return texto.substr(inicio, texto.find_last_not_of(' ') - inicio + 1);
-}
-
-void QuitaBlancos(std::string& texto) {
-  texto.erase(texto.find_last_not_of(' ') + 1);
-  texto.erase(0, texto.find_first_not_of(' '));
-}
-
 // A numeric column as the record loop reads it: a whole number, or the
 // number at the start of its text. A null value cannot be read as a number.
 std::int64_t Numero(const db::Value& v) {
@@ -53,8 +42,8 @@ void PonFicha(MapaFichas& mapa, std::int64_t f) {
 
 // True when the row's word, trimmed, is `palabra`.
 bool EsPalabra(const db::Value& v, std::string_view palabra) {
-  if (v.type == db::Value::Type::Text) return SinBlancos(v.text) == palabra;
-  return SinBlancos(v.AsText()) == palabra;
+  if (v.type == db::Value::Type::Text) return TrimBlanksView(v.text) == palabra;
+  return TrimBlanksView(v.AsText()) == palabra;
 }
 
 // Sets the bit of the "ficha" of each row of `sql`, at most 30001 rows.
@@ -144,6 +133,16 @@ void EvaluaTerminos(gateway::Solicitud& s, std::int16_t n, bool enArticulos) {
   }
 }
 
+// The start of every word lookup: the term bitmap emptied, the word folded
+// and the table named. False when the word is blank: nothing to look up.
+bool PreparaPalabra(Estado& e, std::string& palabra, std::string& tabla) {
+  e.MapaTermino.Limpia();
+  if (TrimBlanksView(palabra).empty()) return false;
+  palabra = NormalizaVocales(palabra);
+  if (tabla.empty()) tabla = "TABLA";
+  return true;
+}
+
 }  // namespace
 
 void IniciaBusqueda(Estado& e) {
@@ -185,10 +184,7 @@ void BuscaPalabrasAna(gateway::Solicitud& s, const std::array<std::string, 4>& e
 
 void BuscaPalabra(Estado& e, db::Database& indice, std::string& palabra, std::int16_t campo,
                   std::string& tabla) {
-  e.MapaTermino.Limpia();
-  if (SinBlancos(palabra).empty()) return;
-  palabra = NormalizaVocales(palabra);
-  if (tabla.empty()) tabla = "TABLA";
+  if (!PreparaPalabra(e, palabra, tabla)) return;
   const std::unique_ptr<db::Recordset> rs = indice.OpenRecordset(tabla, db::RecordsetType::Table);
   rs->SetFields(CamposLeidos(campo));
   rs->SetIndex("FRASE");
@@ -217,10 +213,7 @@ void BuscaPalabra(Estado& e, db::Database& indice, std::string& palabra, std::in
 
 void BuscaPalabraSQL(Estado& e, db::Database& indice, std::string& palabra, std::int16_t campo,
                      std::string& tabla) {
-  e.MapaTermino.Limpia();
-  if (SinBlancos(palabra).empty()) return;
-  palabra = NormalizaVocales(palabra);
-  if (tabla.empty()) tabla = "TABLA";
+  if (!PreparaPalabra(e, palabra, tabla)) return;
   // The rows of "SELECT * FROM <tabla> WHERE palabra='<palabra>' [and
   // campo= <campo>]", read through the index.
   LeePorIndice(e.MapaTermino, indice, tabla, palabra, campo,
@@ -229,14 +222,11 @@ void BuscaPalabraSQL(Estado& e, db::Database& indice, std::string& palabra, std:
 
 void BuscaTruncada(Estado& e, db::Database& indice, std::string& palabra, std::int16_t campo,
                    std::string& tabla) {
-  e.MapaTermino.Limpia();
   // Every "$" becomes the LIKE wildcard, one in the middle of the word too.
   for (char& c : palabra) {
     if (c == '$') c = '*';
   }
-  if (SinBlancos(palabra).empty()) return;
-  palabra = NormalizaVocales(palabra);
-  if (tabla.empty()) tabla = "TABLA";
+  if (!PreparaPalabra(e, palabra, tabla)) return;
   // With a fixed start ("COMPUT*") the words lie together in the index and
   // are read through it; a pattern that starts with a wildcard needs the
   // query, which reads the whole table.
@@ -257,7 +247,7 @@ void BuscaTruncada(Estado& e, db::Database& indice, std::string& palabra, std::i
 // pivot as "$"; both match only where the index holds that character.
 void BuscaFrase(Estado& e, db::Database& indice, std::string frase, std::int16_t /*campo*/,
                 bool enArticulos) {
-  std::string resto(SinBlancos(NormalizaVocales(frase)));
+  std::string resto(TrimBlanksView(NormalizaVocales(frase)));
 
   // The words, in order. A character that cannot start a word yields an
   // empty word without advancing, so such a phrase runs into the 32nd word
@@ -267,7 +257,7 @@ void BuscaFrase(Estado& e, db::Database& indice, std::string frase, std::int16_t
   while (!resto.empty()) {
     if (k >= kMaximoPalabrasFrase) Raise(kErrSubindice);
     palabras[static_cast<std::size_t>(k)] = SiguienteToken(e, resto, CaracteresPalabra);
-    QuitaBlancos(resto);
+    resto = TrimBlanks(resto);
     ++k;
   }
 
