@@ -30,8 +30,8 @@ void AppendUtf8(std::string& out, char32_t c) {
   }
 }
 
-// Decodes one UTF-8 sequence at `i`, advancing `i`; returns U+FFFD for a
-// malformed or overlong sequence (consuming one byte).
+}  // namespace
+
 char32_t NextUtf8(std::string_view s, size_t& i) {
   const auto b0 = static_cast<unsigned char>(s[i]);
   if (b0 < 0x80) {
@@ -71,6 +71,8 @@ char32_t NextUtf8(std::string_view s, size_t& i) {
   return c;
 }
 
+namespace {
+
 std::array<char32_t, 256> Windows1252Table() {
   std::array<char32_t, 256> t{};
   for (int b = 0; b < 256; ++b) t[b] = static_cast<char32_t>(b);
@@ -92,25 +94,17 @@ std::string CodePage::FromUtf8(std::string_view utf8) const {
   std::string out;
   out.reserve(utf8.size());
   for (size_t i = 0; i < utf8.size();) {
-    const char32_t c = NextUtf8(utf8, i);
-    if (c < 0x80) {
-      out += static_cast<char>(c);
-      continue;
-    }
-    char byte = '?';
-    if (c <= 0xFF && to_unicode_[c] == c) {
-      out += static_cast<char>(c);
-      continue;
-    }
-    for (int b = 0x80; b < 256; ++b) {
-      if (to_unicode_[b] == c) {
-        byte = static_cast<char>(b);
-        break;
-      }
-    }
-    out += byte;
+    out += ByteFor(NextUtf8(utf8, i)).value_or('?');
   }
   return out;
+}
+
+std::optional<char> CodePage::ByteFor(char32_t c) const {
+  if (c < 0x80 || (c <= 0xFF && to_unicode_[c] == c)) return static_cast<char>(c);
+  for (int b = 0x80; b < 256; ++b) {
+    if (to_unicode_[b] == c) return static_cast<char>(b);
+  }
+  return std::nullopt;
 }
 
 std::string CodePage::ToUtf8(std::string_view text) const {

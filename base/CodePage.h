@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -19,11 +20,17 @@ class CodePage {
   std::string FromUtf8(std::string_view utf8) const;
   // Converts code-page text to UTF-8.
   std::string ToUtf8(std::string_view text) const;
+  // The byte of character `c`, if the code page has it.
+  std::optional<char> ByteFor(char32_t c) const;
 
  private:
   explicit CodePage(const std::array<char32_t, 256>& to_unicode);
   std::array<char32_t, 256> to_unicode_;
 };
+
+// Decodes the UTF-8 sequence at `i` and advances `i` past it; a malformed or
+// overlong sequence gives U+FFFD and consumes one byte.
+char32_t NextUtf8(std::string_view utf8, size_t& i);
 
 // Converts a UTF-8 literal of the source code (characters up to U+00FF only)
 // to its single-byte form, which is the same in Windows-1252 and Latin-1.

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "base/Clock.h"
+#include "base/MotorXSL.h"
 
 // The operating system as the gateway sees it: one narrow interface per
 // service. main() builds the real ones (PosixPlatform.h); tests build fakes.
@@ -69,8 +70,10 @@ class Engines {
   virtual ~Engines() = default;
   // The database engine can be initialised.
   virtual bool DatabaseEngineWorks() = 0;
-  // The XML parser can be created and parses a small document.
+  // The XML parser is installed.
   virtual bool XmlParserWorks() = 0;
+  // The XSL processor, loaded when first used.
+  virtual MotorXSL& Xsl() = 0;
 };
 
 // The bundle of platform services that one request uses.

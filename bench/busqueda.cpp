@@ -50,6 +50,10 @@ class Motores : public orvex::Engines {
  public:
   bool DatabaseEngineWorks() override { return orvex::db::SqliteEngineWorks(); }
   bool XmlParserWorks() override { return true; }  // the search parses no XML
+  orvex::MotorXSL& Xsl() override { return xsl_; }
+
+ private:
+  orvex::MotorXSLAusente xsl_{"la medición de la búsqueda no transforma documentos"};
 };
 
 struct Tiempos {

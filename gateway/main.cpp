@@ -4,14 +4,23 @@
 #include "db/Database.h"
 #include "db/SqliteEngine.h"
 #include "gateway/CGI_Main.h"
-#include "xml/XmlParser.h"
+#include "xml/CargaModuloXSL.h"
 
 namespace {
 
 class RealEngines : public orvex::Engines {
  public:
+  explicit RealEngines(const std::string& directorio_programa)
+      : xsl_(orvex::xml::RutasModuloXSL(directorio_programa)) {}
+
   bool DatabaseEngineWorks() override { return orvex::db::SqliteEngineWorks(); }
-  bool XmlParserWorks() override { return orvex::xml::XmlParserWorks(); }
+  // The XML libraries are loaded only by the requests that transform a
+  // document; every request checks that they are installed.
+  bool XmlParserWorks() override { return !xsl_.Encuentra().empty(); }
+  orvex::MotorXSL& Xsl() override { return xsl_; }
+
+ private:
+  orvex::xml::MotorModuloXSL xsl_;
 };
 
 }  // namespace
@@ -22,7 +31,7 @@ int main() {
   orvex::StdOutput salida;
   orvex::SystemClock reloj;
   orvex::PosixFileSystem archivos;
-  RealEngines motores;
+  RealEngines motores(archivos.ProgramDirectory());
   orvex::Servicios sys{entorno, entrada, salida, reloj, archivos, motores};
   orvex::db::EngineOpener bases(orvex::CodePage::Windows1252());
   return orvex::gateway::Principal(sys, bases);

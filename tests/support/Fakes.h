@@ -78,8 +78,13 @@ class FakeEngines : public Engines {
  public:
   bool DatabaseEngineWorks() override { return database; }
   bool XmlParserWorks() override { return xml; }
+  MotorXSL& Xsl() override { return xsl != nullptr ? *xsl : ausente_; }
   bool database = true;
   bool xml = true;
+  MotorXSL* xsl = nullptr;  // a test's processor; none by default
+
+ private:
+  MotorXSLAusente ausente_{"sin procesador XSL en esta prueba"};
 };
 
 // Opens real databases (in the test's own directories) unless told to fail:

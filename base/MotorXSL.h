@@ -1,0 +1,61 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace orvex {
+
+// What one XSL transformation gave.
+struct ResultadoXSL {
+  enum class Estado {
+    Correcto,            // `texto` holds the page text
+    DocumentoInvalido,   // the data document did not load
+    HojaInvalida,        // the style sheet did not load
+    FalloTransformacion, // the sheet did not compile or the transformation failed
+    SinProcesador,       // the XSL processor itself could not be loaded
+  };
+  Estado estado = Estado::Correcto;
+  // The result, serialized with HTML rules into Windows-1252; a character the
+  // code page lacks is written as a character reference.
+  std::string texto;
+  // The data document's load error: its reason (UTF-8; Spanish for the
+  // common faults), and the line and column where the parser stopped (0 when not
+  // known).
+  std::string razon;
+  int linea = 0;
+  int columna = 0;
+  // What went wrong with the sheet or the transformation, or why the
+  // processor could not be loaded (UTF-8).
+  std::string descripcion;
+};
+
+// The XSL processor. Style sheets are compiled once per process, however
+// many documents they transform.
+class MotorXSL {
+ public:
+  virtual ~MotorXSL() = default;
+  // Transforms the data document `xml` with the style sheet `xsl`; both are
+  // UTF-8 texts, whatever encoding their declarations name. A document that
+  // declares a document type is validated against it; no external entity,
+  // DTD, file or network resource is ever read.
+  virtual ResultadoXSL Transforma(std::string_view xml, std::string_view xsl) = 0;
+};
+
+// A processor that is not there, for programs that transform nothing: every
+// transformation reports SinProcesador with `razon`.
+class MotorXSLAusente final : public MotorXSL {
+ public:
+  explicit MotorXSLAusente(std::string razon) : razon_(std::move(razon)) {}
+  ResultadoXSL Transforma(std::string_view, std::string_view) override {
+    ResultadoXSL r;
+    r.estado = ResultadoXSL::Estado::SinProcesador;
+    r.descripcion = razon_;
+    return r;
+  }
+
+ private:
+  std::string razon_;
+};
+
+}  // namespace orvex

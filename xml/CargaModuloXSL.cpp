@@ -1,0 +1,77 @@
+#include "xml/CargaModuloXSL.h"
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include "base/Platform.h"
+
+#ifndef ORVEX_DIRECTORIO_MODULOS
+#define ORVEX_DIRECTORIO_MODULOS ""
+#endif
+
+namespace orvex::xml {
+
+std::vector<std::string> RutasModuloXSL(const std::string& directorio_programa) {
+  std::vector<std::string> rutas = {JoinPath(directorio_programa, kArchivoModuloXSL)};
+  const std::string compilado = ORVEX_DIRECTORIO_MODULOS;
+  if (!compilado.empty()) rutas.push_back(JoinPath(compilado, kArchivoModuloXSL));
+  return rutas;
+}
+
+std::string MotorModuloXSL::Encuentra() const {
+  for (const std::string& ruta : rutas_) {
+    if (::access(ruta.c_str(), R_OK) == 0) return ruta;
+  }
+  return "";
+}
+
+bool MotorModuloXSL::Carga() {
+  if (intentado_) return transforma_ != nullptr;
+  intentado_ = true;
+  const std::string ruta = Encuentra();
+  if (ruta.empty()) {
+    error_ = std::string("no se encontró ") + kArchivoModuloXSL;
+    return false;
+  }
+  // The module stays loaded until the process ends.
+  void* modulo = ::dlopen(ruta.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (modulo == nullptr) {
+    const char* razon = ::dlerror();
+    error_ = razon == nullptr ? ruta : razon;
+    return false;
+  }
+  transforma_ = reinterpret_cast<OrvexTransformaXSL>(::dlsym(modulo, kFuncionTransforma));
+  libera_ = reinterpret_cast<OrvexLiberaXSL>(::dlsym(modulo, kFuncionLibera));
+  if (transforma_ == nullptr || libera_ == nullptr) {
+    transforma_ = nullptr;
+    error_ = ruta + " no es el módulo XSL de Orvex";
+    return false;
+  }
+  return true;
+}
+
+ResultadoXSL MotorModuloXSL::Transforma(std::string_view xml, std::string_view xsl) {
+  ResultadoXSL r;
+  if (!Carga()) {
+    r.estado = ResultadoXSL::Estado::SinProcesador;
+    r.descripcion = error_;
+    return r;
+  }
+  OrvexSalidaXSL salida{};
+  if (!transforma_(xml.data(), xml.size(), xsl.data(), xsl.size(), &salida)) {
+    libera_(&salida);
+    r.estado = ResultadoXSL::Estado::FalloTransformacion;
+    r.descripcion = "el procesador XSL se quedó sin memoria";
+    return r;
+  }
+  r.estado = static_cast<ResultadoXSL::Estado>(salida.estado);
+  r.texto.assign(salida.texto, salida.largo);
+  r.razon = salida.razon;
+  r.descripcion = salida.descripcion;
+  r.linea = salida.linea;
+  r.columna = salida.columna;
+  libera_(&salida);
+  return r;
+}
+
+}  // namespace orvex::xml

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "base/MotorXSL.h"
+#include "xml/ModuloXSL.h"
+
+namespace orvex::xml {
+
+// The XSL processor of the module "orvex-xsl.so", loaded on the first
+// transformation from the first of `rutas` that exists. When none loads,
+// every transformation reports SinProcesador with the loader's reason.
+class MotorModuloXSL final : public MotorXSL {
+ public:
+  explicit MotorModuloXSL(std::vector<std::string> rutas) : rutas_(std::move(rutas)) {}
+
+  ResultadoXSL Transforma(std::string_view xml, std::string_view xsl) override;
+
+  // The first of `rutas` that names a readable file, or empty.
+  std::string Encuentra() const;
+
+ private:
+  bool Carga();
+
+  std::vector<std::string> rutas_;
+  bool intentado_ = false;
+  std::string error_;
+  OrvexTransformaXSL transforma_ = nullptr;
+  OrvexLiberaXSL libera_ = nullptr;
+};
+
+// Where orvex looks for the module: beside the program, then in the
+// directory it was built for.
+std::vector<std::string> RutasModuloXSL(const std::string& directorio_programa);
+
+}  // namespace orvex::xml

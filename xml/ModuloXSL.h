@@ -1,0 +1,37 @@
+#pragma once
+
+// The XSL processor as a loadable module, "orvex-xsl.so". orvex loads it the
+// first time a request transforms a document, so that requests which never
+// do are not slowed by libxml2, libxslt and the libraries they pull in. The
+// module and the program meet through these C declarations only: each side
+// keeps its own C++ runtime.
+
+#include <cstddef>
+
+extern "C" {
+
+// One transformation's outcome; the module owns the texts until
+// orvex_xsl_libera is called.
+struct OrvexSalidaXSL {
+  int estado;           // an orvex::ResultadoXSL::Estado value
+  char* texto;          // the page text
+  std::size_t largo;    // its length
+  char* razon;          // NUL-terminated
+  char* descripcion;    // NUL-terminated
+  int linea;
+  int columna;
+};
+
+using OrvexTransformaXSL = int (*)(const char* xml, std::size_t largo_xml, const char* xsl,
+                                   std::size_t largo_xsl, OrvexSalidaXSL* salida);
+using OrvexLiberaXSL = void (*)(OrvexSalidaXSL* salida);
+
+}  // extern "C"
+
+namespace orvex::xml {
+
+inline constexpr const char* kArchivoModuloXSL = "orvex-xsl.so";
+inline constexpr const char* kFuncionTransforma = "orvex_xsl_transforma";
+inline constexpr const char* kFuncionLibera = "orvex_xsl_libera";
+
+}  // namespace orvex::xml

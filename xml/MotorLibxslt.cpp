@@ -1,0 +1,306 @@
+#include "xml/MotorLibxslt.h"
+
+#include <cstdarg>
+#include <cstdio>
+
+#include <libxml/parser.h>
+#include <libxml/valid.h>
+#include <libxml/xmlerror.h>
+#include <libxslt/extensions.h>
+#include <libxslt/extra.h>
+#include <libxslt/imports.h>
+#include <libxslt/security.h>
+#include <libxslt/transform.h>
+#include <libxslt/xslt.h>
+#include <libxslt/xsltInternals.h>
+#include <libxslt/xsltutils.h>
+
+#include "base/CodePage.h"
+#include "xml/SerializaHTML.h"
+
+namespace orvex::xml {
+namespace {
+
+constexpr std::string_view kEspacioXSLT = "http://www.w3.org/1999/XSL/Transform";
+constexpr std::string_view kEspacioBorrador = "http://www.w3.org/TR/WD-xsl";
+constexpr int kOpcionesLectura = XML_PARSE_NONET | XML_PARSE_NOENT | XML_PARSE_NOCDATA;
+
+std::string_view Vista(const xmlChar* s) {
+  return s == nullptr ? std::string_view() : std::string_view(reinterpret_cast<const char*>(s));
+}
+
+const xmlChar* Xml(const char* s) { return reinterpret_cast<const xmlChar*>(s); }
+
+std::string SinSaltoFinal(std::string texto) {
+  while (!texto.empty() && (texto.back() == '\n' || texto.back() == '\r' || texto.back() == ' '))
+    texto.pop_back();
+  return texto;
+}
+
+// Collects what libxml2 and libxslt report while one document is parsed or
+// transformed, instead of letting them write to standard error.
+struct Errores {
+  bool hay = false;
+  xmlError primero{};
+  std::string mensaje_primero;
+  std::string generico;
+
+  void Limpia() {
+    hay = false;
+    mensaje_primero.clear();
+    generico.clear();
+  }
+  std::string Descripcion() const {
+    std::string d = SinSaltoFinal(generico);
+    if (d.empty()) d = mensaje_primero;
+    return d;
+  }
+};
+
+Errores g_errores;
+
+// The reader's words for the faults a record document can have; any other
+// fault keeps the parser's own text.
+std::string RazonEnEspanol(const xmlError& e, const std::string& mensaje) {
+  if (e.domain == XML_FROM_VALID) {
+    return "El documento no sigue su tipo de documento: " +
+           mensaje;
+  }
+  switch (e.code) {
+    case XML_ERR_NAME_REQUIRED:
+      return "Se esperaba un nombre después de \"&\" (un \"&\" suelto debe escribirse &amp;)";
+    case XML_ERR_ENTITYREF_SEMICOL_MISSING:
+      return "Falta el \";\" que cierra la referencia a una entidad";
+    case XML_ERR_UNDECLARED_ENTITY:
+    case XML_WAR_UNDECLARED_ENTITY:
+      return "Referencia a una entidad no declarada";
+    case XML_ERR_TAG_NAME_MISMATCH:
+      return "La etiqueta final no corresponde a la etiqueta inicial";
+    case XML_ERR_TAG_NOT_FINISHED:
+      return "Falta la etiqueta final de un elemento";
+    case XML_ERR_DOCUMENT_EMPTY:
+      return "El documento está vacío";
+    case XML_ERR_DOCUMENT_END:
+      return "Hay contenido después del elemento raíz";
+    case XML_ERR_INVALID_CHAR:
+      return "Carácter no válido en el documento";
+    case XML_ERR_LT_IN_ATTRIBUTE:
+      return "Un valor de atributo contiene \"<\"";
+    case XML_ERR_ATTRIBUTE_NOT_STARTED:
+    case XML_ERR_ATTRIBUTE_NOT_FINISHED:
+      return "Falta una comilla en el valor de un atributo";
+    case XML_ERR_SPACE_REQUIRED:
+      return "Error en los atributos de una etiqueta (falta un espacio o sobra una comilla)";
+    case XML_ERR_LT_REQUIRED:
+    case XML_ERR_GT_REQUIRED:
+      return "Una etiqueta no está bien cerrada";
+    default:
+      return mensaje;
+  }
+}
+
+
+void AlErrorEstructurado(void*, xmlErrorPtr error) {
+  if (error == nullptr || error->level < XML_ERR_ERROR || g_errores.hay) return;
+  g_errores.hay = true;
+  g_errores.primero = *error;
+  g_errores.mensaje_primero = SinSaltoFinal(error->message == nullptr ? "" : error->message);
+  // The copy must not keep the library's pointers.
+  g_errores.primero.message = nullptr;
+  g_errores.primero.file = nullptr;
+  g_errores.primero.str1 = g_errores.primero.str2 = g_errores.primero.str3 = nullptr;
+  g_errores.primero.ctxt = g_errores.primero.node = nullptr;
+}
+
+void AlErrorGenerico(void*, const char* formato, ...) {
+  char buffer[1024];
+  va_list args;
+  va_start(args, formato);
+  const int n = std::vsnprintf(buffer, sizeof buffer, formato, args);
+  va_end(args);
+  if (n > 0 && g_errores.generico.size() < 4096) g_errores.generico.append(buffer);
+}
+
+xmlParserInputPtr NingunaEntidadExterna(const char*, const char*, xmlParserCtxtPtr) {
+  return nullptr;
+}
+
+// Takes the libraries' error reports for the step about to run. The handlers
+// are global to the libraries, so they are set again before every step.
+void CapturaErrores() {
+  g_errores.Limpia();
+  xmlSetStructuredErrorFunc(nullptr, AlErrorEstructurado);
+  xmlSetGenericErrorFunc(nullptr, AlErrorGenerico);
+  xsltSetGenericErrorFunc(nullptr, AlErrorGenerico);
+  xmlSetExternalEntityLoader(NingunaEntidadExterna);
+}
+
+void IniciaBibliotecas() {
+  static const bool iniciadas = [] {
+    xmlInitParser();
+    xsltRegisterExtModuleFunction(Xml("node-set"), Xml("urn:schemas-microsoft-com:xslt"),
+                                  xsltFunctionNodeSet);
+    return true;
+  }();
+  (void)iniciadas;
+}
+
+xmlDocPtr Lee(std::string_view texto) {
+  CapturaErrores();
+  xmlParserCtxtPtr ctxt = xmlNewParserCtxt();
+  if (ctxt == nullptr) return nullptr;
+  xmlDocPtr doc = xmlCtxtReadMemory(ctxt, texto.data(), static_cast<int>(texto.size()), nullptr,
+                                    "UTF-8", kOpcionesLectura);
+  if (doc != nullptr && !ctxt->wellFormed) {
+    xmlFreeDoc(doc);
+    doc = nullptr;
+  }
+  xmlFreeParserCtxt(ctxt);
+  return doc;
+}
+
+bool Valida(xmlDocPtr doc) {
+  if (doc->intSubset == nullptr && doc->extSubset == nullptr) return true;
+  CapturaErrores();
+  xmlValidCtxtPtr validador = xmlNewValidCtxt();
+  if (validador == nullptr) return false;
+  const bool valido = xmlValidateDocument(validador, doc) == 1;
+  xmlFreeValidCtxt(validador);
+  return valido;
+}
+
+// An XSLT 1.0 sheet: xsl:stylesheet or xsl:transform in the XSLT namespace,
+// or a literal result element carrying xsl:version.
+bool EsHojaXSLT(xmlDocPtr doc) {
+  xmlNodePtr raiz = xmlDocGetRootElement(doc);
+  if (raiz == nullptr) return false;
+  if (raiz->ns != nullptr && Vista(raiz->ns->href) == kEspacioXSLT) {
+    return Vista(raiz->name) == "stylesheet" || Vista(raiz->name) == "transform";
+  }
+  return xmlHasNsProp(raiz, Xml("version"), Xml(kEspacioXSLT.data())) != nullptr;
+}
+
+bool EsHojaBorrador(xmlDocPtr doc) {
+  xmlNodePtr raiz = xmlDocGetRootElement(doc);
+  return raiz != nullptr &&
+         ((raiz->ns != nullptr && Vista(raiz->ns->href) == kEspacioBorrador) ||
+          xmlSearchNsByHref(doc, raiz, Xml(kEspacioBorrador.data())) != nullptr);
+}
+
+}  // namespace
+
+struct MotorLibxslt::Hoja {
+  xsltStylesheetPtr compilada = nullptr;
+  ResultadoXSL::Estado fallo = ResultadoXSL::Estado::Correcto;
+  std::string descripcion;
+  bool texto = false;  // output method "text"
+
+  ~Hoja() {
+    if (compilada != nullptr) xsltFreeStylesheet(compilada);
+  }
+};
+
+MotorLibxslt::MotorLibxslt() {
+  IniciaBibliotecas();
+  xsltSecurityPrefsPtr prefs = xsltNewSecurityPrefs();
+  for (xsltSecurityOption opcion :
+       {XSLT_SECPREF_READ_FILE, XSLT_SECPREF_WRITE_FILE, XSLT_SECPREF_CREATE_DIRECTORY,
+        XSLT_SECPREF_READ_NETWORK, XSLT_SECPREF_WRITE_NETWORK}) {
+    xsltSetSecurityPrefs(prefs, opcion, xsltSecurityForbid);
+  }
+  seguridad_ = prefs;
+}
+
+MotorLibxslt::~MotorLibxslt() {
+  hojas_.clear();
+  xsltFreeSecurityPrefs(static_cast<xsltSecurityPrefsPtr>(seguridad_));
+}
+
+MotorLibxslt::Hoja& MotorLibxslt::Compila(std::string_view xsl) {
+  std::string clave(xsl);
+  if (auto it = hojas_.find(clave); it != hojas_.end()) return *it->second;
+  auto hoja = std::make_unique<Hoja>();
+  xmlDocPtr doc = Lee(xsl);
+  if (doc == nullptr) {
+    hoja->fallo = ResultadoXSL::Estado::HojaInvalida;
+    hoja->descripcion = g_errores.mensaje_primero;
+  } else if (!EsHojaXSLT(doc)) {
+    hoja->fallo = ResultadoXSL::Estado::HojaInvalida;
+    hoja->descripcion = EsHojaBorrador(doc)
+                            ? "hoja en el dialecto XSL de borrador (WD-xsl): esta versión de "
+                              "Orvex sólo ejecuta hojas XSLT 1.0"
+                            : "el documento no es una hoja de estilo XSL";
+    xmlFreeDoc(doc);
+  } else {
+    CapturaErrores();
+    // The stylesheet takes the document over when it compiles.
+    hoja->compilada = xsltParseStylesheetDoc(doc);
+    if (hoja->compilada == nullptr) {
+      xmlFreeDoc(doc);
+    }
+    if (hoja->compilada == nullptr || hoja->compilada->errors > 0) {
+      hoja->fallo = ResultadoXSL::Estado::FalloTransformacion;
+      hoja->descripcion = g_errores.Descripcion();
+      if (hoja->descripcion.empty()) hoja->descripcion = "la hoja de estilo no compila";
+    } else {
+      const xmlChar* metodo = nullptr;
+      XSLT_GET_IMPORT_PTR(metodo, hoja->compilada, method)
+      hoja->texto = Vista(metodo) == "text";
+    }
+  }
+  return *hojas_.emplace(std::move(clave), std::move(hoja)).first->second;
+}
+
+ResultadoXSL MotorLibxslt::Transforma(std::string_view xml, std::string_view xsl) {
+  ResultadoXSL r;
+  xmlDocPtr datos = Lee(xml);
+  if (datos != nullptr && !Valida(datos)) {
+    xmlFreeDoc(datos);
+    datos = nullptr;
+  }
+  if (datos == nullptr) {
+    r.estado = ResultadoXSL::Estado::DocumentoInvalido;
+    if (g_errores.hay) {
+      r.razon = RazonEnEspanol(g_errores.primero, g_errores.mensaje_primero);
+      r.linea = g_errores.primero.line;
+      r.columna = g_errores.primero.int2;
+    } else {
+      r.razon = "El documento no se pudo leer";
+    }
+    return r;
+  }
+
+  Hoja& hoja = Compila(xsl);
+  if (hoja.fallo != ResultadoXSL::Estado::Correcto) {
+    xmlFreeDoc(datos);
+    r.estado = hoja.fallo;
+    r.descripcion = hoja.descripcion;
+    return r;
+  }
+
+  CapturaErrores();
+  xsltTransformContextPtr ctxt = xsltNewTransformContext(hoja.compilada, datos);
+  xmlDocPtr resultado = nullptr;
+  if (ctxt != nullptr) {
+    xsltSetCtxtSecurityPrefs(static_cast<xsltSecurityPrefsPtr>(seguridad_), ctxt);
+    xsltSetTransformErrorFunc(ctxt, nullptr, AlErrorGenerico);
+    resultado = xsltApplyStylesheetUser(hoja.compilada, datos, nullptr, nullptr, nullptr, ctxt);
+    if (ctxt->state == XSLT_STATE_ERROR || ctxt->state == XSLT_STATE_STOPPED) {
+      xmlFreeDoc(resultado);
+      resultado = nullptr;
+    }
+    xsltFreeTransformContext(ctxt);
+  }
+  xmlFreeDoc(datos);
+  if (resultado == nullptr) {
+    r.estado = ResultadoXSL::Estado::FalloTransformacion;
+    r.descripcion = g_errores.Descripcion();
+    if (r.descripcion.empty()) r.descripcion = "la transformación no produjo resultado";
+    return r;
+  }
+  r.texto = hoja.texto ? SerializaTexto(resultado) : SerializaHTML(resultado);
+  xmlFreeDoc(resultado);
+  return r;
+}
+
+}  // namespace orvex::xml

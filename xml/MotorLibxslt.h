@@ -1,0 +1,46 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+#include "base/MotorXSL.h"
+
+namespace orvex::xml {
+
+// The XSL processor on libxml2 and libxslt.
+//
+// Data documents are parsed as UTF-8 whatever their declaration says, with
+// entities substituted and no network; one that declares a document type is
+// validated against it and rejected when it does not follow it. The first
+// error the parser reports gives the reason, line and column.
+//
+// Style sheets must be XSLT 1.0 (the namespace
+// http://www.w3.org/1999/XSL/Transform, as a whole sheet or as a literal
+// result element); any other sheet does not load. Each sheet text is compiled
+// the first time it is used and kept, with its compile failure if it had one,
+// for the life of the processor. msxsl:node-set() is available to the sheets.
+// Sheets can read no file and no network resource: xsl:include, xsl:import
+// and document() fail.
+class MotorLibxslt final : public MotorXSL {
+ public:
+  MotorLibxslt();
+  ~MotorLibxslt() override;
+  MotorLibxslt(const MotorLibxslt&) = delete;
+  MotorLibxslt& operator=(const MotorLibxslt&) = delete;
+
+  ResultadoXSL Transforma(std::string_view xml, std::string_view xsl) override;
+
+  // How many sheet texts have been parsed so far.
+  int HojasCompiladas() const { return static_cast<int>(hojas_.size()); }
+
+ private:
+  struct Hoja;
+  Hoja& Compila(std::string_view xsl);
+
+  std::unordered_map<std::string, std::unique_ptr<Hoja>> hojas_;
+  void* seguridad_;  // xsltSecurityPrefsPtr
+};
+
+}  // namespace orvex::xml
