@@ -42,9 +42,15 @@ bool MotorModuloXSL::Carga() {
   }
   transforma_ = reinterpret_cast<OrvexTransformaXSL>(::dlsym(modulo, kFuncionTransforma));
   libera_ = reinterpret_cast<OrvexLiberaXSL>(::dlsym(modulo, kFuncionLibera));
-  if (transforma_ == nullptr || libera_ == nullptr) {
+  const auto verifica = reinterpret_cast<OrvexVerificaXSL>(::dlsym(modulo, kFuncionVerifica));
+  if (transforma_ == nullptr || libera_ == nullptr || verifica == nullptr) {
     transforma_ = nullptr;
     error_ = ruta + " no es el módulo XSL de Orvex";
+    return false;
+  }
+  if (verifica() == 0) {
+    transforma_ = nullptr;
+    error_ = "el analizador XML de " + ruta + " no funciona";
     return false;
   }
   return true;

@@ -9,8 +9,9 @@
 namespace orvex::xml {
 
 // The XSL processor of the module "orvex-xsl.so", loaded on the first
-// transformation from the first of `rutas` that exists. When none loads,
-// every transformation reports SinProcesador with the loader's reason.
+// transformation from the first of `rutas` that exists, which must then
+// show that its XML parser works. When that fails, every transformation
+// reports SinProcesador with the reason.
 class MotorModuloXSL final : public MotorXSL {
  public:
   explicit MotorModuloXSL(std::vector<std::string> rutas) : rutas_(std::move(rutas)) {}

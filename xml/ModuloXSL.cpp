@@ -41,6 +41,10 @@ extern "C" __attribute__((visibility("default"))) int orvex_xsl_transforma(
   }
 }
 
+extern "C" __attribute__((visibility("default"))) int orvex_xsl_verifica() {
+  return orvex::xml::XmlParserWorks() ? 1 : 0;
+}
+
 extern "C" __attribute__((visibility("default"))) void orvex_xsl_libera(OrvexSalidaXSL* salida) {
   std::free(salida->texto);
   std::free(salida->razon);

@@ -25,6 +25,8 @@ struct OrvexSalidaXSL {
 using OrvexTransformaXSL = int (*)(const char* xml, std::size_t largo_xml, const char* xsl,
                                    std::size_t largo_xsl, OrvexSalidaXSL* salida);
 using OrvexLiberaXSL = void (*)(OrvexSalidaXSL* salida);
+// Nonzero when the XML parser can be created and parses a small document.
+using OrvexVerificaXSL = int (*)();
 
 }  // extern "C"
 
@@ -33,5 +35,6 @@ namespace orvex::xml {
 inline constexpr const char* kArchivoModuloXSL = "orvex-xsl.so";
 inline constexpr const char* kFuncionTransforma = "orvex_xsl_transforma";
 inline constexpr const char* kFuncionLibera = "orvex_xsl_libera";
+inline constexpr const char* kFuncionVerifica = "orvex_xsl_verifica";
 
 }  // namespace orvex::xml

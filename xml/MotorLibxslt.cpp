@@ -303,4 +303,17 @@ ResultadoXSL MotorLibxslt::Transforma(std::string_view xml, std::string_view xsl
   return r;
 }
 
+bool XmlParserWorks() {
+  static const char kDocumento[] = "<?xml version='1.0'?>\r\n<algo> </algo>";
+  IniciaBibliotecas();
+  CapturaErrores();
+  xmlParserCtxtPtr ctxt = xmlNewParserCtxt();
+  if (ctxt == nullptr) return false;
+  xmlDocPtr doc = xmlCtxtReadMemory(ctxt, kDocumento, sizeof kDocumento - 1, nullptr, nullptr,
+                                    XML_PARSE_NONET);
+  xmlFreeDoc(doc);
+  xmlFreeParserCtxt(ctxt);
+  return true;
+}
+
 }  // namespace orvex::xml

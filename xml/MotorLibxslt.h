@@ -43,4 +43,9 @@ class MotorLibxslt final : public MotorXSL {
   void* seguridad_;  // xsltSecurityPrefsPtr
 };
 
+// True when the XML parser can be created and made to parse a small
+// document; whether that document parsed is not examined, only that the
+// parser ran, as the gateway has always checked.
+bool XmlParserWorks();
+
 }  // namespace orvex::xml
