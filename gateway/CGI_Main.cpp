@@ -94,8 +94,9 @@ bool ComandoDiagnostico(Solicitud& s, const std::string& expresion) {
   return true;
 }
 
-int Principal(Servicios& sys, db::Opener& bases) {
+int Principal(Servicios& sys, db::Opener& bases, circulation::Red* red) {
   Solicitud s(sys, bases);
+  s.red = red;
   try {
     try {
       LeeVariablesCGI(s.cgi, sys.entorno);

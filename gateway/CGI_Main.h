@@ -20,7 +20,9 @@ bool ComandoDiagnostico(Solicitud& s, const std::string& expresion);
 
 // The entry procedure: captures the request, checks the two engines, runs
 // CGI_Main and deletes the request log; an unexpected error gives the error
-// page. Returns the process's exit status (always 0).
-int Principal(Servicios& sys, db::Opener& bases);
+// page. `red` is the network that the record pages' circulation server
+// checks use; without one every server counts as unreachable. Returns the
+// process's exit status (always 0).
+int Principal(Servicios& sys, db::Opener& bases, circulation::Red* red = nullptr);
 
 }  // namespace orvex::gateway

@@ -5,6 +5,7 @@
 #include "config/Plantillas.h"
 #include "base/Runtime.h"
 #include "gateway/Encabezado.h"
+#include "queries/ConsultaLibros.h"
 
 namespace orvex::gateway {
 namespace {
@@ -16,7 +17,6 @@ void NoDisponible(Solicitud& s, std::string_view que) {
                                       Latin1(" no está disponible en esta versión de Orvex."));
 }
 
-void ConsultaLibros(Solicitud& s) { NoDisponible(s, "libros"); }
 void ConsultaRevistas(Solicitud& s) { NoDisponible(s, "revistas"); }
 void ConsultaArticulos(Solicitud& s) { NoDisponible(s, Latin1("artículos")); }
 void ConsultaCatalogo(Solicitud& s) { NoDisponible(s, Latin1("catálogos")); }
@@ -35,8 +35,8 @@ void ComandoNoDisponible(Solicitud& s, const std::string& expresion) {
 void ShowVar(Solicitud&, const std::string&) {}
 
 constexpr Coleccion kColecciones[] = {
-    {"LIBROS", 0, ConsultaLibros},
-    {"", 0, ConsultaLibros},
+    {"LIBROS", 0, queries::ConsultaLibros},
+    {"", 0, queries::ConsultaLibros},
     {"REVISTAS", 1, ConsultaRevistas},
     {"ARTICULOS", 2, ConsultaArticulos},
     {"CATALOGOS", std::nullopt, ConsultaCatalogo},

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "base/Platform.h"
 #include "config/ArchivoCFG.h"
@@ -10,6 +12,10 @@
 #include "db/Database.h"
 #include "gateway/EntradaCGI.h"
 #include "search/Busqueda.h"
+
+namespace orvex::circulation {
+class Red;
+}
 
 namespace orvex::gateway {
 
@@ -49,6 +55,21 @@ struct Solicitud {
   std::string TextoLIB;
   std::string TextoEXPR1;
   std::string Expresion;
+
+  // The book query's request fields (BUSQ_AVANZADA and BaseDTA live in cfg).
+  std::uint8_t MostrarFichaBIB = 0;
+  std::uint8_t MostrarFichaBDL = 0;
+  std::uint8_t NoFormato = 0;
+  std::string TxtTit, TxtAut, TxtTem;
+  std::string TxtIsbn, TxtEdit, TxtSer, TxtClas;  // never read from the request
+  std::string NombreBib;  // the library named on the page
+
+  // Paging of the result page.
+  std::int32_t Total = 0;
+  std::int32_t Cantidad = 0;
+  std::int32_t Desde = 0;
+  std::int32_t Hasta = 0;
+  std::int32_t FichaActual = 0;
   std::string ACERVO;
   bool GeneraLinksURL = true;
   std::int16_t TipoAcervo = 0;
@@ -58,6 +79,17 @@ struct Solicitud {
   std::string ArchivoLog;  // the request log, empty until one is made
 
   FormaConsulta CONSULTA;
+
+  // The network of the circulation server checks; main() sets the real one.
+  circulation::Red* red = nullptr;
+  // Host checks already made in this request: the comments each wrote and
+  // its outcome, by server, so that a page of records pings each server once.
+  struct ChequeoServidor {
+    std::vector<std::string> escrituras;  // what the check wrote to the page
+    std::string direccion;                // the address it resolved
+    bool disponible = false;
+  };
+  std::map<std::string, ChequeoServidor> servidores_revisados;
 
   // The catalogue databases of the request, open until the process ends.
   std::unique_ptr<db::Database> BDBiblio;  // KORVEL8.MDB

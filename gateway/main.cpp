@@ -1,6 +1,7 @@
 // orvex: the catalogue gateway, one process per CGI request.
 
 #include "base/PosixPlatform.h"
+#include "circulation/ChecaIP.h"
 #include "db/Database.h"
 #include "db/SqliteEngine.h"
 #include "gateway/CGI_Main.h"
@@ -34,5 +35,6 @@ int main() {
   RealEngines motores(archivos.ProgramDirectory());
   orvex::Servicios sys{entorno, entrada, salida, reloj, archivos, motores};
   orvex::db::EngineOpener bases(orvex::CodePage::Windows1252());
-  return orvex::gateway::Principal(sys, bases);
+  orvex::circulation::RedPosix red;
+  return orvex::gateway::Principal(sys, bases, &red);
 }

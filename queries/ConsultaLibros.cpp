@@ -1,0 +1,275 @@
+#include "queries/ConsultaLibros.h"
+
+#include <array>
+#include <cstdint>
+
+#include "base/CodePage.h"
+#include "base/EnviaLinea.h"
+#include "base/Runtime.h"
+#include "base/RuntimeError.h"
+#include "config/ArchivoCFG.h"
+#include "config/Instalacion.h"
+#include "config/Plantillas.h"
+#include "gateway/Bitacora.h"
+#include "gateway/EntradaCGI.h"
+#include "queries/AbreBases.h"
+#include "queries/Resultados.h"
+#include "search/Estadisticas.h"
+#include "search/Expresion.h"
+#include "search/Indice.h"
+#include "search/Normalizacion.h"
+
+namespace orvex::queries {
+namespace {
+
+using config::ReemplazaTexto;
+
+const std::string kArchivosIncompletos = Latin1(
+    "<P>Los archivos están incompletos para consultar o<br> la ruta a los mismos no es "
+    "accesible. <br>Verifique la sintaxis de su archivo de configuración y revise la "
+    "existencia de los archivos. <br>La ruta obtenida es: ");
+
+std::string Seccion(gateway::Solicitud& s, std::string_view etiqueta) {
+  return config::SeccionCFG(s.cfg.TextoCFG, etiqueta, s.sys.reloj);
+}
+
+std::string Plegado(gateway::Solicitud& s, std::string_view campo) {
+  std::string texto = gateway::ValorCGI(s.cgi, campo);
+  return search::QuitaAcentos(texto);
+}
+
+// A numeric request field: its leading number narrowed to the variable's
+// width. Errors are ignored, as the fields have always been read: a value
+// that does not fit leaves the variable as it was.
+template <typename T, T (*Estrecha)(double)>
+void LeeNumero(gateway::Solicitud& s, std::string_view campo, T& destino) {
+  try {
+    destino = Estrecha(LeadingNumber(gateway::ValorCGI(s.cgi, campo)));
+  } catch (const RuntimeError&) {
+  }
+}
+
+// The library named on the page: the institution of the installation
+// settings (empty until they are read).
+std::string NombreInstalacion(const gateway::Solicitud& s) { return s.instalacion.Institucion; }
+
+std::string Numero(std::int64_t n) { return std::to_string(n); }
+
+std::string TextoEXPR(const gateway::Solicitud& s, int n) {
+  const search::Estado& e = s.busqueda;
+  switch (n) {
+    case 1: return e.txtEXPR1.empty() ? s.TextoEXPR1 : e.txtEXPR1;
+    case 2: return e.txtEXPR2;
+    default: return e.txtEXPR3;
+  }
+}
+
+// The placeholders that "ENCABEZADO2:" and "FINAL:" share, from the total on.
+void LlenaPaginacion(gateway::Solicitud& s, std::string& texto) {
+  ReemplazaTexto(texto, "<!TOTAL!>", Numero(s.Total));
+  ReemplazaTexto(texto, "<!CANTIDAD!>", Numero(s.Cantidad));
+  ReemplazaTexto(texto, "<!DESDE!>", Numero(s.Desde));
+  s.Hasta = HastaPagina(s.Desde, s.Cantidad, s.Total);
+  ReemplazaTexto(texto, "<!HASTA!>", Numero(s.Hasta));
+  ReemplazaTexto(texto, "<!DESDEANTERIOR!>", Numero(DesdeAnterior(s.Desde, s.Cantidad)));
+  ReemplazaTexto(texto, "<!DESDESIGUIENTE!>", Numero(DesdeSiguiente(s.Desde, s.Cantidad, s.Total)));
+  ReemplazaTexto(texto, "<!NOFORMATO!>", Numero(s.NoFormato));
+  ReemplazaTexto(texto, "<!ACERVO!>", s.ACERVO);
+  ReemplazaTexto(texto, "<!TXTLIB!>", s.TextoLIB);
+  ReemplazaTexto(texto, "<!TXTTIT!>", s.TxtTit);
+  ReemplazaTexto(texto, "<!TXTAUT!>", s.TxtAut);
+  ReemplazaTexto(texto, "<!TXTTEM!>", s.TxtTem);
+}
+
+void EscribeEncabezado2(gateway::Solicitud& s) {
+  std::string texto = Seccion(s, "ENCABEZADO2:");
+  if (texto.empty()) return;
+  const search::Estado& e = s.busqueda;
+  ReemplazaTexto(texto, "<!NOMBREBIB!>", s.NombreBib);
+  ReemplazaTexto(texto, "<!txtEXPR!>", s.Expresion);
+  ReemplazaTexto(texto, "<!txtEXPR1!>", TextoEXPR(s, 1));
+  ReemplazaTexto(texto, "<!txtEXPR2!>", TextoEXPR(s, 2));
+  ReemplazaTexto(texto, "<!txtEXPR3!>", TextoEXPR(s, 3));
+  ReemplazaTexto(texto, "<!opCAMPO1!>", Numero(e.opCAMPO1));
+  ReemplazaTexto(texto, "<!opCAMPO2!>", Numero(e.opCAMPO2));
+  ReemplazaTexto(texto, "<!opCAMPO3!>", Numero(e.opCAMPO3));
+  ReemplazaTexto(texto, "<!opBOOLEAN1!>", Numero(e.opBOOLEAN1));
+  ReemplazaTexto(texto, "<!opBOOLEAN2!>", Numero(e.opBOOLEAN2));
+  ReemplazaTexto(texto, "<!BUSQ_AVANZADA!>", Numero(s.cfg.BUSQ_AVANZADA));
+  ReemplazaTexto(texto, "<!ArchivoCFG!>", gateway::ValorCGI(s.cgi, "ArchivoCFG"));
+  ReemplazaTexto(texto, "<!mostrarFICHABIB!>", Numero(s.MostrarFichaBIB));
+  ReemplazaTexto(texto, "<!BaseDTA!>", Numero(s.cfg.BaseDTA));
+  LlenaPaginacion(s, texto);
+  EnviaLinea(s.sys.salida, texto);
+}
+
+void EscribeFinal(gateway::Solicitud& s) {
+  std::string texto = Seccion(s, "FINAL:");
+  ReemplazaTexto(texto, "<!NOMBREBIB!>", NombreInstalacion(s));
+  ReemplazaTexto(texto, "<!txtEXPR!>", s.Expresion);
+  LlenaPaginacion(s, texto);
+  ReemplazaTexto(texto, "<!TXTISBN!>", s.TxtIsbn);
+  ReemplazaTexto(texto, "<!TXTEDIT!>", s.TxtEdit);
+  ReemplazaTexto(texto, "<!TXTSER!>", s.TxtSer);
+  ReemplazaTexto(texto, "<!TXTCLAS!>", s.TxtClas);
+  EnviaLinea(s.sys.salida, texto);
+}
+
+void EscribeNoEncontrado(gateway::Solicitud& s) {
+  std::string texto = Seccion(s, "NOENCONTRADO:");
+  ReemplazaTexto(texto, "<!TXTLIB!>", s.TextoLIB);
+  ReemplazaTexto(texto, "<!TXTTIT!>", s.TxtTit);
+  ReemplazaTexto(texto, "<!TXTAUT!>", s.TxtAut);
+  ReemplazaTexto(texto, "<!TXTTEM!>", s.TxtTem);
+  ReemplazaTexto(texto, "<!ACERVO!>", s.ACERVO);
+  s.NombreBib = NombreInstalacion(s);
+  ReemplazaTexto(texto, "<!NOMBREBIB!>", s.NombreBib);
+  ReemplazaTexto(texto, "<!txtEXPR!>", s.Expresion);
+  EnviaLinea(s.sys.salida, texto);
+}
+
+// The advanced form's choice of database set. False when the request has
+// been answered (the multi-collection page) or refused.
+bool EligeBase(gateway::Solicitud& s, std::int32_t no_ficha) {
+  Output& salida = s.sys.salida;
+  std::string nombre = s.NombreBib;
+  std::string ruta = s.cfg.RutaBase;
+  if (s.cfg.BaseDTA == 99) {
+    std::uint8_t n = s.cfg.BaseDTA;
+    if (config::BuscaBase(s.cfg, nombre, ruta, n) == 99) {
+      s.cfg.BaseDTA = n;
+      ResultadosMultiplesAcervos(s, n);
+      return false;
+    }
+    s.cfg.RutaBase = ruta;
+    config::MensajeH4(salida, Latin1("<P>Se ha solicitado hacer una busqueda en multiples "
+                                     "acervos, sin embargo <br><br>Verifique la sintaxis de su "
+                                     "archivo de configuración y revise la existencia de los "
+                                     "archivos. <br>La ruta obtenida es: ") +
+                                  s.cfg.RutaBase + "<center>");
+    return false;
+  }
+  std::uint8_t numero = s.cfg.BaseDTA;
+  if (config::BuscaBase(s.cfg, nombre, ruta, numero) == 1) {
+    s.cfg.RutaBase = ruta;
+    s.NombreBib = nombre;
+    EnviaLinea(salida, "<!-- Ruta: " + s.cfg.RutaBase + "<br/>Biblio: " + s.NombreBib +
+                           "<br/>Indice: " + Numero(s.cfg.BaseDTA) + "<br/>NoFicha: " +
+                           Numero(no_ficha) + "<br/>");
+    EnviaLinea(salida, "BusQ_AVAn " + Numero(s.cfg.BUSQ_AVANZADA) + "<br/>txtExpr: " +
+                           s.Expresion + "<br/>txtLIB: " + s.TextoLIB +
+                           "<br/>MostrarFichaBIB: " + Numero(s.MostrarFichaBIB) + "<br/> -->");
+  } else if (s.cfg.BaseDTA > 0) {
+    s.cfg.RutaBase = ruta;
+    config::MensajeH4(salida, kArchivosIncompletos + s.cfg.RutaBase + "<center>");
+    return false;
+  }
+  s.Traza += "Busqueda avanzada: " + Numero(s.cfg.BaseDTA) + ", " + s.NombreBib + "<br/>";
+  return true;
+}
+
+// Steps from locating the files to the statistics row.
+void Busca(gateway::Solicitud& s, std::int32_t no_ficha) {
+  Output& salida = s.sys.salida;
+  const std::vector<std::string> faltantes = ArchivosFaltantes(s, s.cfg.RutaBase);
+  if (!faltantes.empty()) {
+    EnviaLinea(salida, "<h2>Error al abrir Bases de Datos de Consulta </h2>");
+    ReportaArchivosFaltantes(s, s.cfg.RutaBase, faltantes);
+    s.Traza += "Error de ruta de bases de datos...<br/>";
+    config::MensajeH4(salida, s.Traza);
+    return;
+  }
+  s.Traza += "Antes de apertura de BD<br/>";
+  AbreBasesLibros(s);
+  config::CargaConfiguracion(s.instalacion, *s.BDBiblio, s.ACERVO, s.cfg.RutaBase, s.sys);
+  if (s.NombreBib.empty()) s.NombreBib = NombreInstalacion(s);
+  s.Traza += "Abertura de BD y Lectura de datos generales<br/>";
+
+  const auto sin_textos = [&s] {
+    return s.TextoLIB.empty() && s.TxtTit.empty() && s.TxtAut.empty() && s.TxtTem.empty();
+  };
+  const auto busca_palabras = [&s] {
+    search::BuscaPalabras(s, {s.TextoLIB, s.TxtTit, s.TxtAut, s.TxtTem}, {0, 0, 0}, false);
+  };
+  std::int16_t cuenta = 0;
+  if (no_ficha > 0) {
+    s.Traza += "Recuperar ficha " + Numero(no_ficha) + "<br/>";
+    if (sin_textos()) s.TextoLIB = s.TextoEXPR1;
+    busca_palabras();
+    cuenta = 1;
+    s.Traza += "Datos ficha: " + Numero(no_ficha) + " recuperados<br/>";
+  } else if (s.cfg.BUSQ_AVANZADA == 1) {
+    s.Traza += "Iniciar busqueda avanzada <br/>";
+    search::LeeCamposAvanzados(s.busqueda, s.cgi);
+    s.Expresion = search::ArmaBusquedaAvanzada(s);
+    s.Traza += "Busqueda avanzada realizada: " + s.Expresion + "<br/>";
+    cuenta = ToInt16(search::CuentaFichas(s.busqueda.MapaResultado));
+  } else {
+    s.Traza += "Iniciar busqueda normal <br/>";
+    if (sin_textos()) s.TextoLIB = s.TextoEXPR1;
+    busca_palabras();
+    s.Traza += "Busqueda normal realizada <br/>";
+    cuenta = ToInt16(search::CuentaFichas(s.busqueda.MapaResultado));
+  }
+  EnviaLinea(salida, "<!--NoResultados: " + Numero(cuenta) + "<br/>-->");
+
+  if (cuenta > 0) {
+    s.Total = cuenta;
+    s.FichaActual = 0;
+    EscribeEncabezado2(s);
+    MuestraLibros(s, no_ficha > 0 ? no_ficha : 0);
+  } else {
+    EscribeNoEncontrado(s);
+  }
+  EscribeFinal(s);
+  search::RegistraConsulta(s, s.cfg.RutaBase, cuenta, {s.TextoLIB, s.TxtTit, s.TxtAut, s.TxtTem});
+}
+
+}  // namespace
+
+void ConsultaLibros(gateway::Solicitud& s) {
+  std::int32_t no_ficha = 0;
+  LeeNumero<std::int32_t, ToInt32>(s, "txtNoFicha", no_ficha);
+  s.TextoLIB = Plegado(s, "txtLIB");
+  LeeNumero<std::uint8_t, ToByte>(s, "mostrarFICHABIB", s.MostrarFichaBIB);
+  LeeNumero<std::uint8_t, ToByte>(s, "mostrarFICHABDL", s.MostrarFichaBDL);
+  s.TxtTit = Plegado(s, "txtTIT");
+  s.TxtAut = Plegado(s, "txtAUT");
+  s.TxtTem = Plegado(s, "txtTEM");
+  LeeNumero<std::uint8_t, ToByte>(s, "FormatoFicha", s.NoFormato);
+  LeeNumero<std::int32_t, ToInt32>(s, "Cantidad", s.Cantidad);
+  LeeNumero<std::int32_t, ToInt32>(s, "FichaINI", s.Desde);
+  LeeNumero<std::uint8_t, ToByte>(s, "BUSQ_AVANZADA", s.cfg.BUSQ_AVANZADA);
+  LeeNumero<std::uint8_t, ToByte>(s, "BaseDTA", s.cfg.BaseDTA);
+
+  if (s.Expresion.empty()) s.Expresion = s.TextoLIB;
+  if (s.Expresion.empty()) s.Expresion = s.TextoEXPR1;
+  s.Traza += "Entrada a ConsultaLibros,leidas variables, txtEXP:" + s.Expresion + ",Ficha:" +
+             Numero(s.Desde) + "<br/>";
+  gateway::CreaLog(s);
+  EnviaLinea(s.sys.salida, Seccion(s, "ENCABEZADO:"));
+
+  s.cfg.RutaBase = TrimBlanks(Seccion(s, "BASE:"));
+  s.NombreBib = NombreInstalacion(s);
+  s.Traza += "Leido CFG, RutaBase:" + s.cfg.RutaBase + "-<br/>";
+  if (s.cfg.RutaBase.empty()) {
+    gateway::PaginaError(s, "La ruta obtenida para la BD es invalida, ruta:" + s.cfg.RutaBase +
+                                "<br>");
+  }
+  if (s.cfg.BUSQ_AVANZADA == 1 && !EligeBase(s, no_ficha)) return;
+
+  try {
+    Busca(s, no_ficha);
+  } catch (const RuntimeError& error) {
+    Output& salida = s.sys.salida;
+    EnviaLinea(salida, Latin1("<h4>Se presentó un error inesperado al procesar la Consulta de "
+                              "Libros</h4>"));
+    EnviaLinea(salida, "Error " + Numero(error.number()) + ": " + error.description() + "<br/>");
+    EnviaLinea(salida, "ArchivoCFG: " + s.cfg.ArchivoCFG + "<br/>Ruta base: " + s.cfg.RutaBase +
+                           "<br/>Biblio: " + s.NombreBib + "<br/>Indice: " +
+                           Numero(s.cfg.BaseDTA) + "<br/>NoFicha: " + Numero(no_ficha));
+    EnviaLinea(salida, "Log registrado:<br/>" + s.Traza);
+  }
+}
+
+}  // namespace orvex::queries

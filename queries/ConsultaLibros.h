@@ -1,0 +1,18 @@
+#pragma once
+
+#include "gateway/Solicitud.h"
+
+namespace orvex::queries {
+
+// The book catalogue query ("ACERVO" LIBROS): reads the query fields, checks
+// and opens the databases of "BASE:" (or of the database set that
+// "BaseDTA" names), runs one of three lookups (one record by "txtNoFicha",
+// the advanced form, or the normal search), writes "ENCABEZADO:",
+// "ENCABEZADO2:", one page of records (or "NOENCONTRADO:") and "FINAL:" with
+// their placeholders, and records the search in the statistics database. An
+// advanced search over every database set ("BaseDTA" 99) is answered by the
+// multi-collection page instead. An unexpected failure after the databases
+// are located ends the page with the error block (and no "FINAL:").
+void ConsultaLibros(gateway::Solicitud& s);
+
+}  // namespace orvex::queries

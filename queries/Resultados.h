@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "db/Database.h"
+#include "gateway/Solicitud.h"
+
+// What the result pages share: the paging numbers, the page of book results,
+// the page of a sequential listing and the page of a search over several
+// collections.
+namespace orvex::queries {
+
+// The paging numbers, from Desde, Cantidad and Total as the request and the
+// search left them (never clamped):
+//   last position   Desde + Cantidad - 1 when below Total, else Total;
+//   previous start  Desde - Cantidad when above 1, else 1;
+//   next start      Desde + Cantidad when below Total, else Total.
+std::int32_t HastaPagina(std::int32_t desde, std::int32_t cantidad, std::int32_t total);
+std::int32_t DesdeAnterior(std::int32_t desde, std::int32_t cantidad);
+std::int32_t DesdeSiguiente(std::int32_t desde, std::int32_t cantidad, std::int32_t total);
+
+// The book results: record `no_ficha` alone when it is above 0 (shown at
+// position 1); otherwise the records of the result bitmap at positions Desde
+// to Total, at most Cantidad of them. The records shown are counted in a
+// byte: a page of more than 255 records raises 6 after the 255th.
+void MuestraLibros(gateway::Solicitud& s, std::int32_t no_ficha);
+
+// The page of a sequential listing over `filas`: skips Desde - 1 rows, then
+// writes one row per position up to Total, at most Cantidad of them (counted
+// in a byte), with "SEPARADOR:" between two rows and never after the last.
+void MuestraCatalogo(gateway::Solicitud& s, db::Recordset& filas);
+
+// One row of the listing: "FORMATO:" filled from the row's columns, the
+// paging numbers and "<!BUSCADO!>" (TextoLIB).
+void RenglonCatalogo(gateway::Solicitud& s, db::Recordset& fila);
+
+// The page of an advanced search over the `n` collections of
+// s.cfg.TablaBases: the header once, from the first collection whose files
+// are there; one "FORMATO:" row per collection that found something, with
+// "<!HASTA!>" as Desde + Cantidad (the single-base rule does not apply
+// here); a statistics row per collection; the no-result message; "FINAL:".
+void ResultadosMultiplesAcervos(gateway::Solicitud& s, std::int32_t n);
+
+// True when KORVEL8.MDB and INDIZADO.MDB are both in `directorio`; otherwise
+// writes a "<p>No se encontró: " line per missing file and the message that
+// the files are incomplete, and gives false.
+bool VerificaArchivosBase(gateway::Solicitud& s, std::string_view directorio);
+
+}  // namespace orvex::queries
