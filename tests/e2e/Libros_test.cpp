@@ -1,0 +1,155 @@
+// End-to-end pages of the book catalogue: the real binary on a copy of the
+// fixture catalogue, with the configuration files of tests/e2e/cfg (their
+// "@BASES@", "@BASES2@" and "@DIR@" filled in), compared byte for byte with
+// tests/e2e/golden/libros_*.html.
+
+#include <gtest/gtest.h>
+
+#include "base/CodePage.h"
+#include "db/Database.h"
+#include "tests/e2e/Programa.h"
+
+namespace orvex {
+namespace {
+
+using namespace e2e;
+
+const fs::path kCatalogo = fs::path(ORVEX_FIXTURES) / "catalogo" / "sqlite";
+
+// A program directory with the catalogue copied into bases/ (and bases2/)
+// and `archivo_cfg` of tests/e2e/cfg as its libros.cfg.
+class ProgramaLibros {
+ public:
+  ProgramaLibros(const std::string& nombre, const std::string& archivo_cfg)
+      : programa_(nombre, "") {
+    const fs::path dir = programa_.dir();
+    for (const char* bases : {"bases", "bases2"}) {
+      fs::copy(kCatalogo, dir / bases, fs::copy_options::recursive);
+    }
+    std::string cfg = ReadFile(fs::path(ORVEX_E2E_DIR) / "cfg" / archivo_cfg);
+    cfg = Reemplaza(cfg, "@BASES@", (dir / "bases").string());
+    cfg = Reemplaza(cfg, "@BASES2@", (dir / "bases2").string());
+    cfg = Reemplaza(cfg, "@DIR@", dir.string());
+    WriteFile(dir / "libros.cfg", cfg);
+  }
+  const fs::path& dir() const { return programa_.dir(); }
+
+  std::string Pagina(const std::string& query) const {
+    const Respuesta r = programa_.Ejecuta(Get("ArchivoCFG=libros.cfg&ACERVO=libros&" + query));
+    EXPECT_TRUE(r.termino);
+    EXPECT_EQ(r.estado, 0);
+    return Reemplaza(r.salida, dir().string(), "@DIR@");
+  }
+
+  // The rows of "Consultas" in the statistics database of `bases`:
+  // Buscado, Encontrados and AdvSearch of each.
+  std::vector<std::string> Estadisticas(const char* bases = "bases") const {
+    auto db = db::OpenDatabase((dir() / bases / "estadisticas.mdb").string(),
+                               CodePage::Windows1252(), {.read_only = true});
+    std::vector<std::string> filas;
+    for (auto rs = db->OpenRecordset("SELECT * FROM Consultas", db::RecordsetType::Dynaset);
+         !rs->Eof(); rs->MoveNext()) {
+      filas.push_back(rs->Field("Buscado").AsText() + "|" + rs->Field("Encontrados").AsText() +
+                      "|" + rs->Field("AdvSearch").AsText());
+    }
+    return filas;
+  }
+
+ private:
+  ProgramaCGI programa_;
+};
+
+struct Caso {
+  const char* nombre;
+  const char* cfg;
+  const char* query;
+};
+
+void PrintTo(const Caso& c, std::ostream* os) { *os << c.nombre; }
+
+class PaginasLibros : public ::testing::TestWithParam<Caso> {};
+
+TEST_P(PaginasLibros, MatchTheirGoldenFiles) {
+  const Caso& c = GetParam();
+  const ProgramaLibros programa(std::string("libros_") + c.nombre, c.cfg);
+  ComparaConDorado(std::string("libros_") + c.nombre, programa.Pagina(c.query));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Orvex, PaginasLibros,
+    ::testing::Values(
+        // One record by its number, whatever the search words say.
+        Caso{"ficha", "libros.cfg", "txtNoFicha=15&txtLIB=algebra&Cantidad=10&FichaINI=1"},
+        // A normal search over three pages, words highlighted.
+        Caso{"pagina_primera", "libros.cfg", "txtLIB=novela&Cantidad=10&FichaINI=1"},
+        Caso{"pagina_media", "libros.cfg", "txtLIB=novela&Cantidad=10&FichaINI=11"},
+        Caso{"pagina_ultima", "libros.cfg", "txtLIB=novela&Cantidad=10&FichaINI=21"},
+        Caso{"por_campos", "libros.cfg", "txtAUT=cervantes&txtTIT=quijote&Cantidad=5&FichaINI=1"},
+        Caso{"avanzada", "libros.cfg",
+             "BUSQ_AVANZADA=1&txtEXPR1=cervantes&opCAMPO1=2&opBOOLEAN1=1&txtEXPR2=quijote&"
+             "opCAMPO2=1&Cantidad=5&FichaINI=1"},
+        Caso{"varios_acervos", "multibase.cfg",
+             "BUSQ_AVANZADA=1&BaseDTA=99&txtEXPR1=novela&opCAMPO1=0&Cantidad=10&FichaINI=1"},
+        Caso{"un_acervo_de_varios", "multibase.cfg",
+             "BUSQ_AVANZADA=1&BaseDTA=2&txtEXPR1=quijote&opCAMPO1=0&Cantidad=10&FichaINI=1"},
+        Caso{"acervo_sin_archivos", "multibase.cfg",
+             "BUSQ_AVANZADA=1&BaseDTA=3&txtEXPR1=quijote&opCAMPO1=0&Cantidad=10&FichaINI=1"},
+        Caso{"sin_resultado", "libros.cfg", "txtLIB=zzzz&Cantidad=10&FichaINI=1"},
+        Caso{"error_de_sintaxis", "libros.cfg", "txtLIB=novela+(&Cantidad=10&FichaINI=1"},
+        Caso{"breve", "libros.cfg", "txtLIB=quijote&mostrarFICHABIB=1&Cantidad=10&FichaINI=1"},
+        Caso{"tabla", "libros.cfg", "txtLIB=quijote&mostrarFICHABDL=1&Cantidad=10&FichaINI=1"},
+        Caso{"disponibilidad", "disponibilidad.cfg", "txtLIB=quijote&Cantidad=10&FichaINI=1"}),
+    [](const ::testing::TestParamInfo<Caso>& info) { return info.param.nombre; });
+
+TEST(Libros, MissingDatabaseFilesGiveTheirPage) {
+  const ProgramaLibros programa("libros_sin_archivos", "libros.cfg");
+  fs::remove(programa.dir() / "bases" / "INDIZADO.MDB");
+  ComparaConDorado("libros_sin_archivos",
+                   programa.Pagina("txtLIB=novela&Cantidad=10&FichaINI=1"));
+}
+
+// The installation's own sheet "XSLs/fichaWeb.xsl" fills "<!FICHA3!>", with
+// "Ruta-" pointing into the program's XSLs folder.
+TEST(Libros, TheInstallationsOwnSheetFillsItsPlaceholder) {
+  const ProgramaLibros programa("libros_hoja_propia", "libros.cfg");
+  fs::create_directory(programa.dir() / "XSLs");
+  WriteFile(programa.dir() / "XSLs" / "fichaWeb.xsl",
+            Latin1("<?xml version=\"1.0\"?>\r\n"
+                   "<xsl:stylesheet version=\"1.0\" "
+                   "xmlns:xsl=\"http://www.w3.org/1999/XSL/Transform\">\r\n"
+                   "<xsl:template match=\"/\"><html><body>"
+                   "<div class=\"margen2\"><img src=\"Ruta-libro.png\"/> Título: "
+                   "<xsl:value-of select=\"FICHAS/FICHA/ETIQUETAS/m245\"/></div>"
+                   "<xsl:for-each select=\"FICHAS/FICHA/ETIQUETAS/m856\">"
+                   "<a href=\"{@url}\"><xsl:value-of select=\".\"/></a></xsl:for-each>"
+                   "</body></html></xsl:template>\r\n</xsl:stylesheet>\r\n"));
+  ComparaConDorado("libros_hoja_propia",
+                   programa.Pagina("txtLIB=quijote&Cantidad=10&FichaINI=1"));
+}
+
+TEST(Libros, EverySearchLeavesOneStatisticsRow) {
+  const ProgramaLibros programa("libros_estadisticas", "libros.cfg");
+  const std::vector<std::string> antes = programa.Estadisticas();
+  programa.Pagina("txtLIB=novela&Cantidad=10&FichaINI=11");
+  programa.Pagina("txtLIB=zzzz&Cantidad=10&FichaINI=1");
+  programa.Pagina("BUSQ_AVANZADA=1&txtEXPR1=cervantes&opCAMPO1=2&Cantidad=5&FichaINI=1");
+  std::vector<std::string> despues = programa.Estadisticas();
+  ASSERT_EQ(despues.size(), antes.size() + 3);
+  despues.erase(despues.begin(), despues.begin() + static_cast<long>(antes.size()));
+  EXPECT_EQ(despues, (std::vector<std::string>{"NOVELA|29|2", "ZZZZ|0|2", "CERVANTES|1|3"}));
+}
+
+TEST(Libros, AnAdvancedSearchOverEveryCollectionRecordsOneRowEach) {
+  const ProgramaLibros programa("libros_estadisticas_varias", "multibase.cfg");
+  const size_t antes1 = programa.Estadisticas("bases").size();
+  const size_t antes2 = programa.Estadisticas("bases2").size();
+  programa.Pagina("BUSQ_AVANZADA=1&BaseDTA=99&txtEXPR1=novela&opCAMPO1=0&Cantidad=10&FichaINI=1");
+  EXPECT_EQ(programa.Estadisticas("bases").size(), antes1 + 1);
+  // A collection whose files are missing does not change RutaBase: its row,
+  // and the row of the "##99" line that closes the list, go to the
+  // statistics of the collection searched before it.
+  EXPECT_EQ(programa.Estadisticas("bases2").size(), antes2 + 3);
+}
+
+}  // namespace
+}  // namespace orvex
