@@ -1,0 +1,178 @@
+#include "queries/Resultados.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "base/PosixPlatform.h"
+#include "base/RuntimeError.h"
+#include "circulation/Disponibilidad.h"
+#include "db/Database.h"
+#include "tests/support/Fakes.h"
+
+namespace orvex::queries {
+namespace {
+
+namespace fs = std::filesystem;
+
+TEST(Paginacion, FollowsTheSameRulesEverywhere) {
+  struct Caso {
+    std::int32_t total, cantidad, desde;
+    std::int32_t hasta, anterior, siguiente;
+  } casos[] = {
+      {23, 10, 21, 23, 11, 23},  // last page: the next start stays on the total
+      {23, 10, 1, 10, 1, 11},
+      {23, 10, 11, 20, 1, 21},
+      {5, 1, 2, 2, 1, 3},        // 2 - 1 = 1 is not above 1
+      {0, 10, 1, 0, 1, 0},       // nothing found
+      {23, 0, 5, 4, 5, 5},       // a page size of 0, used as given
+      {23, 10, 40, 23, 30, 23},  // a start beyond the results, not clamped
+      {10, 2147483647, 2147483647, 10, 1, 10},  // no overflow on the way
+  };
+  for (const Caso& c : casos) {
+    SCOPED_TRACE(::testing::Message() << c.total << " " << c.cantidad << " " << c.desde);
+    EXPECT_EQ(HastaPagina(c.desde, c.cantidad, c.total), c.hasta);
+    EXPECT_EQ(DesdeAnterior(c.desde, c.cantidad), c.anterior);
+    EXPECT_EQ(DesdeSiguiente(c.desde, c.cantidad, c.total), c.siguiente);
+  }
+}
+
+TEST(Disponibilidad, FindsTheServerOfTheDatabaseSet) {
+  const std::string seccion =
+      "##00  127.0.0.1 ## 7700\r\n"
+      "##01xxcirculacion.example##7701 \r\n"
+      "##02  sin puerto ## \r\n"
+      "  ##03  10.0.0.3 ## 7703\r\n"
+      "#04  10.0.0.4 ## 7704\r\n"
+      "##05  sin marca 7705\r\n";
+  struct Caso {
+    std::uint8_t base;
+    bool hallado;
+    const char* direccion;
+    const char* puerto;
+  } casos[] = {{0, true, "127.0.0.1", "7700"},
+               {1, true, "circulacion.example", "7701"},
+               {2, false, "", ""},
+               {3, true, "10.0.0.3", "7703"},
+               {4, false, "", ""},
+               {5, false, "", ""},
+               {99, false, "", ""}};
+  for (const Caso& c : casos) {
+    circulation::ServidorCirculacion servidor;
+    EXPECT_EQ(circulation::BuscaServidor(seccion, c.base, servidor), c.hallado) << int(c.base);
+    EXPECT_EQ(servidor.direccion, c.direccion) << int(c.base);
+    EXPECT_EQ(servidor.puerto, c.puerto) << int(c.base);
+  }
+  circulation::ServidorCirculacion servidor;
+  EXPECT_FALSE(circulation::BuscaServidor("", 0, servidor));
+}
+
+// The fixture catalogue read through the real file system.
+class PaginaTest : public ::testing::Test {
+ protected:
+  PaginaTest()
+      : sys_{p_.entorno, p_.entrada, p_.salida, p_.reloj, archivos_, p_.motores},
+        s_(sys_, p_.bases) {
+    s_.BDBiblio = db::OpenDatabase(
+        (fs::path(ORVEX_FIXTURES) / "catalogo" / "sqlite" / "KORVEL8.MDB").string(),
+        CodePage::Windows1252(), {.read_only = true});
+  }
+  testing::FakePlatform p_;
+  PosixFileSystem archivos_;
+  Servicios sys_;
+  gateway::Solicitud s_;
+};
+
+TEST_F(PaginaTest, TheBookPageShowsItsSliceOfTheResults) {
+  // The brief presentation needs no style sheet and offers no availability.
+  s_.cfg.TextoCFG = "FORMATO:{[<!NFICHA!>@<!PFICHA!> <!DESDE!>-<!HASTA!>/<!TOTAL!>]}SEPARADOR:{|}";
+  s_.MostrarFichaBIB = 1;
+  for (int f : {2, 3, 5, 7, 11}) s_.busqueda.MapaResultado.Pon(f);
+  s_.Total = 5;
+  s_.Cantidad = 2;
+  s_.Desde = 2;
+  MuestraLibros(s_, 0);
+  EXPECT_EQ(p_.salida.contents,
+            "[3@2 2-3/5]\r\n<!-- Antes de Disponibilidad, Ficha:3, MOSTRARFichaBIB: 1 -->\r\n|\r\n"
+            "[5@3 2-3/5]\r\n<!-- Antes de Disponibilidad, Ficha:5, MOSTRARFichaBIB: 1 -->\r\n|\r\n");
+  EXPECT_EQ(s_.FichaActual, 5);
+
+  // The last page stops at the total, whatever the page size.
+  p_.salida.contents.clear();
+  p_.salida.position = 0;
+  s_.FichaActual = 0;
+  s_.Desde = 5;
+  s_.Cantidad = 10;
+  MuestraLibros(s_, 0);
+  EXPECT_EQ(p_.salida.contents.find("[11@5 5-5/5]"), 0u) << p_.salida.contents;
+  EXPECT_EQ(p_.salida.contents.find("[", 1), std::string::npos);
+
+  // One record by number, whatever the bitmap says.
+  p_.salida.contents.clear();
+  p_.salida.position = 0;
+  MuestraLibros(s_, 41);
+  EXPECT_EQ(p_.salida.contents.find("[41@1 "), 0u) << p_.salida.contents;
+}
+
+TEST_F(PaginaTest, APageOfMoreThan255RecordsOverflowsItsCounter) {
+  s_.cfg.TextoCFG = "FORMATO:{.}";
+  s_.MostrarFichaBIB = 1;
+  for (int f = 1; f <= 300; ++f) s_.busqueda.MapaResultado.Pon(f);
+  s_.Total = 300;
+  s_.Cantidad = 0;  // never matches the counter
+  s_.Desde = 1;
+  try {
+    MuestraLibros(s_, 0);
+    FAIL() << "no overflow";
+  } catch (const RuntimeError& e) {
+    EXPECT_EQ(e.number(), 6);
+  }
+  EXPECT_EQ(s_.FichaActual, 256);  // the 256th record was shown before the count failed
+}
+
+TEST_F(PaginaTest, TheListingPutsSeparatorsBetweenRowsOnly) {
+  s_.cfg.TextoCFG =
+      "FORMATO:{<!#NumAdqui!> <!DESDE!>-<!HASTA!>/<!TOTAL!> <!DESDEANTERIOR!> "
+      "<!DESDESIGUIENTE!> <!BUSCADO!>}SEPARADOR:{--}";
+  s_.TextoLIB = "gatos";
+  struct Caso {
+    std::int32_t desde, cantidad;
+    const char* esperado;
+  } casos[] = {
+      {1, 10,
+       "000123 1-3/3 1 3 gatos\r\n--\r\n000124 1-3/3 1 3 gatos\r\n--\r\n"
+       "000125 1-3/3 1 3 gatos\r\n"},
+      {2, 1, "000124 2-2/3 1 3 gatos\r\n"},
+      {4, 10, ""},  // the rows end while skipping
+  };
+  for (const Caso& c : casos) {
+    p_.salida.contents.clear();
+    p_.salida.position = 0;
+    auto filas = s_.BDBiblio->OpenRecordset(
+        "SELECT NumAdqui FROM Ejemplares WHERE Ficha_No=2 ORDER BY NumAdqui",
+        db::RecordsetType::Dynaset);
+    s_.Total = 3;
+    s_.Desde = c.desde;
+    s_.Cantidad = c.cantidad;
+    MuestraCatalogo(s_, *filas);
+    EXPECT_EQ(p_.salida.contents, c.esperado) << c.desde;
+  }
+}
+
+TEST_F(PaginaTest, MissingCollectionFilesAreNamedOneByOne) {
+  testing::DirectorioTemporal dir;
+  dir.Copia(fs::path(ORVEX_FIXTURES) / "catalogo" / "sqlite" / "KORVEL8.MDB", "korvel8.mdb");
+  EXPECT_FALSE(VerificaArchivosBase(s_, dir.ruta().string()));
+  EXPECT_EQ(p_.salida.contents.find(Latin1("<p>No se encontró: ") + dir.ruta().string() +
+                                    "/INDIZADO.MDB\r\n<center><p><H4><P>Los archivos"),
+            0u)
+      << p_.salida.contents;
+  dir.Copia(fs::path(ORVEX_FIXTURES) / "catalogo" / "sqlite" / "INDIZADO.MDB", "Indizado.mdb");
+  p_.salida.contents.clear();
+  p_.salida.position = 0;
+  EXPECT_TRUE(VerificaArchivosBase(s_, dir.ruta().string()));
+  EXPECT_EQ(p_.salida.contents, "");
+}
+
+}  // namespace
+}  // namespace orvex::queries
