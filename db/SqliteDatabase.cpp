@@ -522,7 +522,16 @@ std::unique_ptr<Database> OpenSqliteDatabase(const std::string& path, const Code
                           nullptr, nullptr);
   if (options.busy_timeout_ms > 0) {
     sqlite3_busy_timeout(db, options.busy_timeout_ms);
-    rc = sqlite3_exec(db, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr);
+    // Switching a file to write-ahead logging takes an exclusive lock, and
+    // SQLite answers a writer that holds it at that moment with "busy"
+    // straight away, without its busy handler: wait here instead, as long
+    // as the handler would have.
+    int esperado_ms = 0;
+    while ((rc = sqlite3_exec(db, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr)) ==
+               SQLITE_BUSY &&
+           esperado_ms < options.busy_timeout_ms) {
+      esperado_ms += sqlite3_sleep(2);
+    }
     if (rc != SQLITE_OK) RaiseEngine(db, rc);
   }
   return database;
