@@ -33,7 +33,10 @@ bool MotorModuloXSL::Carga() {
     error_ = std::string("no se encontró ") + kArchivoModuloXSL;
     return false;
   }
-  // The module stays loaded until the process ends.
+  // Both stay loaded until the process ends. Without the stand-in the real
+  // ICU is loaded with libxml2.
+  const std::string sin_icu = JoinPath(ruta.substr(0, ruta.rfind('/') + 1), kArchivoSinICU);
+  if (::access(sin_icu.c_str(), R_OK) == 0) ::dlopen(sin_icu.c_str(), RTLD_NOW | RTLD_LOCAL);
   void* modulo = ::dlopen(ruta.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (modulo == nullptr) {
     const char* razon = ::dlerror();

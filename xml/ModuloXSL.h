@@ -33,6 +33,9 @@ using OrvexVerificaXSL = int (*)();
 namespace orvex::xml {
 
 inline constexpr const char* kArchivoModuloXSL = "orvex-xsl.so";
+// The stand-in for ICU, loaded first from the module's directory when it is
+// there (see SinICU.c).
+inline constexpr const char* kArchivoSinICU = "orvex-sin-icu.so";
 inline constexpr const char* kFuncionTransforma = "orvex_xsl_transforma";
 inline constexpr const char* kFuncionLibera = "orvex_xsl_libera";
 inline constexpr const char* kFuncionVerifica = "orvex_xsl_verifica";

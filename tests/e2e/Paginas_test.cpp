@@ -1,6 +1,6 @@
 // End-to-end: the real orvex binary run the way a web server runs it, in a
 // program directory of its own, with the CGI variables in its environment,
-// the body on its standard input and the clock pinned by faketime. The whole
+// the body on its standard input and the clock pinned by libfaketime. The whole
 // output is compared byte for byte with tests/e2e/golden (UPDATE_GOLDEN=1
 // rewrites those files). The program directory appears there as "@DIR@".
 

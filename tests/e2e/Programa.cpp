@@ -15,6 +15,11 @@
 #include <vector>
 
 namespace orvex::e2e {
+namespace {
+
+constexpr const char* kLibFaketime = "/usr/lib/x86_64-linux-gnu/faketime/libfaketime.so.1";
+
+}  // namespace
 
 std::string ReadFile(const fs::path& path) {
   std::ifstream in(path, std::ios::binary);
@@ -36,7 +41,7 @@ Respuesta ProgramaCGI::Ejecuta(const Peticion& p) const {
   if (!p.salida_a_archivo && pipe(tubo) != 0) return {};
   const pid_t pid = fork();
   if (pid == 0) {
-    setpgid(0, 0);  // faketime runs orvex as its child: stop them together
+    setpgid(0, 0);
     const int in = open(entrada.c_str(), O_RDONLY);
     dup2(in, 0);
     if (p.salida_a_archivo) {
@@ -45,15 +50,19 @@ Respuesta ProgramaCGI::Ejecuta(const Peticion& p) const {
       dup2(tubo[1], 1);
       close(tubo[0]);
     }
+    // libfaketime itself rather than its wrapper, which needs a named
+    // semaphore per run and fails now and then when many tests run at once.
     std::vector<std::string> env = {"TZ=UTC", "PATH=/usr/bin:/bin",
-                                    "ASAN_OPTIONS=verify_asan_link_order=0"};
+                                    "ASAN_OPTIONS=verify_asan_link_order=0",
+                                    "LD_PRELOAD=" + std::string(kLibFaketime),
+                                    "FAKETIME=2008-12-15 09:30:11", "DONT_FAKE_MONOTONIC=1"};
     for (const auto& [k, v] : p.variables) env.push_back(k + "=" + v);
     std::vector<char*> envp;
     for (std::string& e : env) envp.push_back(e.data());
     envp.push_back(nullptr);
     const std::string programa = (dir_ / "orvex").string();
-    const char* argv[] = {"faketime", "2008-12-15 09:30:11", programa.c_str(), nullptr};
-    execve("/usr/bin/faketime", const_cast<char**>(argv), envp.data());
+    const char* argv[] = {programa.c_str(), nullptr};
+    execve(programa.c_str(), const_cast<char**>(argv), envp.data());
     _exit(127);
   }
   Respuesta r;

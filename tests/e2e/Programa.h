@@ -3,7 +3,7 @@
 // The harness of the end-to-end tests: the real orvex binary run the way a
 // web server runs it, in a program directory of its own, with the CGI
 // variables in its environment, the body on its standard input and the clock
-// pinned by faketime.
+// pinned by libfaketime.
 
 #include <filesystem>
 #include <map>
@@ -48,7 +48,7 @@ class ProgramaCGI {
   }
   const fs::path& dir() const { return dir_; }
 
-  // Runs the binary under faketime (2008-12-15 09:30:11 UTC) with the
+  // Runs the binary under libfaketime (2008-12-15 09:30:11 UTC) with the
   // request's variables, body and output kind; stops it after its time limit.
   Respuesta Ejecuta(const Peticion& p) const;
 
