@@ -500,6 +500,18 @@ class SqliteDatabase : public Database {
   const CodePage& page_;
 };
 
+// How many pages the write-ahead log may hold before a commit writes it back.
+constexpr int kPaginasRegistro = 64;
+
+int VaciaRegistro(void*, sqlite3* db, const char* base, int paginas) {
+  if (paginas >= kPaginasRegistro) {
+    // A reader or writer of another request may hold the log: then a later
+    // commit does it.
+    sqlite3_wal_checkpoint_v2(db, base, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
+  }
+  return SQLITE_OK;
+}
+
 }  // namespace
 
 std::unique_ptr<Database> OpenSqliteDatabase(const std::string& path, const CodePage& page,
@@ -534,11 +546,14 @@ std::unique_ptr<Database> OpenSqliteDatabase(const std::string& path, const Code
     }
     if (rc != SQLITE_OK) RaiseEngine(db, rc);
     // A request writes one row: creating, flushing, checkpointing and
-    // deleting the log for each would cost more than the search.
+    // deleting the log for each would cost more than the search. The log
+    // stays, and is written back (and emptied) once it holds a few dozen
+    // pages: every request re-reads it on opening, so it must stay short.
     sqlite3_exec(db, "PRAGMA synchronous=NORMAL", nullptr, nullptr, nullptr);
     int si = 1;
     sqlite3_file_control(db, "main", SQLITE_FCNTL_PERSIST_WAL, &si);
     sqlite3_db_config(db, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    sqlite3_wal_hook(db, VaciaRegistro, nullptr);
   }
   return database;
 }
