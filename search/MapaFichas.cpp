@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstdlib>
+#include <new>
 
 #include "base/RuntimeError.h"
 
@@ -9,23 +11,34 @@ namespace orvex::search {
 
 MapaFichas::MapaFichas(const MapaFichas& otro) { *this = otro; }
 
+void MapaFichas::Libera::operator()(std::uint64_t* p) const { std::free(p); }
+
 MapaFichas& MapaFichas::operator=(const MapaFichas& otro) {
   if (this == &otro) return *this;
   if (!otro.palabras_) {
     palabras_.reset();
+    alto_ = 0;
     return *this;
   }
   Bytes();
-  std::copy_n(otro.palabras_.get(), kPalabras, palabras_.get());
+  std::copy_n(otro.palabras_.get(), otro.alto_, palabras_.get());
+  if (alto_ > otro.alto_) std::fill(palabras_.get() + otro.alto_, palabras_.get() + alto_, 0);
+  alto_ = otro.alto_;
   return *this;
 }
 
 void MapaFichas::Limpia() {
-  if (palabras_) std::fill_n(palabras_.get(), kPalabras, 0);
+  if (palabras_) std::fill_n(palabras_.get(), alto_, 0);
+  alto_ = 0;
 }
 
 std::uint8_t* MapaFichas::Bytes() {
-  if (!palabras_) palabras_.reset(new std::uint64_t[kPalabras]());
+  if (!palabras_) {
+    // calloc hands over fresh pages untouched: they cost nothing until used.
+    auto* palabras = static_cast<std::uint64_t*>(std::calloc(kPalabras, sizeof(std::uint64_t)));
+    if (palabras == nullptr) throw std::bad_alloc();
+    palabras_.reset(palabras);
+  }
   return reinterpret_cast<std::uint8_t*>(palabras_.get());
 }
 
@@ -34,6 +47,7 @@ void MapaFichas::Pon(std::int32_t f) {
   // 800008 no byte: both are outside the bitmap.
   if (f < 1 || f > kMaximaFicha) Raise(kErrSubindice);
   Bytes()[(f - 1) / 8] |= static_cast<std::uint8_t>(0x80u >> ((f - 1) % 8));
+  alto_ = std::max(alto_, static_cast<std::size_t>((f - 1) / 64) + 1);
 }
 
 bool MapaFichas::Tiene(std::int32_t f) const {
@@ -47,24 +61,29 @@ void MapaFichas::Interseca(const MapaFichas& otro) {
     Limpia();
     return;
   }
-  for (std::size_t i = 0; i < kPalabras; ++i) palabras_[i] &= otro.palabras_[i];
+  const std::size_t comun = std::min(alto_, otro.alto_);
+  for (std::size_t i = 0; i < comun; ++i) palabras_[i] &= otro.palabras_[i];
+  std::fill(palabras_.get() + comun, palabras_.get() + alto_, 0);
+  alto_ = comun;
 }
 
 void MapaFichas::Une(const MapaFichas& otro) {
   if (!otro.palabras_) return;
   Bytes();
-  for (std::size_t i = 0; i < kPalabras; ++i) palabras_[i] |= otro.palabras_[i];
+  for (std::size_t i = 0; i < otro.alto_; ++i) palabras_[i] |= otro.palabras_[i];
+  alto_ = std::max(alto_, otro.alto_);
 }
 
 void MapaFichas::Excluye(const MapaFichas& otro) {
   if (!palabras_ || !otro.palabras_) return;
-  for (std::size_t i = 0; i < kPalabras; ++i) palabras_[i] &= ~otro.palabras_[i];
+  const std::size_t comun = std::min(alto_, otro.alto_);
+  for (std::size_t i = 0; i < comun; ++i) palabras_[i] &= ~otro.palabras_[i];
 }
 
 std::int32_t MapaFichas::Cuenta() const {
   std::int32_t n = 0;
   if (!palabras_) return 0;
-  for (std::size_t i = 0; i < kPalabras; ++i) n += std::popcount(palabras_[i]);
+  for (std::size_t i = 0; i < alto_; ++i) n += std::popcount(palabras_[i]);
   return n;
 }
 
@@ -86,7 +105,7 @@ std::int32_t MapaFichas::Siguiente(std::int32_t actual) const {
   for (; b < kBytes && b % 8 != 0; ++b) {
     if (bytes[b] != 0) return b * 8 + std::countl_zero(bytes[b]) + 1;
   }
-  for (std::size_t w = static_cast<std::size_t>(b) / 8; w < kPalabras; ++w) {
+  for (std::size_t w = static_cast<std::size_t>(b) / 8; w < alto_; ++w) {
     if (palabras_[w] == 0) continue;
     for (std::int32_t c = static_cast<std::int32_t>(w) * 8; c < kBytes; ++c) {
       if (bytes[c] != 0) return c * 8 + std::countl_zero(bytes[c]) + 1;

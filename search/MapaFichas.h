@@ -10,8 +10,10 @@ namespace orvex::search {
 // bit per record in 100 001 bytes, record f in byte (f - 1) / 8, the lowest
 // record of a byte in its most significant bit. The bytes lie in machine
 // words so that the set operations, counting and walking go a word at a time.
-// The memory is taken at the first change: a request that does not search
-// never touches it.
+// The memory is taken at the first change, already zero from the system, and
+// the operations go only as far as the highest word ever set: a catalogue of
+// a few thousand records touches a page or two of the 100 KB, and each page
+// not touched is a page fault a short request does not pay.
 class MapaFichas {
  public:
   static constexpr std::int32_t kBytes = 100001;
@@ -51,9 +53,13 @@ class MapaFichas {
   const std::uint8_t* Bytes() const { return reinterpret_cast<const std::uint8_t*>(palabras_.get()); }
   std::uint8_t* Bytes();  // allocates
 
-  // Null while the set is empty and untouched. The padding bytes past
-  // kBytes always stay zero.
-  std::unique_ptr<std::uint64_t[]> palabras_;
+  struct Libera {
+    void operator()(std::uint64_t* p) const;
+  };
+  // Null while the set is empty and untouched. Words from alto_ on are zero,
+  // and so are the padding bytes past kBytes.
+  std::unique_ptr<std::uint64_t[], Libera> palabras_;
+  std::size_t alto_ = 0;
 };
 
 }  // namespace orvex::search

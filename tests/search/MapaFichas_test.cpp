@@ -66,5 +66,48 @@ TEST(MapaFichas, WalksUpAndEndsWithANumberNotAboveTheLast) {
   EXPECT_EQ(De({5}).Siguiente(6), 5);  // the last bit met in the starting byte
 }
 
+// The operations go only as far as the highest word ever set: what lay
+// above it in a set that shrank must not come back.
+TEST(MapaFichas, HighRecordsDoNotSurviveWhenTheSetShrinks) {
+  MapaFichas alto, bajo, vacio;
+  const auto llena = [&] {
+    alto.Limpia();
+    alto.Pon(3);
+    alto.Pon(700000);
+  };
+  bajo.Pon(3);
+
+  llena();
+  alto = bajo;  // a smaller set copied over a larger one
+  EXPECT_EQ(alto.Cuenta(), 1);
+  EXPECT_EQ(alto.Siguiente(3), 3);
+  EXPECT_FALSE(alto.Tiene(700000));
+
+  llena();
+  alto.Interseca(bajo);
+  EXPECT_EQ(alto.Cuenta(), 1);
+  EXPECT_FALSE(alto.Tiene(700000));
+  alto.Une(bajo);
+  EXPECT_EQ(alto.Siguiente(3), 3);
+
+  llena();
+  alto.Limpia();
+  alto.Pon(5);
+  EXPECT_EQ(alto.Cuenta(), 1);
+  EXPECT_EQ(alto.Siguiente(5), 5);
+
+  llena();
+  bajo.Une(alto);  // a larger set joined into a smaller one
+  EXPECT_EQ(bajo.Cuenta(), 2);
+  EXPECT_EQ(bajo.Siguiente(3), 700000);
+  bajo.Excluye(alto);
+  EXPECT_EQ(bajo.Cuenta(), 0);
+  bajo = vacio;
+  EXPECT_EQ(bajo.Cuenta(), 0);
+  bajo.Pon(800008);
+  EXPECT_EQ(bajo.Siguiente(1), 800008);
+  EXPECT_EQ(bajo.Byte(100000), 0x01);
+}
+
 }  // namespace
 }  // namespace orvex::search
