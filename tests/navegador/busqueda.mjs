@@ -1,0 +1,72 @@
+// The browser test of the demo: Debian's Chromium, headless, opens the search
+// page that scripts/demo serves, searches the catalogue, checks the result
+// page (the number of records, a highlighted word, the next page) and saves a
+// screenshot of it.
+//
+//   node tests/navegador/busqueda.mjs URL CAPTURA.png [PALABRA]
+//
+// Exits 0 when every check passed; each failure is printed.
+
+import { chromium } from 'playwright-core';
+import { mkdtempSync, rmSync } from 'node:fs';
+import { tmpdir } from 'node:os';
+import { join } from 'node:path';
+
+const [url, captura, palabra = 'mexico'] = process.argv.slice(2);
+if (!url || !captura) {
+  console.error('uso: node busqueda.mjs URL CAPTURA.png [PALABRA]');
+  process.exit(2);
+}
+
+// Chromium looks for no update, sync or other service of its own: the
+// machine has no network beyond its own addresses.
+const perfil = mkdtempSync(join(tmpdir(), 'orvex-chromium-'));
+const navegador = await chromium.launchPersistentContext(perfil, {
+  executablePath: process.env.ORVEX_CHROMIUM || '/usr/bin/chromium',
+  headless: true,
+  args: ['--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
+         '--disable-background-networking', '--disable-component-update', '--disable-sync'],
+  viewport: { width: 390, height: 844 },  // a phone
+});
+
+const fallos = [];
+const comprueba = (bien, que) => {
+  console.log(`${bien ? 'bien ' : 'FALLO'} ${que}`);
+  if (!bien) fallos.push(que);
+};
+const sinAcentos = (t) => t.normalize('NFD').replace(/[\u0300-\u036f]/g, '').toLowerCase();
+
+try {
+  const pagina = navegador.pages()[0] ?? await navegador.newPage();
+  await pagina.goto(url, { waitUntil: 'load' });
+  comprueba((await pagina.title()).includes('logo'), 'la página de búsqueda carga');
+  comprueba(await pagina.getByLabel(/Palabras del t/).isVisible(), 'el campo de búsqueda tiene su etiqueta');
+
+  // Three records a page, so that a small catalogue has a second page.
+  await pagina.fill('#txtLIB', palabra);
+  await pagina.evaluate(() => { document.querySelector('input[name=Cantidad]').value = '3'; });
+  await Promise.all([pagina.waitForNavigation({ waitUntil: 'load' }),
+                     pagina.click('button[type=submit]')]);
+
+  const total = Number((await pagina.textContent('#total')) ?? '0');
+  comprueba(total > 3, `la página de resultados cuenta ${total} fichas`);
+  const resumen = (await pagina.textContent('#resumen')) ?? '';
+  comprueba(resumen.includes('de la 1 a la 3'), `la primera página muestra de la 1 a la 3 ("${resumen.trim()}")`);
+  const resaltadas = await pagina.$$eval('font[color="#0000ff"] b', (bs) => bs.map((b) => b.textContent));
+  comprueba(resaltadas.some((t) => sinAcentos(t) === palabra),
+            `la palabra buscada está resaltada (${resaltadas.slice(0, 3).join(', ')})`);
+  comprueba((await pagina.$$('article.ficha')).length === 3, 'la página muestra tres fichas');
+
+  await Promise.all([pagina.waitForNavigation({ waitUntil: 'load' }),
+                     pagina.getByRole('button', { name: /Siguientes/ }).first().click()]);
+  const siguiente = (await pagina.textContent('#resumen')) ?? '';
+  comprueba(siguiente.includes('de la 4 a la'), `el enlace a la página siguiente funciona ("${siguiente.trim()}")`);
+  await pagina.screenshot({ path: captura, fullPage: true });
+  console.log(`captura: ${captura}`);
+} catch (error) {
+  comprueba(false, `el navegador: ${error.message.split('\n')[0]}`);
+} finally {
+  await navegador.close();
+  rmSync(perfil, { recursive: true, force: true });
+}
+process.exit(fallos.length === 0 ? 0 : 1);
