@@ -1,0 +1,41 @@
+#pragma once
+
+#include <filesystem>
+
+// Putting a new catalogue in place of the old one without ever leaving a
+// half-written catalogue where the gateway looks.
+//
+// The new files are written into a temporary directory beside the catalogue
+// directory (same parent, so the same file system); only when they are
+// complete does the temporary directory take the catalogue directory's name.
+// Where the file system allows it the two directories are exchanged in one
+// step (renameat2 with RENAME_EXCHANGE), so that the name never points at
+// nothing; otherwise the old directory is renamed aside, the new one renamed
+// in, and the old one put back if that fails. The old catalogue is then
+// removed. Requests already reading the old files keep reading them.
+namespace orvex::catalogo {
+
+// Throws ErrorCatalogo unless `destino` can be replaced: it does not exist
+// and its parent directory does, or it is a directory holding nothing but
+// catalogue files (KORVEL8.MDB, INDIZADO.MDB, indizaPP.MDB, estadisticas.mdb
+// in any letter case, with their -journal, -wal, -shm and .ldb companions).
+// Anything else there is refused rather than deleted with the old catalogue.
+void CompruebaDestino(const std::filesystem::path& destino);
+
+// Creates an empty temporary directory beside `destino`, with the old
+// directory's permissions when there is one (else those the umask allows).
+std::filesystem::path CreaTemporal(const std::filesystem::path& destino);
+
+// Puts `nuevo` in place of `destino` as described above and removes the old
+// catalogue. Throws ErrorCatalogo, with `destino` as it was, on failure.
+void Reemplaza(const std::filesystem::path& nuevo, const std::filesystem::path& destino);
+
+// Removes `ruta` and everything in it, quietly.
+void Elimina(const std::filesystem::path& ruta);
+
+// `ruta` made absolute, without a trailing separator, its symbolic links
+// resolved when it exists, so that the replacement renames the directory
+// itself.
+std::filesystem::path RutaDestino(const std::filesystem::path& ruta);
+
+}  // namespace orvex::catalogo

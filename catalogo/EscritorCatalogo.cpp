@@ -1,0 +1,233 @@
+#include "catalogo/EscritorCatalogo.h"
+
+#include <sqlite3.h>
+
+#include <array>
+
+#include "base/CodePage.h"
+
+namespace orvex::catalogo {
+namespace {
+
+class Conexion {
+ public:
+  explicit Conexion(const std::string& ruta) : ruta_(ruta) {
+    const int rc = sqlite3_open_v2(ruta.c_str(), &db_,
+                                   SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+    if (rc != SQLITE_OK) Falla("no se pudo crear");
+  }
+  ~Conexion() {
+    try {
+      Cierra();
+    } catch (const ErrorCatalogo&) {
+      // A catalogue abandoned on an error: its files are removed anyway.
+    }
+  }
+  Conexion(const Conexion&) = delete;
+  Conexion& operator=(const Conexion&) = delete;
+
+  void Ejecuta(const std::string& sql) {
+    char* error = nullptr;
+    if (sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, &error) != SQLITE_OK) {
+      const std::string mensaje = error != nullptr ? error : "";
+      sqlite3_free(error);
+      throw ErrorCatalogo(ruta_ + ": " + mensaje);
+    }
+  }
+
+  sqlite3_stmt* Prepara(const std::string& sql) {
+    sqlite3_stmt* st = nullptr;
+    if (sqlite3_prepare_v3(db_, sql.c_str(), -1, SQLITE_PREPARE_PERSISTENT, &st, nullptr) !=
+        SQLITE_OK) {
+      Falla("no se pudo preparar la escritura");
+    }
+    sentencias_.push_back(st);
+    return st;
+  }
+
+  // Runs a bound statement and resets it for the next row.
+  void Paso(sqlite3_stmt* st) {
+    if (sqlite3_step(st) != SQLITE_DONE) Falla("no se pudo escribir");
+    sqlite3_reset(st);
+  }
+
+  void Cierra() {
+    for (sqlite3_stmt* st : sentencias_) sqlite3_finalize(st);
+    sentencias_.clear();
+    if (db_ != nullptr && sqlite3_close(db_) != SQLITE_OK) {
+      db_ = nullptr;
+      throw ErrorCatalogo(ruta_ + ": no se pudo cerrar");
+    }
+    db_ = nullptr;
+  }
+
+  [[noreturn]] void Falla(const std::string& que) {
+    throw ErrorCatalogo(ruta_ + ": " + que + " (" + (db_ != nullptr ? sqlite3_errmsg(db_) : "") +
+                        ")");
+  }
+
+ private:
+  std::string ruta_;
+  sqlite3* db_ = nullptr;
+  std::vector<sqlite3_stmt*> sentencias_;
+};
+
+void Inicia(Conexion& c) {
+  c.Ejecuta("PRAGMA journal_mode=OFF");
+  c.Ejecuta("PRAGMA synchronous=OFF");
+  c.Ejecuta("PRAGMA locking_mode=EXCLUSIVE");
+  c.Ejecuta("PRAGMA cache_size=-262144");
+  c.Ejecuta("PRAGMA threads=2");
+  c.Ejecuta("BEGIN");
+}
+
+void Texto(sqlite3_stmt* st, int i, const std::string& s) {
+  sqlite3_bind_text(st, i, s.data(), static_cast<int>(s.size()), SQLITE_STATIC);
+}
+
+constexpr const char* kTablaPalabras =
+    " (\"palabra\" VARCHAR(50), \"campo\" SMALLINT, \"ficha\" INTEGER, \"posicion\" SMALLINT)";
+
+}  // namespace
+
+struct EscritorCatalogo::Bases {
+  explicit Bases(const std::string& dir)
+      : korvel(dir + "/KORVEL8.MDB"),
+        indizado(dir + "/INDIZADO.MDB"),
+        indiza_pp(dir + "/indizaPP.MDB"),
+        estadisticas(dir + "/estadisticas.mdb") {}
+
+  Conexion korvel, indizado, indiza_pp, estadisticas;
+  sqlite3_stmt* ficha = nullptr;
+  sqlite3_stmt* ejemplar = nullptr;
+  sqlite3_stmt* configuracion = nullptr;
+  sqlite3_stmt* palabra = nullptr;
+  std::string utf8;  // a word in UTF-8, reused
+};
+
+EscritorCatalogo::EscritorCatalogo(const std::string& directorio)
+    : bases_(std::make_unique<Bases>(directorio)) {
+  Bases& b = *bases_;
+  Inicia(b.korvel);
+  b.korvel.Ejecuta(
+      "CREATE TABLE \"Fichas\" (\"Ficha_No\" INTEGER PRIMARY KEY, \"Fecha\" DATETIME, "
+      "\"FechaMod\" DATETIME, \"DatosFijos\" VARCHAR(255), \"EtiquetasMARC\" LONGTEXT, "
+      "\"TipoMaterial\" VARCHAR(10))");
+  b.korvel.Ejecuta(
+      "CREATE TABLE \"Ejemplares\" (\"NumAdqui\" VARCHAR(15), \"Biblioteca\" VARCHAR(50), "
+      "\"Ejemplar\" VARCHAR(10), \"Volumen\" VARCHAR(10), \"Tomo\" VARCHAR(10), "
+      "\"Accesible\" VARCHAR(10), \"FechaIngreso\" DATETIME, \"Ficha_No\" INTEGER)");
+  b.korvel.Ejecuta(
+      "CREATE TABLE \"Configuracion\" (\"Descripción\" VARCHAR(50), \"Valor\" LONGTEXT)");
+  b.korvel.Ejecuta(
+      "CREATE TABLE \"Fichas Revistas\" (\"Ficha_no\" INTEGER, \"EtiquetasMARC\" LONGTEXT)");
+  b.korvel.Ejecuta(
+      "CREATE TABLE \"Analiticas\" (\"ID\" INTEGER, \"numadqui\" VARCHAR(15), "
+      "\"EtiquetasMARC\" LONGTEXT)");
+  b.korvel.Ejecuta("CREATE INDEX \"Analiticas_numadqui\" ON \"Analiticas\" (\"numadqui\")");
+  b.ficha = b.korvel.Prepara("INSERT INTO \"Fichas\" VALUES (?,?,?,?,?,?)");
+  b.ejemplar = b.korvel.Prepara("INSERT INTO \"Ejemplares\" VALUES (?,?,?,?,?,?,?,?)");
+  b.configuracion = b.korvel.Prepara("INSERT INTO \"Configuracion\" VALUES (?,?)");
+
+  Inicia(b.indizado);
+  b.indizado.Ejecuta(std::string("CREATE TABLE \"TABLA\"") + kTablaPalabras);
+  b.palabra = b.indizado.Prepara("INSERT INTO \"TABLA\" VALUES (?,?,?,?)");
+
+  Inicia(b.indiza_pp);
+  b.indiza_pp.Ejecuta(std::string("CREATE TABLE \"TABLA\"") + kTablaPalabras);
+  b.indiza_pp.Ejecuta(std::string("CREATE TABLE \"TABLAANA\"") + kTablaPalabras);
+  b.indiza_pp.Ejecuta(
+      "CREATE INDEX \"TABLA_FRASE\" ON \"TABLA\" (\"palabra\", \"ficha\", \"posicion\")");
+  b.indiza_pp.Ejecuta(
+      "CREATE INDEX \"TABLAANA_FRASE\" ON \"TABLAANA\" (\"palabra\", \"ficha\", \"posicion\")");
+
+  Inicia(b.estadisticas);
+  b.estadisticas.Ejecuta(
+      "CREATE TABLE \"Consultas\" (\"Fecha\" DATETIME, \"Buscado\" VARCHAR(40), "
+      "\"Encontrados\" INTEGER, \"AdvSearch\" VARCHAR(1), \"IP_Address\" VARCHAR(100))");
+}
+
+EscritorCatalogo::~EscritorCatalogo() = default;
+
+void EscritorCatalogo::AgregaConfiguracion(const std::string& descripcion,
+                                           const std::string& valor) {
+  Bases& b = *bases_;
+  Texto(b.configuracion, 1, descripcion);
+  Texto(b.configuracion, 2, valor);
+  b.korvel.Paso(b.configuracion);
+}
+
+void EscritorCatalogo::AgregaFicha(const FilaFicha& f) {
+  Bases& b = *bases_;
+  sqlite3_stmt* st = b.ficha;
+  sqlite3_bind_int(st, 1, f.Ficha_No);
+  Texto(st, 2, f.Fecha);
+  if (f.FechaMod) {
+    Texto(st, 3, *f.FechaMod);
+  } else {
+    sqlite3_bind_null(st, 3);
+  }
+  Texto(st, 4, f.DatosFijos);
+  Texto(st, 5, f.EtiquetasMARC);
+  Texto(st, 6, f.TipoMaterial);
+  b.korvel.Paso(st);
+}
+
+void EscritorCatalogo::AgregaEjemplar(std::int32_t ficha, const Ejemplar& e) {
+  Bases& b = *bases_;
+  sqlite3_stmt* st = b.ejemplar;
+  Texto(st, 1, e.NumAdqui);
+  Texto(st, 2, e.Biblioteca);
+  Texto(st, 3, e.Ejemplar);
+  Texto(st, 4, e.Volumen);
+  Texto(st, 5, e.Tomo);
+  Texto(st, 6, e.Accesible);
+  Texto(st, 7, e.FechaIngreso);
+  sqlite3_bind_int(st, 8, ficha);
+  b.korvel.Paso(st);
+}
+
+void EscritorCatalogo::AgregaPalabras(std::int32_t ficha,
+                                      const std::vector<PalabraIndice>& palabras) {
+  // The UTF-8 form of each Windows-1252 byte.
+  static const std::array<std::string, 256> utf8 = [] {
+    std::array<std::string, 256> t;
+    for (int i = 0; i < 256; ++i) {
+      t[static_cast<std::size_t>(i)] =
+          CodePage::Windows1252().ToUtf8(std::string(1, static_cast<char>(i)));
+    }
+    return t;
+  }();
+  Bases& b = *bases_;
+  sqlite3_stmt* st = b.palabra;
+  sqlite3_bind_int(st, 3, ficha);
+  for (const PalabraIndice& p : palabras) {
+    b.utf8.clear();
+    for (char c : p.palabra) {
+      if (static_cast<unsigned char>(c) < 0x80) {
+        b.utf8 += c;
+      } else {
+        b.utf8 += utf8[static_cast<unsigned char>(c)];
+      }
+    }
+    Texto(st, 1, b.utf8);
+    sqlite3_bind_int(st, 2, p.campo);
+    sqlite3_bind_int(st, 4, p.posicion);
+    b.indizado.Paso(st);
+  }
+  palabras_ += static_cast<std::int64_t>(palabras.size());
+}
+
+void EscritorCatalogo::Termina() {
+  Bases& b = *bases_;
+  b.korvel.Ejecuta("CREATE INDEX \"Ejemplares_NumAdqui\" ON \"Ejemplares\" (\"NumAdqui\")");
+  b.korvel.Ejecuta("CREATE INDEX \"Ejemplares_Ficha_No\" ON \"Ejemplares\" (\"Ficha_No\")");
+  b.indizado.Ejecuta(
+      "CREATE INDEX \"TABLA_FRASE\" ON \"TABLA\" (\"palabra\", \"ficha\", \"posicion\")");
+  for (Conexion* c : {&b.korvel, &b.indizado, &b.indiza_pp, &b.estadisticas}) {
+    c->Ejecuta("COMMIT");
+    c->Cierra();
+  }
+}
+
+}  // namespace orvex::catalogo

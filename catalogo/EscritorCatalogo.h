@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "catalogo/Ejemplares.h"
+#include "catalogo/FilaFicha.h"
+#include "catalogo/PalabrasIndice.h"
+
+// Writes a new catalogue's four SQLite files with the tables, columns and
+// index names the gateway reads:
+//   KORVEL8.MDB       Fichas, Ejemplares (indexes Ejemplares_NumAdqui,
+//                     Ejemplares_Ficha_No), Configuracion, and empty
+//                     "Fichas Revistas" and Analiticas (Analiticas_numadqui)
+//   INDIZADO.MDB      TABLA (index TABLA_FRASE on palabra, ficha, posicion)
+//   indizaPP.MDB      empty TABLA and TABLAANA (TABLA_FRASE, TABLAANA_FRASE),
+//                     so that the periodical and article pages open
+//   estadisticas.mdb  empty Consultas (Fecha, Buscado, Encontrados,
+//                     AdvSearch, IP_Address)
+// Texts are stored in UTF-8, dates as "yyyy-mm-dd hh:mm:ss", empty texts as
+// empty strings. The files are new and are put in place only when complete,
+// so each is written in one transaction without a journal and without
+// waiting for the disk; the indexes on the big tables are built after their
+// rows. The files end up in SQLite's default (rollback journal) mode.
+namespace orvex::catalogo {
+
+// A failure writing the catalogue (Spanish message).
+class ErrorCatalogo : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+class EscritorCatalogo {
+ public:
+  // Creates the four files in `directorio`, an existing empty directory.
+  explicit EscritorCatalogo(const std::string& directorio);
+  ~EscritorCatalogo();
+  EscritorCatalogo(const EscritorCatalogo&) = delete;
+  EscritorCatalogo& operator=(const EscritorCatalogo&) = delete;
+
+  // One row of Configuracion (UTF-8).
+  void AgregaConfiguracion(const std::string& descripcion, const std::string& valor);
+  void AgregaFicha(const FilaFicha& ficha);
+  void AgregaEjemplar(std::int32_t ficha, const Ejemplar& ejemplar);
+  void AgregaPalabras(std::int32_t ficha, const std::vector<PalabraIndice>& palabras);
+
+  // Builds the indexes, commits and closes every file. Nothing may be added
+  // afterwards.
+  void Termina();
+
+  std::int64_t Palabras() const { return palabras_; }
+
+ private:
+  struct Bases;
+  std::unique_ptr<Bases> bases_;
+  std::int64_t palabras_ = 0;
+};
+
+}  // namespace orvex::catalogo

@@ -1,0 +1,229 @@
+#include "catalogo/PalabrasIndice.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "base/CodePage.h"
+#include "catalogo/LectorISO2709.h"
+#include "catalogo/TextoMARC.h"
+#include "tests/catalogo/MARCPrueba.h"
+
+namespace orvex::catalogo {
+namespace {
+
+using Palabras = std::vector<std::string>;
+
+Palabras Parte(const std::string& utf8) {
+  Palabras p;
+  PartePalabras(ParaIndice(utf8), p);
+  for (std::string& w : p) w = CodePage::Windows1252().ToUtf8(w);
+  return p;
+}
+
+TEST(PartePalabras, FollowsTheSearchWordRules) {
+  struct {
+    const char* texto;
+    Palabras palabras;
+  } casos[] = {
+      {"Álgebra", {"ALGEBRA"}},
+      {"Curso de lingüística", {"CURSO", "DE", "LINGUISTICA"}},
+      {"Cien años", {"CIEN", "AÑOS"}},
+      {"Grammaire du français, Maïa", {"GRAMMAIRE", "DU", "FRANÇAIS", "MAIA"}},
+      {"O'Brien", {"O", "BRIEN"}},
+      {"$100 y 20%", {"100", "Y", "20"}},
+      {"pâté", {"P", "TE"}},  // â is no word character
+      {"Łódź 1999", {"OD", "1999"}},  // Ł and ź are not in the code page
+      {"  ", {}},
+      {"ÀÈÌÒÙ àèìòù ÄËÏÖÜ", {"AEIOU", "AEIOU", "AEIOU"}},
+  };
+  for (const auto& c : casos) EXPECT_EQ(Parte(c.texto), c.palabras) << c.texto;
+}
+
+TEST(PartePalabras, CutsLongWordsToTheColumn) {
+  const Palabras p = Parte(std::string(60, 'x') + " ñ" + std::string(60, 'y'));
+  ASSERT_EQ(p.size(), 2u);
+  EXPECT_EQ(p[0], std::string(50, 'X'));
+  EXPECT_EQ(p[1], "Ñ" + std::string(49, 'Y'));
+}
+
+TEST(CampoIndice, MapsTagsToFieldCodes) {
+  struct {
+    const char* etiqueta;
+    int campo;
+  } casos[] = {
+      {"130", 1}, {"240", 1}, {"245", 1}, {"246", 1}, {"440", 1}, {"490", 1}, {"100", 2},
+      {"110", 2}, {"111", 2}, {"700", 2}, {"710", 2}, {"711", 2}, {"600", 3}, {"610", 3},
+      {"611", 3}, {"630", 3}, {"650", 3}, {"651", 3}, {"020", 4}, {"022", 4}, {"260", 5},
+      {"050", 7}, {"082", 7}, {"090", 7}, {"500", 8}, {"505", 8}, {"520", 8}, {"521", 0},
+      {"008", 0}, {"250", 0}, {"264", 0}, {"300", 0}, {"653", 0}, {"856", 0}, {"5", 0},
+      {"50a", 0},
+  };
+  for (const auto& c : casos) EXPECT_EQ(CampoIndice(c.etiqueta), c.campo) << c.etiqueta;
+}
+
+struct Entrada {
+  std::string palabra;
+  int campo, posicion;
+  bool operator==(const Entrada&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& o, const Entrada& e) {
+  return o << e.palabra << "/" << e.campo << "/" << e.posicion;
+}
+
+std::vector<Entrada> Entradas(const std::vector<Grupo>& grupos) {
+  std::vector<PalabraIndice> salida = {{"basura", 1, 1}};
+  PalabrasDeFicha(grupos, salida);
+  std::vector<Entrada> v;
+  for (const PalabraIndice& p : salida) {
+    v.push_back({CodePage::Windows1252().ToUtf8(p.palabra), p.campo, p.posicion});
+  }
+  return v;
+}
+
+TEST(PalabrasDeFicha, PositionsLeaveGapsBetweenOccurrencesAndFields) {
+  const std::vector<Grupo> grupos = {
+      {"001", {"123"}},
+      {"020", {"84-376-0494-X (rústica)", "ISBN 0-19-852663-6 15.00 EUR", "sin número"}},
+      {"082", {"Co863  G216c", "QA76.73 .C15 2001"}},
+      {"245", {"El niño / Ana"}},
+      {"300", {"212 p."}},
+      {"650", {"Gatos", "--", "Perros -- Siglo XX"}},
+      {"260", {"México : Trillas, 2005."}},
+  };
+  EXPECT_EQ(Entradas(grupos), (std::vector<Entrada>{
+                                  {"843760494X", 4, 1},
+                                  {"0198526636", 4, 12},
+                                  {"CO863G216C", 7, 23},
+                                  {"QA7673C152001", 7, 34},
+                                  {"EL", 1, 45},
+                                  {"NIÑO", 1, 46},
+                                  {"ANA", 1, 47},
+                                  {"GATOS", 3, 58},
+                                  {"PERROS", 3, 69},
+                                  {"SIGLO", 3, 70},
+                                  {"XX", 3, 71},
+                                  {"MEXICO", 5, 82},
+                                  {"TRILLAS", 5, 83},
+                                  {"2005", 5, 84},
+                              }));
+}
+
+TEST(PalabrasDeFicha, StopsAtTheLastSixteenBitPosition) {
+  std::string nota;
+  for (int i = 0; i < 33000; ++i) nota += "a ";
+  std::vector<PalabraIndice> salida;
+  PalabrasDeFicha({{"500", {nota}}, {"245", {"titulo"}}}, salida);
+  ASSERT_EQ(salida.size(), static_cast<std::size_t>(kMaximaPosicion));
+  EXPECT_EQ(salida.back().posicion, kMaximaPosicion);
+  EXPECT_EQ(salida.back().campo, 8);
+}
+
+// The fixture catalogue's rows (descripcion/*.tsv), built by a reference
+// indexer from records like the ones below.
+std::vector<std::vector<std::string>> FilasTSV(const std::string& archivo) {
+  std::ifstream f(std::filesystem::path(ORVEX_FIXTURES) / "catalogo/descripcion" / archivo);
+  std::vector<std::vector<std::string>> filas;
+  std::string linea;
+  while (std::getline(f, linea)) {
+    if (linea.empty() || linea[0] == '#') continue;
+    std::vector<std::string> campos(1);
+    for (std::size_t i = 0; i < linea.size(); ++i) {
+      const char c = linea[i];
+      if (c == '\t') {
+        campos.emplace_back();
+      } else if (c == '\\' && i + 1 < linea.size()) {
+        const char e = linea[++i];
+        campos.back() += e == 't' ? '\t' : e == 'n' ? '\n' : e == 'r' ? '\r' : e;
+      } else {
+        campos.back() += c;
+      }
+    }
+    filas.push_back(std::move(campos));
+  }
+  return filas;
+}
+
+struct FichaFixture {
+  int numero;
+  std::vector<prueba::CampoISO> campos;
+};
+
+const FichaFixture kFichasFixture[] = {
+    {1,
+     {{"008", "020823s1987    sp                  spa d"},
+      {"020", "  $a84-376-0494-X"},
+      {"041", "0 $aspa"},
+      {"050", " 4$aPQ8180.17.A73  C5 1987"},
+      {"082", "04$aCo863  G216c"},
+      {"100", "1 $aGarcía Márquez, Gabriel,$d1927-2014."},
+      {"245", "10$aCien años de soledad /$cGabriel García Márquez ; edición de Jacques Joset."},
+      {"250", "  $a2a ed."},
+      {"260", "  $aMadrid :$bCátedra,$c1987."},
+      {"300", "  $a550 p. ;$c18 cm."},
+      {"490", "0 $aLetras hispánicas ;$v215"},
+      {"504", "  $aBibliografía: p. 53-57."},
+      {"650", " 4$aNovela colombiana$ySiglo XX$2lcsh"},
+      {"650", " 4$aRealismo mágico (Literatura)"},
+      {"651", " 4$aMacondo (Lugar imaginario)$vNovela"},
+      {"700", "1 $aJoset, Jacques,$eed."}}},
+    {3,
+     {{"008", "040522s2004    sp                  spa d"},
+      {"020", "  $a84-204-6728-3"},
+      {"041", "0 $aspa"},
+      {"050", " 4$aPQ6323  .A1 2004"},
+      {"082", "04$a863.3  C419q"},
+      {"100", "1 $aCervantes Saavedra, Miguel de,$d1547-1616."},
+      {"240", "10$aDon Quijote de la Mancha"},
+      {"245", "13$aEl ingenioso hidalgo don Quijote de la Mancha /$cMiguel de Cervantes ; "
+              "edición de Francisco Rico."},
+      {"250", "  $aEd. del IV centenario."},
+      {"260", "  $aMadrid :$bReal Academia Española :$bAlfaguara,$c2004."},
+      {"300", "  $alxxxvi, 1249 p. :$bil. ;$c24 cm."},
+      {"500", "  $aEdición conmemorativa del IV centenario de la primera parte."},
+      {"600", "14$aQuijote (Personaje ficticio)"},
+      {"650", " 4$aNovela española$ySiglo XVII"},
+      {"650", " 4$aCaballeros y caballería$vNovela"},
+      {"700", "1 $aRico, Francisco,$eed."},
+      {"710", "2 $aReal Academia Española."},
+      {"856", "40$uhttp://www.cervantesvirtual.com/obra/"
+              "el-ingenioso-hidalgo-don-quijote-de-la-mancha--0/"
+              "$yTexto completo en la Biblioteca Virtual"},
+      {"710", "2 $aAsociación de Academias de la Lengua Española."},
+      {"856", "41$uhttp://www.gutenberg.org/ebooks/2000"}}},
+};
+
+TEST(Fixture, TagStringAndWordsMatchTheReferenceCatalogue) {
+  const auto fichas = FilasTSV("KORVEL8.Fichas.tsv");
+  const auto palabras = FilasTSV("INDIZADO.TABLA.tsv");
+  ASSERT_FALSE(fichas.empty());
+  for (const FichaFixture& f : kFichasFixture) {
+    const std::string numero = std::to_string(f.numero);
+    const std::string iso = prueba::RegistroISO(f.campos);
+    LectorISO2709 lector(iso);
+    RegistroMARC registro;
+    ASSERT_EQ(lector.Siguiente(registro), Lectura::kRegistro) << lector.Motivo();
+    const std::vector<Grupo> grupos = AgrupaCampos(registro);
+
+    std::string esperada;
+    for (const auto& fila : fichas) {
+      if (fila[0] == numero) esperada = fila[4];
+    }
+    EXPECT_EQ(EtiquetasMARC(grupos), esperada) << "ficha " << numero;
+
+    std::vector<Entrada> esperadas;
+    for (const auto& fila : palabras) {
+      if (fila[2] == numero) esperadas.push_back({fila[0], std::stoi(fila[1]), std::stoi(fila[3])});
+    }
+    std::sort(esperadas.begin(), esperadas.end(),
+              [](const Entrada& a, const Entrada& b) { return a.posicion < b.posicion; });
+    EXPECT_EQ(Entradas(grupos), esperadas) << "ficha " << numero;
+  }
+}
+
+}  // namespace
+}  // namespace orvex::catalogo
