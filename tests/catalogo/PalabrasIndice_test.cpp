@@ -50,21 +50,6 @@ TEST(PartePalabras, CutsLongWordsToTheColumn) {
   EXPECT_EQ(p[1], "Ñ" + std::string(49, 'Y'));
 }
 
-TEST(CampoIndice, MapsTagsToFieldCodes) {
-  struct {
-    const char* etiqueta;
-    int campo;
-  } casos[] = {
-      {"130", 1}, {"240", 1}, {"245", 1}, {"246", 1}, {"440", 1}, {"490", 1}, {"100", 2},
-      {"110", 2}, {"111", 2}, {"700", 2}, {"710", 2}, {"711", 2}, {"600", 3}, {"610", 3},
-      {"611", 3}, {"630", 3}, {"650", 3}, {"651", 3}, {"020", 4}, {"022", 4}, {"260", 5},
-      {"050", 7}, {"082", 7}, {"090", 7}, {"500", 8}, {"505", 8}, {"520", 8}, {"521", 0},
-      {"008", 0}, {"250", 0}, {"264", 0}, {"300", 0}, {"653", 0}, {"856", 0}, {"5", 0},
-      {"50a", 0},
-  };
-  for (const auto& c : casos) EXPECT_EQ(CampoIndice(c.etiqueta), c.campo) << c.etiqueta;
-}
-
 struct Entrada {
   std::string palabra;
   int campo, posicion;
