@@ -83,7 +83,9 @@ class ArchivoMapeado {
 // "archivo: registro 17 (001 abc)".
 std::string NombraRegistro(const std::string& archivo, const LectorRegistros& lector) {
   std::string s = archivo + ": registro " + std::to_string(lector.Posicion());
-  if (!lector.Identificador().empty()) s += " (001 " + lector.Identificador() + ")";
+  if (!lector.Identificador().empty()) {
+    s += " (001 " + LimpiaContenido(lector.Identificador()) + ")";
+  }
   return s;
 }
 
@@ -257,7 +259,7 @@ int ConstruyeCatalogo(const Opciones& opciones, const DateTime& ahora, std::ostr
     for (const std::string& a : opciones.archivos) {
       archivos.push_back(std::make_unique<ArchivoMapeado>(a));
     }
-  } catch (const ErrorCatalogo& e) {
+  } catch (const std::exception& e) {
     return no_modificado(e.what());
   }
 
@@ -266,6 +268,7 @@ int ConstruyeCatalogo(const Opciones& opciones, const DateTime& ahora, std::ostr
   try {
     temporal = CreaTemporal(destino);
     cuentas = Escribe(opciones, archivos, temporal.string(), ahora, mensajes);
+    ConservaHoja(destino, temporal);
     Reemplaza(temporal, destino);
   } catch (const ErrorCatalogo& e) {
     if (!temporal.empty()) Elimina(temporal);
@@ -273,6 +276,10 @@ int ConstruyeCatalogo(const Opciones& opciones, const DateTime& ahora, std::ostr
   } catch (const std::bad_alloc&) {
     if (!temporal.empty()) Elimina(temporal);
     return no_modificado("memoria insuficiente");
+  } catch (const std::exception& e) {
+    // The file system's own errors (std::filesystem) and any other.
+    if (!temporal.empty()) Elimina(temporal);
+    return no_modificado(e.what());
   }
 
   if (!opciones.silencioso) {

@@ -22,6 +22,8 @@ std::string Upper(std::string s) {
   return s;
 }
 
+bool EsHoja(const std::string& nombre) { return Upper(nombre) == "FICHAWEB.XSL"; }
+
 bool EsArchivoCatalogo(const std::string& nombre) {
   const std::string n = Upper(nombre);
   for (const char* base : {"KORVEL8", "INDIZADO", "INDIZAPP", "ESTADISTICAS"}) {
@@ -72,9 +74,21 @@ void CompruebaDestino(const fs::path& destino) {
   if (ec) throw ErrorCatalogo("no se puede leer el directorio " + destino.string());
   for (const fs::directory_entry& e : it) {
     const std::string nombre = e.path().filename().string();
-    if (!e.is_regular_file(ec) || !EsArchivoCatalogo(nombre)) {
+    if (!e.is_regular_file(ec) || !(EsArchivoCatalogo(nombre) || EsHoja(nombre))) {
       throw ErrorCatalogo(destino.string() + " contiene \"" + nombre +
                           "\", que no es un archivo del catálogo: no se reemplaza");
+    }
+  }
+}
+
+void ConservaHoja(const fs::path& destino, const fs::path& nuevo) {
+  std::error_code ec;
+  if (!fs::is_directory(destino, ec)) return;
+  for (const fs::directory_entry& e : fs::directory_iterator(destino, ec)) {
+    const fs::path nombre = e.path().filename();
+    if (!EsHoja(nombre.string())) continue;
+    if (!fs::copy_file(e.path(), nuevo / nombre, ec)) {
+      throw ErrorCatalogo("no se pudo conservar " + e.path().string() + ": " + ec.message());
     }
   }
 }

@@ -18,9 +18,15 @@ namespace orvex::catalogo {
 // Throws ErrorCatalogo unless `destino` can be replaced: it does not exist
 // and its parent directory does, or it is a directory holding nothing but
 // catalogue files (KORVEL8.MDB, INDIZADO.MDB, indizaPP.MDB, estadisticas.mdb
-// in any letter case, with their -journal, -wal, -shm and .ldb companions).
-// Anything else there is refused rather than deleted with the old catalogue.
+// in any letter case, with their -journal, -wal, -shm and .ldb companions)
+// and the installation's own record sheet fichaWeb.xsl, which the gateway
+// also looks for beside the databases. Anything else there is refused
+// rather than deleted with the old catalogue.
 void CompruebaDestino(const std::filesystem::path& destino);
+
+// Copies the installation's record sheet (fichaWeb.xsl, in any letter case)
+// from `destino`, when it has one, into the new catalogue `nuevo`.
+void ConservaHoja(const std::filesystem::path& destino, const std::filesystem::path& nuevo);
 
 // Creates an empty temporary directory beside `destino`, with the old
 // directory's permissions when there is one (else those the umask allows).

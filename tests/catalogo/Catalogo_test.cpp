@@ -228,8 +228,9 @@ TEST_F(CatalogoTest, DirectoryHoldingOtherFilesIsNotReplaced) {
 TEST_F(CatalogoTest, RebuildReplacesTheCatalogueAndKeepsItsPermissions) {
   const fs::path dir = tmp_.ruta() / "catalogo";
   Previo(dir);
-  // Companions of the old files go with them.
+  // Companions of the old files go with them; the installation's sheet stays.
   prueba::EscribeArchivo(dir / "estadisticas.mdb-wal", "x");
+  prueba::EscribeArchivo(dir / "FichaWeb.XSL", "<hoja/>");
   ASSERT_EQ(chmod(dir.c_str(), 0750), 0);
   ASSERT_EQ(Construye({"--silencioso", dir.string() + "/", Archivo("b.mrc", kPrimero).string()}),
             kSalidaExito)
@@ -238,6 +239,7 @@ TEST_F(CatalogoTest, RebuildReplacesTheCatalogueAndKeepsItsPermissions) {
   ASSERT_EQ(stat(dir.c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 07777, 0750u);
   EXPECT_FALSE(fs::exists(dir / "estadisticas.mdb-wal"));
+  EXPECT_EQ(Lee(dir / "FichaWeb.XSL"), "<hoja/>");
   auto korvel = db::OpenDatabase((dir / "KORVEL8.MDB").string(), CodePage::Windows1252(),
                                  {.read_only = true});
   records::RegFicha ficha;
