@@ -13,7 +13,7 @@
 //   NumAdqui    $p (piece designation, the barcode), else $j (shelving number)
 //   Biblioteca  $b (sublocation or collection), else $a (location)
 //   Ejemplar    $t (copy number)
-//   Volumen     $3 (materials specified, e.g. "v. 3")
+//   Volumen     $3 (the part of the item it holds, e.g. "v. 3")
 // 949, the local item field in the layout many catalogues export:
 //   NumAdqui    $p, else $i
 //   Biblioteca  $a

@@ -22,7 +22,7 @@ struct Grupo {
 // a cataloguer reads: its subfield values trimmed of blanks and joined by
 // one blank, codes and indicators dropped, empty values skipped. Subfields
 // with numeric codes (authority links, sources, linkage) are not read,
-// except $3 (materials specified). In subject headings (6XX) the
+// except $3 (the part of the item described). In subject headings (6XX) the
 // subdivisions $v $x $y $z are joined by " -- ". An electronic location (856)
 // gives "address;link text": the first $u, then the first $y, else the first
 // $3; the address alone when there is no text; nothing without $u.

@@ -28,8 +28,9 @@ namespace orvex::catalogo {
 // wrong length is recovered from by looking for its record terminator; a
 // truncated end of file refuses the last record. The reason names the fault
 // (length, base address, directory, a field outside the record or without
-// its terminator, the coding). Numeric subfield codes and the data of a data
-// field before its first delimiter are kept and ignored respectively.
+// its terminator, the coding). Subfields keep whatever code they carry; bytes
+// of a data field between its indicators and its first delimiter are
+// ignored.
 class LectorISO2709 : public LectorRegistros {
  public:
   explicit LectorISO2709(std::string_view datos) : datos_(datos) {}
