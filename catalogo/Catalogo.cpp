@@ -269,6 +269,9 @@ int ConstruyeCatalogo(const Opciones& opciones, const DateTime& ahora, std::ostr
     temporal = CreaTemporal(destino);
     cuentas = Escribe(opciones, archivos, temporal.string(), ahora, mensajes);
     ConservaHoja(destino, temporal);
+    std::string aviso;
+    ConservaEstadisticas(destino, temporal, aviso);
+    if (!aviso.empty()) mensajes << kPrograma << aviso << '\n';
     Reemplaza(temporal, destino);
   } catch (const ErrorCatalogo& e) {
     if (!temporal.empty()) Elimina(temporal);

@@ -9,6 +9,8 @@
 #include <cstring>
 #include <string>
 
+#include <sqlite3.h>
+
 #include "catalogo/EscritorCatalogo.h"
 
 namespace orvex::catalogo {
@@ -91,6 +93,34 @@ void ConservaHoja(const fs::path& destino, const fs::path& nuevo) {
       throw ErrorCatalogo("no se pudo conservar " + e.path().string() + ": " + ec.message());
     }
   }
+}
+
+void ConservaEstadisticas(const fs::path& destino, const fs::path& nuevo, std::string& aviso) {
+  std::error_code ec;
+  if (!fs::is_directory(destino, ec)) return;
+  fs::path anterior;
+  for (const fs::directory_entry& e : fs::directory_iterator(destino, ec)) {
+    if (Upper(e.path().filename().string()) == "ESTADISTICAS.MDB") anterior = e.path();
+  }
+  if (anterior.empty()) return;
+  const fs::path copia = nuevo / "estadisticas.mdb.anterior";
+  sqlite3* db = nullptr;
+  int rc = sqlite3_open_v2(anterior.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
+  if (rc == SQLITE_OK) {
+    sqlite3_busy_timeout(db, 5000);
+    char* sql = sqlite3_mprintf("VACUUM INTO %Q", copia.c_str());
+    rc = sqlite3_exec(db, sql, nullptr, nullptr, nullptr);
+    sqlite3_free(sql);
+  }
+  if (rc != SQLITE_OK) {
+    aviso = "no se conservaron las estadísticas de " + anterior.string() + " (" +
+            (db != nullptr ? sqlite3_errmsg(db) : sqlite3_errstr(rc)) + ")";
+    sqlite3_close(db);
+    fs::remove(copia, ec);
+    return;
+  }
+  sqlite3_close(db);
+  fs::rename(copia, nuevo / "estadisticas.mdb");
 }
 
 fs::path CreaTemporal(const fs::path& destino) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
 
 // Putting a new catalogue in place of the old one without ever leaving a
 // half-written catalogue where the gateway looks.
@@ -27,6 +28,16 @@ void CompruebaDestino(const std::filesystem::path& destino);
 // Copies the installation's record sheet (fichaWeb.xsl, in any letter case)
 // from `destino`, when it has one, into the new catalogue `nuevo`.
 void ConservaHoja(const std::filesystem::path& destino, const std::filesystem::path& nuevo);
+
+// Carries the search statistics of the old catalogue over to the new one:
+// when `destino` holds an estadisticas.mdb (any letter case) that SQLite can
+// read, a consistent copy of it, rows still in its write-ahead log included,
+// takes the place of the new, empty one. A rebuilt catalogue thus keeps its
+// library's statistics. A file SQLite cannot read (a Jet file, a damaged
+// one) is left out with a warning on `aviso`, and the new file stays empty.
+// Rows that requests add between the copy and the replacement are lost.
+void ConservaEstadisticas(const std::filesystem::path& destino, const std::filesystem::path& nuevo,
+                          std::string& aviso);
 
 // Creates an empty temporary directory beside `destino`, with the old
 // directory's permissions when there is one (else those the umask allows).

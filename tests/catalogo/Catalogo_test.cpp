@@ -248,6 +248,45 @@ TEST_F(CatalogoTest, RebuildReplacesTheCatalogueAndKeepsItsPermissions) {
   SinRestos();
 }
 
+// A rebuild keeps the library's search statistics, rows still in the
+// write-ahead log included; a statistics file SQLite cannot read is reported
+// and the rebuilt catalogue starts with empty statistics.
+TEST_F(CatalogoTest, RebuildKeepsTheSearchStatistics) {
+  const fs::path dir = tmp_.ruta() / "catalogo";
+  Previo(dir);
+  {
+    auto estadisticas = db::OpenDatabase((dir / "estadisticas.mdb").string(),
+                                         CodePage::Windows1252(), {.busy_timeout_ms = 1000});
+    for (int i = 0; i < 3; ++i) {
+      estadisticas->Execute(
+          "INSERT INTO Consultas (Fecha,Buscado,Encontrados,AdvSearch,IP_Address) VALUES "
+          "(#12/15/2008 09:30:11#,'HISTORIA'," + std::to_string(i) + ",2,'-')");
+    }
+  }
+  ASSERT_TRUE(fs::exists(dir / "estadisticas.mdb-wal"));  // the rows wait in the log
+  const auto filas = [&dir] {
+    auto bd = db::OpenDatabase((dir / "estadisticas.mdb").string(), CodePage::Windows1252(),
+                               {.read_only = true});
+    auto rs = bd->OpenRecordset("select * from Consultas", db::RecordsetType::Snapshot);
+    int n = 0;
+    for (; !rs->Eof(); rs->MoveNext()) ++n;
+    return n;
+  };
+  ASSERT_EQ(Construye({"--silencioso", dir.string(), Archivo("b.mrc", kPrimero).string()}),
+            kSalidaExito);
+  EXPECT_EQ(mensajes_, "");
+  EXPECT_EQ(filas(), 3);
+
+  prueba::EscribeArchivo(dir / "estadisticas.mdb", "no es una base de datos");
+  fs::remove(dir / "estadisticas.mdb-wal");
+  fs::remove(dir / "estadisticas.mdb-shm");
+  ASSERT_EQ(Construye({"--silencioso", dir.string(), Archivo("b.mrc", kPrimero).string()}),
+            kSalidaExito);
+  EXPECT_NE(mensajes_.find("no se conservaron las estad"), std::string::npos) << mensajes_;
+  EXPECT_EQ(filas(), 0);
+  SinRestos();
+}
+
 TEST(LeeOpciones, BadUsageSaysWhatIsWrong) {
   std::string error;
   const struct {
