@@ -236,6 +236,7 @@ class SqliteRecordset : public Recordset {
   void SetIndex(std::string_view index) override {
     RequireTable();
     index_columns_ = IndexColumns(index);
+    ++generacion_;
     Open("SELECT " + (select_.empty() ? std::string("*") : select_) + " FROM " +
              Quoted(page_.ToUtf8(table_)) + " ORDER BY " + ColumnList(""),
          {});
@@ -245,6 +246,7 @@ class SqliteRecordset : public Recordset {
     RequireTable();
     select_.clear();
     for (const std::string& name : names) select_ += (select_.empty() ? "" : ",") + Quoted(page_.ToUtf8(name));
+    ++generacion_;
   }
 
   void Seek(std::string_view op, const std::vector<Value>& keys) override {
@@ -255,6 +257,10 @@ class SqliteRecordset : public Recordset {
     if (keys.empty() || keys.size() > index_columns_.size()) {
       throw RuntimeError(kErrSintaxis, Latin1("Número de claves incorrecto para el índice."));
     }
+    if (op == "=" || op == ">=" || op == ">") {
+      SeekDirecto(op, keys);
+      return;
+    }
     std::vector<std::string> key_columns(index_columns_.begin(),
                                          index_columns_.begin() + static_cast<long>(keys.size()));
     const std::string lhs = "(" + Join(key_columns) + ")";
@@ -262,38 +268,27 @@ class SqliteRecordset : public Recordset {
     const std::string from =
         "SELECT " + (select_.empty() ? std::string("*") : select_) + " FROM " + Quoted(page_.ToUtf8(table_));
     const std::string order = " ORDER BY " + ColumnList("");
-    std::vector<Value> start = keys;
-    std::string start_op = op == "=" ? ">=" : std::string(op);
-    if (op == "<" || op == "<=") {
-      // The last entry that qualifies, then the walk forward from it.
-      Statement last(db_, from + " WHERE " + lhs + " " + std::string(op) + " " + rhs +
-                              " ORDER BY " + ColumnList(" DESC") + " LIMIT 1");
-      for (size_t i = 0; i < keys.size(); ++i) Bind(db_, last.get(), static_cast<int>(i + 1), keys[i], page_);
-      if (!last.Step()) {
-        no_match_ = true;
-        on_row_ = false;
-        cached_ = false;
-        return;
-      }
-      start.clear();
-      for (const std::string& column : index_columns_) {
-        start.push_back(ColumnValue(last.get(), ColumnIndexIn(last.get(), page_.FromUtf8(column)), page_));
-      }
-      key_columns = index_columns_;
-      start_op = ">=";
-    } else if (op != "=" && op != ">=" && op != ">") {
+    if (op != "<" && op != "<=") {
       throw RuntimeError(kErrSintaxis, Latin1("Operador de búsqueda no válido: ") + std::string(op));
     }
-    Open(from + " WHERE (" + Join(key_columns) + ") " + start_op + " (" +
-             Placeholders(start.size()) + ")" + order,
+    // The last entry that qualifies, then the walk forward from it.
+    Statement last(db_, from + " WHERE " + lhs + " " + std::string(op) + " " + rhs +
+                            " ORDER BY " + ColumnList(" DESC") + " LIMIT 1");
+    for (size_t i = 0; i < keys.size(); ++i) Bind(db_, last.get(), static_cast<int>(i + 1), keys[i], page_);
+    if (!last.Step()) {
+      no_match_ = true;
+      on_row_ = false;
+      cached_ = false;
+      return;
+    }
+    std::vector<Value> start;
+    for (const std::string& column : index_columns_) {
+      start.push_back(ColumnValue(last.get(), ColumnIndexIn(last.get(), page_.FromUtf8(column)), page_));
+    }
+    Open(from + " WHERE (" + Join(index_columns_) + ") >= (" + Placeholders(start.size()) + ")" +
+             order,
          start, true);
     no_match_ = !on_row_;
-    if (on_row_ && op == "=") {
-      for (size_t i = 0; i < keys.size() && !no_match_; ++i) {
-        const Value found = ColumnValue(stmt_->get(), ColumnIndex(page_.FromUtf8(index_columns_[i])), page_);
-        no_match_ = found.AsText() != keys[i].AsText();
-      }
-    }
   }
 
   bool NoMatch() override { return no_match_; }
@@ -302,10 +297,81 @@ class SqliteRecordset : public Recordset {
     stmt_ = nullptr;
     owned_.reset();
     seeks_.clear();
+    preparados_.clear();
+    retirados_.clear();
     closed_ = true;
   }
 
  private:
+  // A seek from the first entry at or after (">=", "=") or after (">") the
+  // keys. Its statement is prepared once per shape and index, with the
+  // result columns of the keys, and only rebound afterwards: a phrase makes
+  // a seek per occurrence of a word, and building the statement's text each
+  // time cost more than the engine's own work.
+  struct SeekPreparado {
+    std::string op;
+    size_t claves = 0;
+    unsigned generacion = 0;
+    std::unique_ptr<Statement> stmt;
+    std::vector<int> columnas;  // the result column of each key, -1 when not read
+  };
+
+  void SeekDirecto(std::string_view op, const std::vector<Value>& keys) {
+    const std::string_view start_op = op == "=" ? ">=" : op;
+    SeekPreparado* seek = nullptr;
+    for (SeekPreparado& s : preparados_) {
+      if (s.op == start_op && s.claves == keys.size()) seek = &s;
+    }
+    if (seek == nullptr) {
+      seek = &preparados_.emplace_back();
+      seek->op = std::string(start_op);
+      seek->claves = keys.size();
+    }
+    if (!seek->stmt || seek->generacion != generacion_) {
+      // The statement being walked may be the old one: it stays until Close.
+      if (seek->stmt) retirados_.push_back(std::move(seek->stmt));
+      const std::vector<std::string> key_columns(
+          index_columns_.begin(), index_columns_.begin() + static_cast<long>(keys.size()));
+      seek->stmt = std::make_unique<Statement>(
+          db_, "SELECT " + (select_.empty() ? std::string("*") : select_) + " FROM " +
+                   Quoted(page_.ToUtf8(table_)) + " WHERE (" + Join(key_columns) + ") " +
+                   std::string(start_op) + " (" + Placeholders(keys.size()) + ") ORDER BY " +
+                   ColumnList(""));
+      seek->columnas.clear();
+      for (const std::string& column : key_columns) {
+        seek->columnas.push_back(ColumnIndexIn(seek->stmt->get(), page_.FromUtf8(column)));
+      }
+      seek->generacion = generacion_;
+    }
+    Statement* st = seek->stmt.get();
+    st->Reset();
+    sqlite3_clear_bindings(st->get());
+    if (stmt_ != st) columnas_.clear();
+    stmt_ = st;
+    for (size_t i = 0; i < keys.size(); ++i) Bind(db_, st->get(), static_cast<int>(i + 1), keys[i], page_);
+    cached_ = false;
+    closed_ = false;
+    on_row_ = st->Step();
+    position_ = on_row_ ? 1 : 0;
+    reached_ = position_;
+    no_match_ = !on_row_;
+    if (!on_row_ || op != "=") return;
+    for (size_t i = 0; i < keys.size() && !no_match_; ++i) {
+      const int columna = seek->columnas[i];
+      if (columna < 0) {
+        throw RuntimeError(kErrElementoNoEncontrado,
+                           Latin1("Elemento no encontrado en esta colección: ") +
+                               page_.FromUtf8(index_columns_[i]));
+      }
+      if (keys[i].type == Value::Type::Integer &&
+          sqlite3_column_type(st->get(), columna) == SQLITE_INTEGER) {
+        no_match_ = sqlite3_column_int64(st->get(), columna) != keys[i].integer;
+      } else {
+        no_match_ = ColumnValue(st->get(), columna, page_).AsText() != keys[i].AsText();
+      }
+    }
+  }
+
   // Makes `utf8_sql` the statement walked, bound to `params`; a seek's
   // statement is kept for the next seek of the same shape.
   void Open(std::string utf8_sql, const std::vector<Value>& params, bool reutilizable = false) {
@@ -422,6 +488,9 @@ class SqliteRecordset : public Recordset {
   // Seeks prepared once per text and rebound at every call: a phrase makes
   // one seek per posting.
   std::map<std::string, std::unique_ptr<Statement>> seeks_;
+  std::vector<SeekPreparado> preparados_;
+  std::vector<std::unique_ptr<Statement>> retirados_;
+  unsigned generacion_ = 0;  // changes with the index and the fields read
   // Field names already looked up in the current statement.
   std::vector<std::pair<std::string, int>> columnas_;
   bool on_row_ = false;

@@ -112,6 +112,34 @@ TEST(SqliteDatabase, SeeksAnIndexAndWalksOnInIndexOrder) {
   EXPECT_EQ(rs->Field("palabra").AsText(), "ALGEBRA");
 }
 
+// Seeks keep their prepared statements; a change of the fields read or of
+// the index must still be seen by the next seek.
+TEST(SqliteDatabase, SeeksFollowTheFieldsAndIndexInForce) {
+  auto db = Catalogo("INDIZADO.MDB");
+  auto rs = db->OpenRecordset("TABLA", RecordsetType::Table);
+  rs->SetIndex("FRASE");
+  rs->SetFields({"palabra", "ficha"});
+  const std::vector<Value> clave = {Value::Of(std::string("ALGEBRA")), Value::Of(std::int64_t{19})};
+  rs->Seek("=", clave);
+  ASSERT_FALSE(rs->NoMatch());
+  EXPECT_EQ(testing::ErrorNumberOf([&] { rs->Field("posicion"); }), 3265);
+  rs->SetFields({"palabra", "ficha", "posicion"});
+  rs->Seek("=", clave);
+  ASSERT_FALSE(rs->NoMatch());
+  EXPECT_GT(rs->Field("posicion").integer, 0);
+  // A key the fields read do not hold cannot be compared.
+  rs->SetFields({"palabra"});
+  EXPECT_EQ(testing::ErrorNumberOf([&] { rs->Seek("=", clave); }), 3265);
+  // A whole key that differs in its last part is no match.
+  rs->SetFields({"palabra", "ficha", "posicion"});
+  rs->Seek("=", {Value::Of(std::string("ALGEBRA")), Value::Of(std::int64_t{19}),
+                 Value::Of(std::int64_t{30000})});
+  EXPECT_TRUE(rs->NoMatch());
+  rs->Seek(">", {Value::Of(std::string("ALGEBRA"))});
+  ASSERT_FALSE(rs->NoMatch());
+  EXPECT_GT(rs->Field("palabra").AsText(), "ALGEBRA");
+}
+
 TEST(SqliteDatabase, SeeksThePrimaryKey) {
   auto db = Catalogo("KORVEL8.MDB");
   auto rs = db->OpenRecordset("fichas", RecordsetType::Table);
