@@ -32,6 +32,9 @@ class CodePage {
 // overlong sequence gives U+FFFD and consumes one byte.
 char32_t NextUtf8(std::string_view utf8, size_t& i);
 
+// Appends the UTF-8 sequence of `c`.
+void AppendUtf8(std::string& out, char32_t c);
+
 // Converts a UTF-8 literal of the source code (characters up to U+00FF only)
 // to its single-byte form, which is the same in Windows-1252 and Latin-1.
 // Used for the Spanish texts that Orvex writes itself.

@@ -16,38 +16,6 @@ int LongitudSecuencia(unsigned char b) {
   return 0;
 }
 
-// The code point at `i` of valid UTF-8; advances `i`.
-char32_t Lee(std::string_view s, std::size_t& i) {
-  const auto b = static_cast<unsigned char>(s[i]);
-  const int n = LongitudSecuencia(b);
-  if (n <= 1) {
-    ++i;
-    return b;
-  }
-  char32_t c = b & (0x7F >> n);
-  for (int k = 1; k < n; ++k) c = (c << 6) | (static_cast<unsigned char>(s[i + k]) & 0x3F);
-  i += static_cast<std::size_t>(n);
-  return c;
-}
-
-void Escribe(std::string& out, char32_t c) {
-  if (c < 0x80) {
-    out += static_cast<char>(c);
-  } else if (c < 0x800) {
-    out += static_cast<char>(0xC0 | (c >> 6));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  } else if (c < 0x10000) {
-    out += static_cast<char>(0xE0 | (c >> 12));
-    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  } else {
-    out += static_cast<char>(0xF0 | (c >> 18));
-    out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  }
-}
-
 bool EsMarcaCombinante(char32_t c) { return c >= 0x300 && c <= 0x36F; }
 
 struct Composicion {
@@ -129,11 +97,11 @@ std::string ComponeAcentos(std::string_view texto) {
   bool base_pendiente = false;  // the last character written is a bare ASCII letter
   while (i < texto.size()) {
     const std::size_t inicio = i;
-    const char32_t c = Lee(texto, i);
+    const char32_t c = NextUtf8(texto, i);
     if (EsMarcaCombinante(c) && base_pendiente) {
       if (const char32_t letra = Compone(out.back(), c)) {
         out.pop_back();
-        Escribe(out, letra);
+        AppendUtf8(out, letra);
         base_pendiente = false;
         continue;
       }
@@ -179,7 +147,7 @@ std::string ParaIndice(std::string_view texto) {
       ++i;
       continue;
     }
-    const char32_t c = Lee(texto, i);
+    const char32_t c = NextUtf8(texto, i);
     if (EsMarcaCombinante(c)) continue;
     out += pagina.ByteFor(c).value_or(' ');
   }

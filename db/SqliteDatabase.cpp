@@ -344,25 +344,12 @@ class SqliteRecordset : public Recordset {
       seek->generacion = generacion_;
     }
     Statement* st = seek->stmt.get();
-    st->Reset();
-    sqlite3_clear_bindings(st->get());
-    if (stmt_ != st) columnas_.clear();
-    stmt_ = st;
-    for (size_t i = 0; i < keys.size(); ++i) Bind(db_, st->get(), static_cast<int>(i + 1), keys[i], page_);
-    cached_ = false;
-    closed_ = false;
-    on_row_ = st->Step();
-    position_ = on_row_ ? 1 : 0;
-    reached_ = position_;
+    Usa(st, keys);
     no_match_ = !on_row_;
     if (!on_row_ || op != "=") return;
     for (size_t i = 0; i < keys.size() && !no_match_; ++i) {
       const int columna = seek->columnas[i];
-      if (columna < 0) {
-        throw RuntimeError(kErrElementoNoEncontrado,
-                           Latin1("Elemento no encontrado en esta colección: ") +
-                               page_.FromUtf8(index_columns_[i]));
-      }
+      if (columna < 0) NoEncontrado(page_.FromUtf8(index_columns_[i]));
       if (keys[i].type == Value::Type::Integer &&
           sqlite3_column_type(st->get(), columna) == SQLITE_INTEGER) {
         no_match_ = sqlite3_column_int64(st->get(), columna) != keys[i].integer;
@@ -375,25 +362,39 @@ class SqliteRecordset : public Recordset {
   // Makes `utf8_sql` the statement walked, bound to `params`; a seek's
   // statement is kept for the next seek of the same shape.
   void Open(std::string utf8_sql, const std::vector<Value>& params, bool reutilizable = false) {
+    Statement* st = nullptr;
     if (reutilizable) {
       std::unique_ptr<Statement>& cached = seeks_[utf8_sql];
       if (!cached) cached = std::make_unique<Statement>(db_, utf8_sql);
-      cached->Reset();
-      sqlite3_clear_bindings(cached->get());
-      if (stmt_ != cached.get()) columnas_.clear();
-      stmt_ = cached.get();
+      st = cached.get();
     } else {
       owned_ = std::make_unique<Statement>(db_, utf8_sql);
-      stmt_ = owned_.get();
-      columnas_.clear();
+      stmt_ = nullptr;  // a new statement: no field looked up yet
+      st = owned_.get();
     }
-    for (size_t i = 0; i < params.size(); ++i) Bind(db_, stmt_->get(), static_cast<int>(i + 1), params[i], page_);
+    Usa(st, params);
+  }
+
+  // Makes `st` the statement walked, bound afresh to `params`, on its first
+  // row.
+  void Usa(Statement* st, const std::vector<Value>& params) {
+    st->Reset();
+    sqlite3_clear_bindings(st->get());
+    if (stmt_ != st) columnas_.clear();
+    stmt_ = st;
+    for (size_t i = 0; i < params.size(); ++i) Bind(db_, st->get(), static_cast<int>(i + 1), params[i], page_);
     cached_ = false;
     closed_ = false;
-    on_row_ = stmt_->Step();
+    on_row_ = st->Step();
     position_ = on_row_ ? 1 : 0;
     reached_ = position_;
   }
+
+  [[noreturn]] static void NoEncontrado(std::string_view name) {
+    throw RuntimeError(kErrElementoNoEncontrado,
+                       Latin1("Elemento no encontrado en esta colección: ") + std::string(name));
+  }
+
 
   void RequireOpen() {
     if (closed_) throw RuntimeError(kErrOperacionNoValida, Latin1("El Recordset está cerrado."));
@@ -425,10 +426,7 @@ class SqliteRecordset : public Recordset {
       if (conocido == name) return indice;
     }
     const int i = ColumnIndexIn(stmt_->get(), name);
-    if (i < 0) {
-      throw RuntimeError(kErrElementoNoEncontrado,
-                         Latin1("Elemento no encontrado en esta colección: ") + std::string(name));
-    }
+    if (i < 0) NoEncontrado(name);
     columnas_.emplace_back(std::string(name), i);
     return i;
   }

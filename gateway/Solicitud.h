@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/Platform.h"
@@ -90,6 +91,11 @@ struct Solicitud {
     bool disponible = false;
   };
   std::map<std::string, ChequeoServidor> servidores_revisados;
+
+  // The body of the configuration section `etiqueta`, dates filled in.
+  std::string Seccion(std::string_view etiqueta) const {
+    return config::SeccionCFG(cfg.TextoCFG, etiqueta, sys.reloj);
+  }
 
   // The catalogue databases of the request, open until the process ends.
   std::unique_ptr<db::Database> BDBiblio;  // KORVEL8.MDB

@@ -29,10 +29,6 @@ const std::string kArchivosIncompletos = Latin1(
     "accesible. <br>Verifique la sintaxis de su archivo de configuración y revise la "
     "existencia de los archivos. <br>La ruta obtenida es: ");
 
-std::string Seccion(gateway::Solicitud& s, std::string_view etiqueta) {
-  return config::SeccionCFG(s.cfg.TextoCFG, etiqueta, s.sys.reloj);
-}
-
 std::string Plegado(gateway::Solicitud& s, std::string_view campo) {
   std::string texto = gateway::ValorCGI(s.cgi, campo);
   return search::QuitaAcentos(texto);
@@ -53,8 +49,6 @@ void LeeNumero(gateway::Solicitud& s, std::string_view campo, T& destino) {
 // settings (empty until they are read).
 std::string NombreInstalacion(const gateway::Solicitud& s) { return s.instalacion.Institucion; }
 
-std::string Numero(std::int64_t n) { return std::to_string(n); }
-
 std::string TextoEXPR(const gateway::Solicitud& s, int n) {
   const search::Estado& e = s.busqueda;
   switch (n) {
@@ -65,15 +59,9 @@ std::string TextoEXPR(const gateway::Solicitud& s, int n) {
 }
 
 // The placeholders that "ENCABEZADO2:" and "FINAL:" share, from the total on.
-void LlenaPaginacion(gateway::Solicitud& s, std::string& texto) {
-  ReemplazaTexto(texto, "<!TOTAL!>", Numero(s.Total));
-  ReemplazaTexto(texto, "<!CANTIDAD!>", Numero(s.Cantidad));
-  ReemplazaTexto(texto, "<!DESDE!>", Numero(s.Desde));
-  s.Hasta = HastaPagina(s.Desde, s.Cantidad, s.Total);
-  ReemplazaTexto(texto, "<!HASTA!>", Numero(s.Hasta));
-  ReemplazaTexto(texto, "<!DESDEANTERIOR!>", Numero(DesdeAnterior(s.Desde, s.Cantidad)));
-  ReemplazaTexto(texto, "<!DESDESIGUIENTE!>", Numero(DesdeSiguiente(s.Desde, s.Cantidad, s.Total)));
-  ReemplazaTexto(texto, "<!NOFORMATO!>", Numero(s.NoFormato));
+void LlenaComunes(gateway::Solicitud& s, std::string& texto) {
+  LlenaPaginacion(s, texto);
+  ReemplazaTexto(texto, "<!NOFORMATO!>", std::to_string(s.NoFormato));
   ReemplazaTexto(texto, "<!ACERVO!>", s.ACERVO);
   ReemplazaTexto(texto, "<!TXTLIB!>", s.TextoLIB);
   ReemplazaTexto(texto, "<!TXTTIT!>", s.TxtTit);
@@ -82,7 +70,7 @@ void LlenaPaginacion(gateway::Solicitud& s, std::string& texto) {
 }
 
 void EscribeEncabezado2(gateway::Solicitud& s) {
-  std::string texto = Seccion(s, "ENCABEZADO2:");
+  std::string texto = s.Seccion("ENCABEZADO2:");
   if (texto.empty()) return;
   const search::Estado& e = s.busqueda;
   ReemplazaTexto(texto, "<!NOMBREBIB!>", s.NombreBib);
@@ -90,24 +78,24 @@ void EscribeEncabezado2(gateway::Solicitud& s) {
   ReemplazaTexto(texto, "<!txtEXPR1!>", TextoEXPR(s, 1));
   ReemplazaTexto(texto, "<!txtEXPR2!>", TextoEXPR(s, 2));
   ReemplazaTexto(texto, "<!txtEXPR3!>", TextoEXPR(s, 3));
-  ReemplazaTexto(texto, "<!opCAMPO1!>", Numero(e.opCAMPO1));
-  ReemplazaTexto(texto, "<!opCAMPO2!>", Numero(e.opCAMPO2));
-  ReemplazaTexto(texto, "<!opCAMPO3!>", Numero(e.opCAMPO3));
-  ReemplazaTexto(texto, "<!opBOOLEAN1!>", Numero(e.opBOOLEAN1));
-  ReemplazaTexto(texto, "<!opBOOLEAN2!>", Numero(e.opBOOLEAN2));
-  ReemplazaTexto(texto, "<!BUSQ_AVANZADA!>", Numero(s.cfg.BUSQ_AVANZADA));
+  ReemplazaTexto(texto, "<!opCAMPO1!>", std::to_string(e.opCAMPO1));
+  ReemplazaTexto(texto, "<!opCAMPO2!>", std::to_string(e.opCAMPO2));
+  ReemplazaTexto(texto, "<!opCAMPO3!>", std::to_string(e.opCAMPO3));
+  ReemplazaTexto(texto, "<!opBOOLEAN1!>", std::to_string(e.opBOOLEAN1));
+  ReemplazaTexto(texto, "<!opBOOLEAN2!>", std::to_string(e.opBOOLEAN2));
+  ReemplazaTexto(texto, "<!BUSQ_AVANZADA!>", std::to_string(s.cfg.BUSQ_AVANZADA));
   ReemplazaTexto(texto, "<!ArchivoCFG!>", gateway::ValorCGI(s.cgi, "ArchivoCFG"));
-  ReemplazaTexto(texto, "<!mostrarFICHABIB!>", Numero(s.MostrarFichaBIB));
-  ReemplazaTexto(texto, "<!BaseDTA!>", Numero(s.cfg.BaseDTA));
-  LlenaPaginacion(s, texto);
+  ReemplazaTexto(texto, "<!mostrarFICHABIB!>", std::to_string(s.MostrarFichaBIB));
+  ReemplazaTexto(texto, "<!BaseDTA!>", std::to_string(s.cfg.BaseDTA));
+  LlenaComunes(s, texto);
   EnviaLinea(s.sys.salida, texto);
 }
 
 void EscribeFinal(gateway::Solicitud& s) {
-  std::string texto = Seccion(s, "FINAL:");
+  std::string texto = s.Seccion("FINAL:");
   ReemplazaTexto(texto, "<!NOMBREBIB!>", NombreInstalacion(s));
   ReemplazaTexto(texto, "<!txtEXPR!>", s.Expresion);
-  LlenaPaginacion(s, texto);
+  LlenaComunes(s, texto);
   ReemplazaTexto(texto, "<!TXTISBN!>", s.TxtIsbn);
   ReemplazaTexto(texto, "<!TXTEDIT!>", s.TxtEdit);
   ReemplazaTexto(texto, "<!TXTSER!>", s.TxtSer);
@@ -116,7 +104,7 @@ void EscribeFinal(gateway::Solicitud& s) {
 }
 
 void EscribeNoEncontrado(gateway::Solicitud& s) {
-  std::string texto = Seccion(s, "NOENCONTRADO:");
+  std::string texto = s.Seccion("NOENCONTRADO:");
   ReemplazaTexto(texto, "<!TXTLIB!>", s.TextoLIB);
   ReemplazaTexto(texto, "<!TXTTIT!>", s.TxtTit);
   ReemplazaTexto(texto, "<!TXTAUT!>", s.TxtAut);
@@ -154,17 +142,17 @@ bool EligeBase(gateway::Solicitud& s, std::int32_t no_ficha) {
     s.cfg.RutaBase = ruta;
     s.NombreBib = nombre;
     EnviaLinea(salida, "<!-- Ruta: " + s.cfg.RutaBase + "<br/>Biblio: " + s.NombreBib +
-                           "<br/>Indice: " + Numero(s.cfg.BaseDTA) + "<br/>NoFicha: " +
-                           Numero(no_ficha) + "<br/>");
-    EnviaLinea(salida, "BusQ_AVAn " + Numero(s.cfg.BUSQ_AVANZADA) + "<br/>txtExpr: " +
+                           "<br/>Indice: " + std::to_string(s.cfg.BaseDTA) + "<br/>NoFicha: " +
+                           std::to_string(no_ficha) + "<br/>");
+    EnviaLinea(salida, "BusQ_AVAn " + std::to_string(s.cfg.BUSQ_AVANZADA) + "<br/>txtExpr: " +
                            s.Expresion + "<br/>txtLIB: " + s.TextoLIB +
-                           "<br/>MostrarFichaBIB: " + Numero(s.MostrarFichaBIB) + "<br/> -->");
+                           "<br/>MostrarFichaBIB: " + std::to_string(s.MostrarFichaBIB) + "<br/> -->");
   } else if (s.cfg.BaseDTA > 0) {
     s.cfg.RutaBase = ruta;
     config::MensajeH4(salida, kArchivosIncompletos + s.cfg.RutaBase + "<center>");
     return false;
   }
-  s.Traza += "Busqueda avanzada: " + Numero(s.cfg.BaseDTA) + ", " + s.NombreBib + "<br/>";
+  s.Traza += "Busqueda avanzada: " + std::to_string(s.cfg.BaseDTA) + ", " + s.NombreBib + "<br/>";
   return true;
 }
 
@@ -193,11 +181,11 @@ void Busca(gateway::Solicitud& s, std::int32_t no_ficha) {
   };
   std::int16_t cuenta = 0;
   if (no_ficha > 0) {
-    s.Traza += "Recuperar ficha " + Numero(no_ficha) + "<br/>";
+    s.Traza += "Recuperar ficha " + std::to_string(no_ficha) + "<br/>";
     if (sin_textos()) s.TextoLIB = s.TextoEXPR1;
     busca_palabras();
     cuenta = 1;
-    s.Traza += "Datos ficha: " + Numero(no_ficha) + " recuperados<br/>";
+    s.Traza += "Datos ficha: " + std::to_string(no_ficha) + " recuperados<br/>";
   } else if (s.cfg.BUSQ_AVANZADA == 1) {
     s.Traza += "Iniciar busqueda avanzada <br/>";
     search::LeeCamposAvanzados(s.busqueda, s.cgi);
@@ -211,7 +199,7 @@ void Busca(gateway::Solicitud& s, std::int32_t no_ficha) {
     s.Traza += "Busqueda normal realizada <br/>";
     cuenta = ToInt16(search::CuentaFichas(s.busqueda.MapaResultado));
   }
-  EnviaLinea(salida, "<!--NoResultados: " + Numero(cuenta) + "<br/>-->");
+  EnviaLinea(salida, "<!--NoResultados: " + std::to_string(cuenta) + "<br/>-->");
 
   if (cuenta > 0) {
     s.Total = cuenta;
@@ -245,11 +233,11 @@ void ConsultaLibros(gateway::Solicitud& s) {
   if (s.Expresion.empty()) s.Expresion = s.TextoLIB;
   if (s.Expresion.empty()) s.Expresion = s.TextoEXPR1;
   s.Traza += "Entrada a ConsultaLibros,leidas variables, txtEXP:" + s.Expresion + ",Ficha:" +
-             Numero(s.Desde) + "<br/>";
+             std::to_string(s.Desde) + "<br/>";
   gateway::CreaLog(s);
-  EnviaLinea(s.sys.salida, Seccion(s, "ENCABEZADO:"));
+  EnviaLinea(s.sys.salida, s.Seccion("ENCABEZADO:"));
 
-  s.cfg.RutaBase = TrimBlanks(Seccion(s, "BASE:"));
+  s.cfg.RutaBase = TrimBlanks(s.Seccion("BASE:"));
   s.NombreBib = NombreInstalacion(s);
   s.Traza += "Leido CFG, RutaBase:" + s.cfg.RutaBase + "-<br/>";
   if (s.cfg.RutaBase.empty()) {
@@ -264,10 +252,11 @@ void ConsultaLibros(gateway::Solicitud& s) {
     Output& salida = s.sys.salida;
     EnviaLinea(salida, Latin1("<h4>Se presentó un error inesperado al procesar la Consulta de "
                               "Libros</h4>"));
-    EnviaLinea(salida, "Error " + Numero(error.number()) + ": " + error.description() + "<br/>");
+    EnviaLinea(salida,
+               "Error " + std::to_string(error.number()) + ": " + error.description() + "<br/>");
     EnviaLinea(salida, "ArchivoCFG: " + s.cfg.ArchivoCFG + "<br/>Ruta base: " + s.cfg.RutaBase +
                            "<br/>Biblio: " + s.NombreBib + "<br/>Indice: " +
-                           Numero(s.cfg.BaseDTA) + "<br/>NoFicha: " + Numero(no_ficha));
+                           std::to_string(s.cfg.BaseDTA) + "<br/>NoFicha: " + std::to_string(no_ficha));
     EnviaLinea(salida, "Log registrado:<br/>" + s.Traza);
   }
 }

@@ -25,12 +25,6 @@ std::int32_t Acota(std::int64_t valor) {
   return static_cast<std::int32_t>(ToInt32(static_cast<double>(valor)));
 }
 
-std::string Seccion(gateway::Solicitud& s, std::string_view etiqueta) {
-  return config::SeccionCFG(s.cfg.TextoCFG, etiqueta, s.sys.reloj);
-}
-
-std::string Numero(std::int64_t n) { return std::to_string(n); }
-
 void MuestraNumero(gateway::Solicitud& s, std::int32_t numero, std::int32_t posicion) {
   records::RegFicha ficha;
   records::CargaFicha(*s.BDBiblio, numero, ficha);
@@ -72,16 +66,20 @@ void MuestraLibros(gateway::Solicitud& s, std::int32_t no_ficha) {
   }
 }
 
-void RenglonCatalogo(gateway::Solicitud& s, db::Recordset& fila) {
-  std::string renglon = records::LlenaColumnas(Seccion(s, "FORMATO:"), fila);
-  ReemplazaTexto(renglon, "<!TOTAL!>", Numero(s.Total));
-  ReemplazaTexto(renglon, "<!CANTIDAD!>", Numero(s.Cantidad));
-  ReemplazaTexto(renglon, "<!DESDE!>", Numero(s.Desde));
+void LlenaPaginacion(gateway::Solicitud& s, std::string& texto) {
+  ReemplazaTexto(texto, "<!TOTAL!>", std::to_string(s.Total));
+  ReemplazaTexto(texto, "<!CANTIDAD!>", std::to_string(s.Cantidad));
+  ReemplazaTexto(texto, "<!DESDE!>", std::to_string(s.Desde));
   s.Hasta = HastaPagina(s.Desde, s.Cantidad, s.Total);
-  ReemplazaTexto(renglon, "<!HASTA!>", Numero(s.Hasta));
-  ReemplazaTexto(renglon, "<!DESDEANTERIOR!>", Numero(DesdeAnterior(s.Desde, s.Cantidad)));
-  ReemplazaTexto(renglon, "<!DESDESIGUIENTE!>",
-                 Numero(DesdeSiguiente(s.Desde, s.Cantidad, s.Total)));
+  ReemplazaTexto(texto, "<!HASTA!>", std::to_string(s.Hasta));
+  ReemplazaTexto(texto, "<!DESDEANTERIOR!>", std::to_string(DesdeAnterior(s.Desde, s.Cantidad)));
+  ReemplazaTexto(texto, "<!DESDESIGUIENTE!>",
+                 std::to_string(DesdeSiguiente(s.Desde, s.Cantidad, s.Total)));
+}
+
+void RenglonCatalogo(gateway::Solicitud& s, db::Recordset& fila) {
+  std::string renglon = records::LlenaColumnas(s.Seccion("FORMATO:"), fila);
+  LlenaPaginacion(s, renglon);
   ReemplazaTexto(renglon, "<!BUSCADO!>", s.TextoLIB);
   EnviaLinea(s.sys.salida, renglon);
 }
@@ -95,7 +93,7 @@ void MuestraCatalogo(gateway::Solicitud& s, db::Recordset& filas) {
     mostradas = ToByte(mostradas + 1.0);
     filas.MoveNext();
     if (filas.Eof() || mostradas == s.Cantidad) break;
-    EnviaLinea(s.sys.salida, Seccion(s, "SEPARADOR:"));
+    EnviaLinea(s.sys.salida, s.Seccion("SEPARADOR:"));
   }
 }
 
@@ -117,7 +115,7 @@ void ResultadosMultiplesAcervos(gateway::Solicitud& s, std::int32_t n) {
   bool encabezado = false;
   for (std::int32_t k = 0; k < n; ++k) {
     const config::BaseDeDatos& coleccion = s.cfg.TablaBases.at(static_cast<size_t>(k));
-    std::string renglon = Seccion(s, "FORMATO:");
+    std::string renglon = s.Seccion("FORMATO:");
     std::int32_t encontrados = 0;
     if (VerificaArchivosBase(s, coleccion.despues)) {
       s.cfg.RutaBase = coleccion.despues;
@@ -126,7 +124,7 @@ void ResultadosMultiplesAcervos(gateway::Solicitud& s, std::int32_t n) {
       s.Expresion = search::ArmaBusquedaAvanzada(s);
       if (!encabezado) {
         encabezado = true;
-        std::string cabeza = Seccion(s, "ENCABEZADO2:");
+        std::string cabeza = s.Seccion("ENCABEZADO2:");
         ReemplazaTexto(cabeza, "<!TXTLIB!>", s.TextoLIB);
         ReemplazaTexto(cabeza, "<!txtEXPR1!>", s.TextoEXPR1);
         if (s.Expresion.empty()) s.Expresion = s.TextoEXPR1;
@@ -141,18 +139,19 @@ void ResultadosMultiplesAcervos(gateway::Solicitud& s, std::int32_t n) {
       encontrados = search::CuentaFichas(e.MapaResultado);
       s.FichaActual = s.Desde - 1;
       ReemplazaTexto(renglon, "<!txtEXPR!>", s.Expresion);
-      ReemplazaTexto(renglon, "<!TOTAL!>", Numero(encontrados));
-      ReemplazaTexto(renglon, "<!CANTIDAD!>", Numero(s.Cantidad));
-      ReemplazaTexto(renglon, "<!DESDE!>", Numero(s.Desde));
-      ReemplazaTexto(renglon, "<!HASTA!>", Numero(static_cast<std::int64_t>(s.Desde) + s.Cantidad));
+      ReemplazaTexto(renglon, "<!TOTAL!>", std::to_string(encontrados));
+      ReemplazaTexto(renglon, "<!CANTIDAD!>", std::to_string(s.Cantidad));
+      ReemplazaTexto(renglon, "<!DESDE!>", std::to_string(s.Desde));
+      ReemplazaTexto(renglon, "<!HASTA!>",
+                     std::to_string(static_cast<std::int64_t>(s.Desde) + s.Cantidad));
       ReemplazaTexto(renglon, "<!txtEXPR1!>", e.txtEXPR1);
       ReemplazaTexto(renglon, "<!txtEXPR2!>", e.txtEXPR2);
       ReemplazaTexto(renglon, "<!txtEXPR3!>", e.txtEXPR3);
-      ReemplazaTexto(renglon, "<!opCAMPO1!>", Numero(e.opCAMPO1));
-      ReemplazaTexto(renglon, "<!opCAMPO2!>", Numero(e.opCAMPO2));
-      ReemplazaTexto(renglon, "<!opCAMPO3!>", Numero(e.opCAMPO3));
-      ReemplazaTexto(renglon, "<!opBOOLEAN1!>", Numero(e.opBOOLEAN1));
-      ReemplazaTexto(renglon, "<!opBOOLEAN2!>", Numero(e.opBOOLEAN2));
+      ReemplazaTexto(renglon, "<!opCAMPO1!>", std::to_string(e.opCAMPO1));
+      ReemplazaTexto(renglon, "<!opCAMPO2!>", std::to_string(e.opCAMPO2));
+      ReemplazaTexto(renglon, "<!opCAMPO3!>", std::to_string(e.opCAMPO3));
+      ReemplazaTexto(renglon, "<!opBOOLEAN1!>", std::to_string(e.opBOOLEAN1));
+      ReemplazaTexto(renglon, "<!opBOOLEAN2!>", std::to_string(e.opBOOLEAN2));
     } else {
       ReemplazaTexto(renglon, "<!TOTAL!>", "-1");
       ReemplazaTexto(renglon, "<!CANTIDAD!>", "0");
@@ -160,7 +159,7 @@ void ResultadosMultiplesAcervos(gateway::Solicitud& s, std::int32_t n) {
       ReemplazaTexto(renglon, "<!HASTA!>", "0");
     }
     ReemplazaTexto(renglon, "<!NOMBREBIB!>", coleccion.antes);
-    ReemplazaTexto(renglon, "<!BaseDTA!>", Numero(coleccion.numero));
+    ReemplazaTexto(renglon, "<!BaseDTA!>", std::to_string(coleccion.numero));
     if (encontrados > 0) {
       EnviaLinea(salida, renglon);
       gateway::Cede(s);
@@ -176,9 +175,9 @@ void ResultadosMultiplesAcervos(gateway::Solicitud& s, std::int32_t n) {
     EnviaLinea(salida, Latin1("<center><h5>No hubo ningún resultado...</h5></center>"));
   } else {
     EnviaLinea(salida, Latin1("<!--<center><h4>No hubo ningún resultado...") +
-                           Numero(sin_resultado) + "," + Numero(n - 1) + "</h4></center> -->");
+                           std::to_string(sin_resultado) + "," + std::to_string(n - 1) + "</h4></center> -->");
   }
-  EnviaLinea(salida, Seccion(s, "FINAL:"));
+  EnviaLinea(salida, s.Seccion("FINAL:"));
 }
 
 }  // namespace orvex::queries

@@ -21,6 +21,10 @@ std::int32_t HastaPagina(std::int32_t desde, std::int32_t cantidad, std::int32_t
 std::int32_t DesdeAnterior(std::int32_t desde, std::int32_t cantidad);
 std::int32_t DesdeSiguiente(std::int32_t desde, std::int32_t cantidad, std::int32_t total);
 
+// Fills "<!TOTAL!>", "<!CANTIDAD!>", "<!DESDE!>", "<!HASTA!>" (setting
+// Hasta), "<!DESDEANTERIOR!>" and "<!DESDESIGUIENTE!>", in that order.
+void LlenaPaginacion(gateway::Solicitud& s, std::string& texto);
+
 // The book results: record `no_ficha` alone when it is above 0 (shown at
 // position 1); otherwise the records of the result bitmap at positions Desde
 // to Total, at most Cantidad of them. The records shown are counted in a

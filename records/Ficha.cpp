@@ -22,6 +22,19 @@ std::string LineaEjemplar(const std::array<std::string, 7>& valores) {
   return linea;
 }
 
+std::vector<std::string_view> LineasEjemplares(std::string_view ejemplares) {
+  constexpr std::string_view kFinLinea = "\r\n";
+  std::vector<std::string_view> lineas;
+  while (!ejemplares.empty()) {
+    const std::size_t fin = ejemplares.find(kFinLinea);
+    const std::string_view linea = ejemplares.substr(0, fin);
+    ejemplares = fin == std::string_view::npos ? std::string_view()
+                                               : ejemplares.substr(fin + kFinLinea.size());
+    if (!linea.empty()) lineas.push_back(linea);
+  }
+  return lineas;
+}
+
 std::string ExtraeEtiqueta(std::string_view lista, std::string_view etiquetas) {
   // The counter is a byte: a list of more than 255 tags overflows. The
   // rounding never makes a piece start past the end of the list.

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/Clock.h"
 
@@ -43,6 +44,10 @@ struct RegFicha {
 // joined by "," and ended by CR LF. Nothing is quoted: a "," inside a value
 // shifts the later values for whoever splits the line.
 std::string LineaEjemplar(const std::array<std::string, 7>& valores);
+
+// The non-empty lines of `ejemplares` (RegFicha::Ejemplares), without their
+// CR LF, in order.
+std::vector<std::string_view> LineasEjemplares(std::string_view ejemplares);
 
 // The content of the first field, in the order of `lista`, whose tag occurs in
 // the tag string `etiquetas`; empty when none does.

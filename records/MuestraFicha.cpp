@@ -26,10 +26,6 @@ using config::ReemplazaTexto;
 // How long a circulation server may take to answer the host check.
 constexpr std::int32_t kEsperaServidorMs = 200;
 
-std::string Seccion(gateway::Solicitud& s, std::string_view etiqueta) {
-  return config::SeccionCFG(s.cfg.TextoCFG, etiqueta, s.sys.reloj);
-}
-
 // The first fields of `etiquetas` present in the record, joined by "\" as
 // the occurrences of one field are.
 std::string Une(std::string_view marc, std::initializer_list<std::string_view> etiquetas) {
@@ -66,16 +62,15 @@ std::string PresentacionTarjeta(gateway::Solicitud& s, const RegFicha& ficha) {
   const config::Instalacion& ins = s.instalacion;
   const std::string tarjeta =
       CuerpoConEstilos(transformador.TransformaXML(xml::XMLTarjeta(ficha), ins.XSLFichaLibros));
-  const std::string tabla =
-      CuerpoConEstilos(transformador.TransformaXML(xml::XMLFicha(ficha, ins), ins.XSLTablaLibros));
+  const std::string documento = xml::XMLFicha(ficha, ins);
+  const std::string tabla = CuerpoConEstilos(transformador.TransformaXML(documento, ins.XSLTablaLibros));
   std::string propia;
   if (!ins.XSLPersonalLibros.empty()) {
-    std::string resultado =
-        transformador.TransformaXML(xml::XMLFicha(ficha, ins), ins.XSLPersonalLibros);
+    std::string resultado = transformador.TransformaXML(documento, ins.XSLPersonalLibros);
     ReemplazaTexto(resultado, "Ruta-", "./XSLs/");
     propia = CuerpoConEstilos(resultado);
   }
-  std::string html = LlenaEtiquetas(Seccion(s, "FORMATO:"), ficha.EtiquetasMARC, ficha.Ficha_no);
+  std::string html = LlenaEtiquetas(s.Seccion("FORMATO:"), ficha.EtiquetasMARC, ficha.Ficha_no);
   ReemplazaTexto(html, "<!FICHA!>", tarjeta);
   ReemplazaTexto(html, "<!FICHA1!>", tarjeta);
   ReemplazaTexto(html, "<!FICHA2!>", tabla);
@@ -117,13 +112,13 @@ void OfreceDisponibilidad(gateway::Solicitud& s, const RegFicha& ficha) {
   EnviaLinea(salida, "<!-- Prep: BAseDTA" + base_dta + "<br> -->");
   circulation::ServidorCirculacion servidor;
   const bool configurado =
-      circulation::BuscaServidor(Seccion(s, "DISPONIBILIDAD:"), s.cfg.BaseDTA, servidor);
+      circulation::BuscaServidor(s.Seccion("DISPONIBILIDAD:"), s.cfg.BaseDTA, servidor);
   if (!configurado || !ServidorDisponible(s, servidor.direccion)) {
     EnviaLinea(salida,
                "<!-- Ups---IP-Port: " + servidor.direccion + ": " + servidor.puerto + "<br> -->");
     return;
   }
-  std::string fragmento = Seccion(s, "CHECA_DISPONIBILIDAD:");
+  std::string fragmento = s.Seccion("CHECA_DISPONIBILIDAD:");
   EnviaLinea(salida,
              "<!-- OK--IP-Port: " + servidor.direccion + ": " + servidor.puerto + "<br> -->");
   if (fragmento.empty()) return;
@@ -153,11 +148,11 @@ void MuestraFicha(gateway::Solicitud& s, const RegFicha& ficha, std::int32_t pos
   std::string html;
   if (s.MostrarFichaBDL == 1) {
     const std::string tabla = TablaCampos(ficha);
-    html = LlenaEtiquetas(Seccion(s, "FORMATO:"), marc, ficha.Ficha_no);
+    html = LlenaEtiquetas(s.Seccion("FORMATO:"), marc, ficha.Ficha_no);
     ReemplazaTexto(html, "<!FICHABDL!>", tabla);
   } else if (s.MostrarFichaBIB == 1) {
     const std::string breve = FichaBreve(ficha);
-    html = LlenaEtiquetas(Seccion(s, "FORMATO:"), marc, ficha.Ficha_no);
+    html = LlenaEtiquetas(s.Seccion("FORMATO:"), marc, ficha.Ficha_no);
     ReemplazaTexto(html, "<!FICHAB!>", breve);
   } else {
     html = PresentacionTarjeta(s, ficha);
@@ -191,7 +186,7 @@ void MuestraFicha(gateway::Solicitud& s, const RegFicha& ficha, std::int32_t pos
                                std::to_string(ficha.Ficha_no) + ", MOSTRARFichaBIB: " +
                                std::to_string(s.MostrarFichaBIB) + " -->");
   if (ficha.Ficha_no >= 1 && s.MostrarFichaBIB != 1) OfreceDisponibilidad(s, ficha);
-  EnviaLinea(s.sys.salida, Seccion(s, "SEPARADOR:"));
+  EnviaLinea(s.sys.salida, s.Seccion("SEPARADOR:"));
 }
 
 std::string CuerpoConEstilos(const std::string& html) {
@@ -201,9 +196,8 @@ std::string CuerpoConEstilos(const std::string& html) {
   if (body != std::string::npos) {
     const size_t cierre = html.find('>', body);
     if (cierre != std::string::npos) {
-      cuerpo = html.substr(cierre + 1);
-      const size_t fin = UpperLatin1(cuerpo).find("</BODY");
-      if (fin != std::string::npos) cuerpo.resize(fin);
+      const size_t fin = mayusculas.find("</BODY", cierre + 1);
+      cuerpo = html.substr(cierre + 1, fin == std::string::npos ? std::string::npos : fin - cierre - 1);
     }
   }
   if (cuerpo.empty()) return html;

@@ -2,6 +2,7 @@
 
 #include "base/CodePage.h"
 #include "config/Instalacion.h"
+#include "xml/XMLFicha.h"
 
 namespace orvex::xml {
 namespace {
@@ -57,19 +58,6 @@ constexpr std::string_view kFicha =
     "</xsl:template>\n"
     "</xsl:stylesheet>\n";
 
-std::string EscapaTexto(std::string_view texto) {
-  std::string out;
-  for (char c : texto) {
-    switch (c) {
-      case '&': out += "&amp;"; break;
-      case '<': out += "&lt;"; break;
-      case '>': out += "&gt;"; break;
-      default: out += c;
-    }
-  }
-  return out;
-}
-
 // The name inside a notice sheet, when `hoja` is one.
 std::optional<std::string_view> NombreDeAviso(std::string_view hoja) {
   static const std::string vacio = config::HojaAviso("");
@@ -91,7 +79,8 @@ std::optional<std::string_view> NombreDeAviso(std::string_view hoja) {
 
 std::optional<std::string> EquivalenteXSLT(std::string_view hoja) {
   if (hoja == config::HojaFichaIntegrada()) {
-    return std::string(kCabecera) + std::string(kFicha);
+    static const std::string ficha = std::string(kCabecera) + std::string(kFicha);
+    return ficha;
   }
   if (const auto nombre = NombreDeAviso(hoja)) {
     // The notice's texts keep their blanks; the blanks between its tags are
@@ -100,7 +89,7 @@ std::optional<std::string> EquivalenteXSLT(std::string_view hoja) {
            "<xsl:template match=\"/\" priority=\"1\"><html><body><center>"
            "<font face=\"arial\" size=\"5\"><font color=\"red\"><b> No se encontró la "
            "referencia " +
-           CodePage::Windows1252().ToUtf8(EscapaTexto(*nombre)) +
+           CodePage::Windows1252().ToUtf8(EscapaXML(*nombre)) +
            " </b></font></font></center></body></html></xsl:template>\n"
            "</xsl:stylesheet>\n";
   }

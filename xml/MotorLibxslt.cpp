@@ -217,8 +217,7 @@ MotorLibxslt::~MotorLibxslt() {
 }
 
 MotorLibxslt::Hoja& MotorLibxslt::Compila(std::string_view xsl) {
-  std::string clave(xsl);
-  if (auto it = hojas_.find(clave); it != hojas_.end()) return *it->second;
+  if (auto it = hojas_.find(xsl); it != hojas_.end()) return *it->second;
   auto hoja = std::make_unique<Hoja>();
   xmlDocPtr doc = Lee(xsl);
   if (doc == nullptr) {
@@ -248,7 +247,7 @@ MotorLibxslt::Hoja& MotorLibxslt::Compila(std::string_view xsl) {
       hoja->texto = Vista(metodo) == "text";
     }
   }
-  return *hojas_.emplace(std::move(clave), std::move(hoja)).first->second;
+  return *hojas_.emplace(std::string(xsl), std::move(hoja)).first->second;
 }
 
 ResultadoXSL MotorLibxslt::Transforma(std::string_view xml, std::string_view xsl) {

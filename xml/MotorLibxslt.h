@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -39,7 +40,14 @@ class MotorLibxslt final : public MotorXSL {
   struct Hoja;
   Hoja& Compila(std::string_view xsl);
 
-  std::unordered_map<std::string, std::unique_ptr<Hoja>> hojas_;
+  // Looked up by the sheet's text as given, without copying it.
+  struct HashTexto {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view texto) const {
+      return std::hash<std::string_view>{}(texto);
+    }
+  };
+  std::unordered_map<std::string, std::unique_ptr<Hoja>, HashTexto, std::equal_to<>> hojas_;
   void* seguridad_;  // xsltSecurityPrefsPtr
 };
 

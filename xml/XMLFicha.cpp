@@ -104,13 +104,8 @@ std::string XMLFicha(const records::RegFicha& ficha, const config::Instalacion& 
   doc.append("<FICHAS><FICHA Numero='").append(std::to_string(ficha.Ficha_no)).append("'>");
   doc.append(kFinLinea);
   doc.append(" <EXISTENCIAS>").append(kFinLinea);
-  std::string_view ejemplares = ficha.Ejemplares;
-  while (!ejemplares.empty()) {
-    const std::size_t fin = ejemplares.find(kFinLinea);
-    const std::string_view linea = ejemplares.substr(0, fin);
-    ejemplares = fin == std::string_view::npos ? std::string_view()
-                                               : ejemplares.substr(fin + kFinLinea.size());
-    if (!linea.empty()) doc += LineaEJEMPLAR(linea);
+  for (std::string_view linea : records::LineasEjemplares(ficha.Ejemplares)) {
+    doc += LineaEJEMPLAR(linea);
   }
   doc.append(" </EXISTENCIAS>").append(kFinLinea);
   doc.append(" <ETIQUETAS>").append(kFinLinea);

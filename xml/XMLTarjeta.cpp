@@ -71,13 +71,7 @@ std::string XMLTarjeta(const records::RegFicha& ficha) {
   Elemento(doc, "Sr1", tarjeta.Sr1);
   Elemento(doc, "Sr2", tarjeta.Sr2);
   doc.append("</SECCIONES><EXISTENCIAS>");
-  std::string_view ejemplares = ficha.Ejemplares;
-  while (!ejemplares.empty()) {
-    const std::size_t fin = ejemplares.find(kFinLinea);
-    const std::string_view linea = ejemplares.substr(0, fin);
-    ejemplares = fin == std::string_view::npos ? std::string_view()
-                                               : ejemplares.substr(fin + kFinLinea.size());
-    if (linea.empty()) continue;
+  for (std::string_view linea : records::LineasEjemplares(ficha.Ejemplares)) {
     const std::array<std::string, kValores> v = ValoresEjemplar(linea);
     doc.append("<EJEMPLAR");
     Atributo(doc, "NoAdq", v[kNumAdqui]);
