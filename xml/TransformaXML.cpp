@@ -4,6 +4,7 @@
 #include "base/EnviaLinea.h"
 #include "config/Plantillas.h"
 #include "xml/HojasIntegradas.h"
+#include "xml/HojasNativas.h"
 
 namespace orvex::xml {
 namespace {
@@ -34,6 +35,9 @@ std::string LineaDelTexto(const std::string& texto, int linea) {
 }
 
 std::string TransformadorXSL::TransformaXML(const std::string& xml, const std::string& xsl) {
+  // The built-in sheets on the gateway's own documents need no processor: a
+  // page of default cards never loads it.
+  if (auto nativa = TransformacionNativa(xml, xsl)) return std::move(*nativa);
   const auto equivalente = EquivalenteXSLT(xsl);
   ResultadoXSL r = motor_.Transforma(ComoUtf8(xml), equivalente ? *equivalente : ComoUtf8(xsl));
   switch (r.estado) {
