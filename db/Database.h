@@ -55,6 +55,9 @@ class Recordset {
   // The field of the current row named `name`, ignoring case. Raises 3265
   // when there is no such field, 3021 when there is no current row.
   virtual Value Field(std::string_view name) = 0;
+  // The stored bytes of a binary field, as they are, without the code page
+  // conversion of texts. Engines without binary fields give the text.
+  virtual std::string FieldBytes(std::string_view name) { return Field(name).AsText(); }
   virtual std::vector<std::string> FieldNames() = 0;
 
   // Table-type recordsets only (others raise 3251): chooses the index by

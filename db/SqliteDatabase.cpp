@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <map>
+#include <memory>
+#include <optional>
 #include <utility>
 
 #include "base/RuntimeError.h"
@@ -135,25 +137,55 @@ std::string Quoted(std::string_view name) {
   return out + "\"";
 }
 
-// A prepared statement that owns its handle.
+// What a database keeps between the statements of its recordsets: the
+// tables and index columns already asked for, and the statements that
+// finished, ready for the next recordset that runs the same text. A request
+// opens a recordset per lookup, and preparing the same few statements again
+// and again cost more than running them.
+struct Memoria {
+  std::optional<std::vector<std::string>> tablas;
+  std::map<std::string, std::vector<std::string>, std::less<>> indices;
+  std::multimap<std::string, sqlite3_stmt*, std::less<>> libres;
+  bool cerrada = false;
+
+  ~Memoria() { Cierra(); }
+  void Cierra() {
+    for (auto& [sql, st] : libres) sqlite3_finalize(st);
+    libres.clear();
+    cerrada = true;
+  }
+  // A statement may have changed the schema.
+  void Olvida() {
+    tablas.reset();
+    indices.clear();
+  }
+};
+
+// A prepared statement that owns its handle; one taken from a database's
+// memory goes back there, reset, when it is done.
 class Statement {
  public:
-  Statement(sqlite3* db, const std::string& utf8_sql) : db_(db) {
-    const char* tail = nullptr;
-    const int rc = sqlite3_prepare_v2(db, utf8_sql.c_str(), static_cast<int>(utf8_sql.size()),
-                                      &stmt_, &tail);
-    if (rc != SQLITE_OK) RaiseEngine(db, rc);
-    if (stmt_ == nullptr) throw RuntimeError(kErrSintaxis, Latin1("Instrucción SQL vacía."));
-    for (; tail != nullptr && *tail != '\0'; ++tail) {
-      if (*tail != ' ' && *tail != '\t' && *tail != '\r' && *tail != '\n' && *tail != ';') {
-        sqlite3_finalize(stmt_);
-        stmt_ = nullptr;
-        throw RuntimeError(3142, Latin1("Se encontraron caracteres después del final de la "
-                                        "instrucción SQL."));
-      }
+  Statement(std::shared_ptr<Memoria> memoria, sqlite3* db, const std::string& utf8_sql)
+      : db_(db), memoria_(std::move(memoria)) {
+    const auto libre = memoria_->libres.find(utf8_sql);
+    if (libre != memoria_->libres.end()) {
+      stmt_ = libre->second;
+      memoria_->libres.erase(libre);
+    } else {
+      Prepara(utf8_sql);
+    }
+    sql_ = utf8_sql;
+  }
+  Statement(sqlite3* db, const std::string& utf8_sql) : db_(db) { Prepara(utf8_sql); }
+  ~Statement() {
+    if (memoria_ && !memoria_->cerrada && stmt_ != nullptr) {
+      sqlite3_reset(stmt_);
+      sqlite3_clear_bindings(stmt_);
+      memoria_->libres.emplace(std::move(sql_), stmt_);
+    } else {
+      sqlite3_finalize(stmt_);
     }
   }
-  ~Statement() { sqlite3_finalize(stmt_); }
   Statement(const Statement&) = delete;
   Statement& operator=(const Statement&) = delete;
 
@@ -168,7 +200,25 @@ class Statement {
   void Reset() { sqlite3_reset(stmt_); }
 
  private:
+  void Prepara(const std::string& utf8_sql) {
+    const char* tail = nullptr;
+    const int rc = sqlite3_prepare_v2(db_, utf8_sql.c_str(), static_cast<int>(utf8_sql.size()),
+                                      &stmt_, &tail);
+    if (rc != SQLITE_OK) RaiseEngine(db_, rc);
+    if (stmt_ == nullptr) throw RuntimeError(kErrSintaxis, Latin1("Instrucción SQL vacía."));
+    for (; tail != nullptr && *tail != '\0'; ++tail) {
+      if (*tail != ' ' && *tail != '\t' && *tail != '\r' && *tail != '\n' && *tail != ';') {
+        sqlite3_finalize(stmt_);
+        stmt_ = nullptr;
+        throw RuntimeError(3142, Latin1("Se encontraron caracteres después del final de la "
+                                        "instrucción SQL."));
+      }
+    }
+  }
+
   sqlite3* db_;
+  std::shared_ptr<Memoria> memoria_;
+  std::string sql_;
   sqlite3_stmt* stmt_ = nullptr;
 };
 
@@ -176,14 +226,26 @@ class Statement {
 
 class SqliteRecordset : public Recordset {
  public:
-  SqliteRecordset(sqlite3* db, const CodePage& page, std::string sql, std::string table)
-      : db_(db), page_(page), table_(std::move(table)) {
-    Open(std::move(sql), {});
+  SqliteRecordset(sqlite3* db, std::shared_ptr<Memoria> memoria, const CodePage& page,
+                  std::string sql, std::string table)
+      : db_(db), memoria_(std::move(memoria)), page_(page), table_(std::move(table)) {
+    // A table is walked from its first row only if the caller walks before
+    // choosing an index or seeking; SQL runs at once, so that its errors
+    // come from opening it.
+    if (table_.empty()) {
+      Open(std::move(sql), {});
+    } else {
+      pendiente_ = std::move(sql);
+    }
   }
 
-  bool Eof() override { return closed_ || !on_row_; }
+  bool Eof() override {
+    Asegura();
+    return closed_ || !on_row_;
+  }
 
   void MoveNext() override {
+    Asegura();
     RequireRow();
     if (cached_) {
       cached_ = false;
@@ -195,6 +257,7 @@ class SqliteRecordset : public Recordset {
   }
 
   void MoveFirst() override {
+    Asegura();
     RequireOpen();
     cached_ = false;
     stmt_->Reset();
@@ -204,6 +267,7 @@ class SqliteRecordset : public Recordset {
   }
 
   void MoveLast() override {
+    Asegura();
     RequireRow();
     if (cached_) return;
     std::vector<Value> last = CurrentRow();
@@ -216,16 +280,31 @@ class SqliteRecordset : public Recordset {
     cached_ = true;
   }
 
-  std::int64_t RecordCount() override { return reached_; }
+  std::int64_t RecordCount() override {
+    Asegura();
+    return reached_;
+  }
 
   Value Field(std::string_view name) override {
+    Asegura();
     const int i = ColumnIndex(name);
     RequireRow();
     if (cached_) return row_[static_cast<size_t>(i)];
     return ColumnValue(stmt_->get(), i, page_);
   }
 
+  std::string FieldBytes(std::string_view name) override {
+    Asegura();
+    const int i = ColumnIndex(name);
+    RequireRow();
+    if (cached_ || sqlite3_column_type(stmt_->get(), i) != SQLITE_BLOB) return Field(name).AsText();
+    const void* bytes = sqlite3_column_blob(stmt_->get(), i);
+    return std::string(static_cast<const char*>(bytes),
+                       static_cast<size_t>(sqlite3_column_bytes(stmt_->get(), i)));
+  }
+
   std::vector<std::string> FieldNames() override {
+    Asegura();
     RequireOpen();
     std::vector<std::string> names;
     const int n = sqlite3_column_count(stmt_->get());
@@ -237,9 +316,8 @@ class SqliteRecordset : public Recordset {
     RequireTable();
     index_columns_ = IndexColumns(index);
     ++generacion_;
-    Open("SELECT " + (select_.empty() ? std::string("*") : select_) + " FROM " +
-             Quoted(page_.ToUtf8(table_)) + " ORDER BY " + ColumnList(""),
-         {});
+    pendiente_ = "SELECT " + (select_.empty() ? std::string("*") : select_) + " FROM " +
+                 Quoted(page_.ToUtf8(table_)) + " ORDER BY " + ColumnList("");
   }
 
   void SetFields(std::vector<std::string> names) override {
@@ -251,6 +329,7 @@ class SqliteRecordset : public Recordset {
 
   void Seek(std::string_view op, const std::vector<Value>& keys) override {
     RequireTable();
+    pendiente_.reset();
     if (index_columns_.empty()) {
       throw RuntimeError(kErrOperacionNoValida, Latin1("No se ha establecido el índice."));
     }
@@ -272,7 +351,7 @@ class SqliteRecordset : public Recordset {
       throw RuntimeError(kErrSintaxis, Latin1("Operador de búsqueda no válido: ") + std::string(op));
     }
     // The last entry that qualifies, then the walk forward from it.
-    Statement last(db_, from + " WHERE " + lhs + " " + std::string(op) + " " + rhs +
+    Statement last(memoria_, db_, from + " WHERE " + lhs + " " + std::string(op) + " " + rhs +
                             " ORDER BY " + ColumnList(" DESC") + " LIMIT 1");
     for (size_t i = 0; i < keys.size(); ++i) Bind(db_, last.get(), static_cast<int>(i + 1), keys[i], page_);
     if (!last.Step()) {
@@ -294,6 +373,7 @@ class SqliteRecordset : public Recordset {
   bool NoMatch() override { return no_match_; }
 
   void Close() override {
+    pendiente_.reset();
     stmt_ = nullptr;
     owned_.reset();
     seeks_.clear();
@@ -333,7 +413,7 @@ class SqliteRecordset : public Recordset {
       const std::vector<std::string> key_columns(
           index_columns_.begin(), index_columns_.begin() + static_cast<long>(keys.size()));
       seek->stmt = std::make_unique<Statement>(
-          db_, "SELECT " + (select_.empty() ? std::string("*") : select_) + " FROM " +
+          memoria_, db_, "SELECT " + (select_.empty() ? std::string("*") : select_) + " FROM " +
                    Quoted(page_.ToUtf8(table_)) + " WHERE (" + Join(key_columns) + ") " +
                    std::string(start_op) + " (" + Placeholders(keys.size()) + ") ORDER BY " +
                    ColumnList(""));
@@ -365,10 +445,10 @@ class SqliteRecordset : public Recordset {
     Statement* st = nullptr;
     if (reutilizable) {
       std::unique_ptr<Statement>& cached = seeks_[utf8_sql];
-      if (!cached) cached = std::make_unique<Statement>(db_, utf8_sql);
+      if (!cached) cached = std::make_unique<Statement>(memoria_, db_, utf8_sql);
       st = cached.get();
     } else {
-      owned_ = std::make_unique<Statement>(db_, utf8_sql);
+      owned_ = std::make_unique<Statement>(memoria_, db_, utf8_sql);
       stmt_ = nullptr;  // a new statement: no field looked up yet
       st = owned_.get();
     }
@@ -388,6 +468,14 @@ class SqliteRecordset : public Recordset {
     on_row_ = st->Step();
     position_ = on_row_ ? 1 : 0;
     reached_ = position_;
+  }
+
+  // Opens the walk that SetIndex or the table's opening left for later.
+  void Asegura() {
+    if (!pendiente_) return;
+    std::string sql = std::move(*pendiente_);
+    pendiente_.reset();
+    Open(std::move(sql), {});
   }
 
   [[noreturn]] static void NoEncontrado(std::string_view name) {
@@ -441,8 +529,11 @@ class SqliteRecordset : public Recordset {
   // The columns of an index named as the catalogue names it: SQLite files
   // call it "<table>_<index>"; "PrimaryKey" is the table's primary key.
   std::vector<std::string> IndexColumns(std::string_view index) {
-    std::vector<std::string> columns;
     const std::string name = page_.ToUtf8(table_) + "_" + page_.ToUtf8(index);
+    const std::string clave = UpperLatin1(page_.FromUtf8(name));
+    const auto conocido = memoria_->indices.find(clave);
+    if (conocido != memoria_->indices.end()) return conocido->second;
+    std::vector<std::string> columns;
     {
       Statement info(db_, "SELECT name FROM pragma_index_info(?) ORDER BY seqno");
       sqlite3_bind_text(info.get(), 1, name.c_str(), static_cast<int>(name.size()), SQLITE_TRANSIENT);
@@ -457,6 +548,7 @@ class SqliteRecordset : public Recordset {
     if (columns.empty()) {
       throw RuntimeError(3800, "'" + std::string(index) + Latin1("' no es un índice de esta tabla."));
     }
+    memoria_->indices.emplace(clave, columns);
     return columns;
   }
 
@@ -477,8 +569,12 @@ class SqliteRecordset : public Recordset {
   }
 
   sqlite3* db_;
+  std::shared_ptr<Memoria> memoria_;
   const CodePage& page_;
   std::string table_;  // the table of a table-type recordset; empty for SQL
+  // The walk to open when the recordset is first read, if no seek comes
+  // before.
+  std::optional<std::string> pendiente_;
   std::vector<std::string> index_columns_;  // UTF-8
   std::string select_;  // the fields walks read, quoted, UTF-8; empty for all
   Statement* stmt_ = nullptr;          // the statement being walked
@@ -504,7 +600,8 @@ class SqliteRecordset : public Recordset {
 
 class SqliteDatabase : public Database {
  public:
-  SqliteDatabase(sqlite3* db, const CodePage& page) : db_(db), page_(page) {}
+  SqliteDatabase(sqlite3* db, const CodePage& page)
+      : db_(db), page_(page), memoria_(std::make_shared<Memoria>()) {}
   ~SqliteDatabase() override { Close(); }
 
   std::unique_ptr<Recordset> OpenRecordset(std::string_view source, RecordsetType type) override {
@@ -515,14 +612,16 @@ class SqliteDatabase : public Database {
         throw RuntimeError(kErrTablaNoEncontrada,
                            Latin1("No se encuentra la tabla o consulta de entrada '") + table + "'.");
       }
-      return std::make_unique<SqliteRecordset>(db_, page_, "SELECT * FROM " + Quoted(page_.ToUtf8(table)),
+      return std::make_unique<SqliteRecordset>(db_, memoria_, page_, "SELECT * FROM " + Quoted(page_.ToUtf8(table)),
                                                table);
     }
-    return std::make_unique<SqliteRecordset>(db_, page_, page_.ToUtf8(JetToSqlite(source)), "");
+    return std::make_unique<SqliteRecordset>(db_, memoria_, page_, page_.ToUtf8(JetToSqlite(source)),
+                                             "");
   }
 
   std::int64_t Execute(std::string_view sql) override {
     RequireOpen();
+    memoria_->Olvida();
     Statement statement(db_, page_.ToUtf8(JetToSqlite(sql)));
     while (statement.Step()) {
     }
@@ -531,9 +630,11 @@ class SqliteDatabase : public Database {
 
   std::vector<std::string> TableNames() override {
     RequireOpen();
+    if (memoria_->tablas) return *memoria_->tablas;
     std::vector<std::string> names;
     Statement list(db_, "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite\\_%' ESCAPE '\\' ORDER BY rowid");
     while (list.Step()) names.push_back(page_.FromUtf8(reinterpret_cast<const char*>(sqlite3_column_text(list.get(), 0))));
+    memoria_->tablas = names;
     return names;
   }
 
@@ -548,6 +649,7 @@ class SqliteDatabase : public Database {
   }
 
   void Close() override {
+    memoria_->Cierra();
     if (db_ != nullptr) sqlite3_close_v2(db_);
     db_ = nullptr;
   }
@@ -565,6 +667,7 @@ class SqliteDatabase : public Database {
 
   sqlite3* db_;
   const CodePage& page_;
+  std::shared_ptr<Memoria> memoria_;
 };
 
 // How many pages the write-ahead log may hold before a commit writes it back.

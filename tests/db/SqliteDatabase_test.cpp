@@ -196,6 +196,46 @@ TEST_F(CopiaEscribible, RunsOnlyOneStatement) {
   EXPECT_EQ(rs->RecordCount(), 3);
 }
 
+// Recordsets of one database share its prepared statements and what it
+// knows of its schema: a statement is never shared by two recordsets in use
+// at once, and what a statement changes in the schema is seen next.
+TEST_F(CopiaEscribible, RecordsetsShareStatementsButNeverAtOnce) {
+  auto db = OpenDatabase(copia_, kPage);
+  db->Execute("CREATE TABLE Listas (clave TEXT PRIMARY KEY, datos BLOB)");  // after no table list
+  EXPECT_EQ(db->TableNames().size(), 2u);
+  db->Execute("CREATE TABLE Otra (clave TEXT)");
+  EXPECT_EQ(db->TableNames().size(), 3u);
+  db->Execute("INSERT INTO Listas VALUES ('A', x'00FF0041'), ('B', 'texto'), ('C', x'01')");
+
+  auto abre = [&](const char* clave) {
+    auto rs = db->OpenRecordset("listas", RecordsetType::Table);
+    rs->SetIndex("PrimaryKey");
+    rs->Seek(">=", {Value::Of(std::string(clave))});
+    return rs;
+  };
+  auto a = abre("A");
+  auto b = abre("B");  // the same seek statement, while the first is still walked
+  EXPECT_EQ(a->Field("clave").AsText(), "A");
+  EXPECT_EQ(a->FieldBytes("datos"), std::string("\x00\xFF\x00\x41", 4));
+  EXPECT_EQ(b->FieldBytes("datos"), "texto");
+  a->MoveNext();
+  EXPECT_EQ(a->Field("clave").AsText(), "B");
+  b->MoveNext();
+  EXPECT_EQ(b->Field("clave").AsText(), "C");
+  a.reset();
+  b.reset();
+  auto c = abre("C");  // a statement given back is reset and rebound
+  EXPECT_EQ(c->Field("clave").AsText(), "C");
+  c->MoveNext();
+  EXPECT_TRUE(c->Eof());
+
+  // An index chosen but never sought walks the table in its order.
+  auto todo = db->OpenRecordset("Listas", RecordsetType::Table);
+  todo->SetIndex("PrimaryKey");
+  EXPECT_EQ(Column(*todo, "clave"), (std::vector<std::string>{"A", "B", "C"}));
+  db->Close();  // the recordset's statements are finalised after it, not given back
+}
+
 // Each request opens the statistics, writes one row and closes. The log
 // stays between requests but never grows past a few dozen pages, and every
 // row is in the file for the next reader.
