@@ -2,9 +2,12 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <array>
+#include <unordered_map>
 
 #include "base/CodePage.h"
+#include "search/ListasPalabras.h"
 
 namespace orvex::catalogo {
 namespace {
@@ -103,6 +106,18 @@ struct EscritorCatalogo::Bases {
   sqlite3_stmt* configuracion = nullptr;
   sqlite3_stmt* palabra = nullptr;
   std::string utf8;  // a word in UTF-8, reused
+
+  // Every row of TABLA, for the word lists written at the end: the word as
+  // a number into `palabras` (UTF-8).
+  struct Fila {
+    std::uint32_t palabra;
+    std::int32_t ficha;
+    std::int16_t posicion;
+    std::int16_t campo;
+  };
+  std::vector<Fila> filas;
+  std::vector<std::string> palabras;
+  std::unordered_map<std::string, std::uint32_t> numeros;
 };
 
 EscritorCatalogo::EscritorCatalogo(const std::string& directorio)
@@ -214,8 +229,74 @@ void EscritorCatalogo::AgregaPalabras(std::int32_t ficha,
     sqlite3_bind_int(st, 2, p.campo);
     sqlite3_bind_int(st, 4, p.posicion);
     b.indizado.Paso(st);
+    const auto [numero, nueva] =
+        b.numeros.try_emplace(b.utf8, static_cast<std::uint32_t>(b.palabras.size()));
+    if (nueva) b.palabras.push_back(b.utf8);
+    b.filas.push_back({numero->second, ficha, p.posicion, p.campo});
   }
   palabras_ += static_cast<std::int64_t>(palabras.size());
+}
+
+// The word lists of TABLA (search/ListasPalabras.h) from the rows kept:
+// sorted as the index FRASE sorts them (the words' UTF-8 bytes, record,
+// position; rows equal in all three keep the order they came in), cut into
+// chunks, then the row that puts them in force and the triggers that void
+// them when anything changes the table.
+void EscritorCatalogo::EscribeListas() {
+  namespace listas = search::listas;
+  Bases& b = *bases_;
+  std::vector<std::uint32_t> orden(b.palabras.size());
+  for (std::uint32_t i = 0; i < orden.size(); ++i) orden[i] = i;
+  std::sort(orden.begin(), orden.end(),
+            [&](std::uint32_t x, std::uint32_t y) { return b.palabras[x] < b.palabras[y]; });
+  std::vector<std::uint32_t> rango(orden.size());
+  for (std::uint32_t i = 0; i < orden.size(); ++i) rango[orden[i]] = i;
+  std::stable_sort(b.filas.begin(), b.filas.end(), [&](const auto& x, const auto& y) {
+    if (x.palabra != y.palabra) return rango[x.palabra] < rango[y.palabra];
+    if (x.ficha != y.ficha) return x.ficha < y.ficha;
+    return x.posicion < y.posicion;
+  });
+
+  const std::string tabla = "TABLA";
+  b.indizado.Ejecuta("CREATE TABLE \"" + std::string(listas::kTablaListas) +
+                     "\" (\"tabla\" TEXT NOT NULL, \"palabra\" TEXT NOT NULL, \"trozo\" INTEGER "
+                     "NOT NULL, \"filas\" INTEGER NOT NULL, \"lista\" BLOB NOT NULL, PRIMARY KEY "
+                     "(\"tabla\", \"palabra\", \"trozo\")) WITHOUT ROWID");
+  b.indizado.Ejecuta("CREATE TABLE \"" + std::string(listas::kTablaVigencia) +
+                     "\" (\"tabla\" TEXT PRIMARY KEY, \"filas\" INTEGER)");
+  sqlite3_stmt* st = b.indizado.Prepara("INSERT INTO \"" + std::string(listas::kTablaListas) +
+                                        "\" VALUES (?,?,?,?,?)");
+  listas::Codificador trozo;
+  int numero_trozo = 0;
+  const auto escribe = [&](std::uint32_t palabra) {
+    Texto(st, 1, tabla);
+    Texto(st, 2, b.palabras[palabra]);
+    sqlite3_bind_int(st, 3, numero_trozo++);
+    sqlite3_bind_int(st, 4, trozo.Filas());
+    sqlite3_bind_blob(st, 5, trozo.Bytes().data(), static_cast<int>(trozo.Bytes().size()),
+                      SQLITE_STATIC);
+    b.indizado.Paso(st);
+    trozo.Limpia();
+  };
+  for (std::size_t i = 0; i < b.filas.size(); ++i) {
+    const auto& f = b.filas[i];
+    trozo.Agrega({f.ficha, f.posicion, f.campo});
+    const bool ultima = i + 1 == b.filas.size() || b.filas[i + 1].palabra != f.palabra;
+    if (ultima || trozo.Filas() == listas::kFilasPorTrozo) escribe(f.palabra);
+    if (ultima) numero_trozo = 0;
+  }
+  b.indizado.Ejecuta("INSERT INTO \"" + std::string(listas::kTablaVigencia) + "\" VALUES ('" +
+                     tabla + "', " + std::to_string(b.filas.size()) + ")");
+  const std::pair<std::string_view, std::string_view> sucesos[] = {
+      {"ALTA", "INSERT"}, {"BAJA", "DELETE"}, {"CAMBIO", "UPDATE"}};
+  for (const auto& [suceso, sentencia] : sucesos) {
+    b.indizado.Ejecuta("CREATE TRIGGER \"" + listas::Disparador(tabla, suceso) + "\" AFTER " +
+                       std::string(sentencia) + " ON \"" + tabla + "\" BEGIN DELETE FROM \"" +
+                       std::string(listas::kTablaVigencia) + "\" WHERE \"tabla\" = '" + tabla +
+                       "'; END");
+  }
+  b.filas = {};
+  b.numeros = {};
 }
 
 void EscritorCatalogo::Termina() {
@@ -224,6 +305,7 @@ void EscritorCatalogo::Termina() {
   b.korvel.Ejecuta("CREATE INDEX \"Ejemplares_Ficha_No\" ON \"Ejemplares\" (\"Ficha_No\")");
   b.indizado.Ejecuta(
       "CREATE INDEX \"TABLA_FRASE\" ON \"TABLA\" (\"palabra\", \"ficha\", \"posicion\")");
+  EscribeListas();
   for (Conexion* c : {&b.korvel, &b.indizado, &b.indiza_pp, &b.estadisticas}) {
     c->Ejecuta("COMMIT");
     c->Cierra();

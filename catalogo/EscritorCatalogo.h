@@ -15,7 +15,8 @@
 //   KORVEL8.MDB       Fichas, Ejemplares (indexes Ejemplares_NumAdqui,
 //                     Ejemplares_Ficha_No), Configuracion, and empty
 //                     "Fichas Revistas" and Analiticas (Analiticas_numadqui)
-//   INDIZADO.MDB      TABLA (index TABLA_FRASE on palabra, ficha, posicion)
+//   INDIZADO.MDB      TABLA (index TABLA_FRASE on palabra, ficha, posicion),
+//                     and TABLA's word lists (search/ListasPalabras.h)
 //   indizaPP.MDB      empty TABLA and TABLAANA (TABLA_FRASE, TABLAANA_FRASE),
 //                     so that the periodical and article pages open
 //   estadisticas.mdb  empty Consultas (Fecha, Buscado, Encontrados,
@@ -55,6 +56,7 @@ class EscritorCatalogo {
 
  private:
   struct Bases;
+  void EscribeListas();
   std::unique_ptr<Bases> bases_;
   std::int64_t palabras_ = 0;
 };

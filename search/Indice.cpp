@@ -1,5 +1,6 @@
 #include "search/Indice.h"
 
+#include <algorithm>
 #include <memory>
 #include <string_view>
 #include <vector>
@@ -10,6 +11,7 @@
 #include "db/JetSql.h"
 #include "gateway/Solicitud.h"
 #include "search/Expresion.h"
+#include "search/ListasPalabras.h"
 #include "search/Normalizacion.h"
 
 namespace orvex::search {
@@ -91,6 +93,96 @@ void LeePorIndice(MapaFichas& mapa, db::Database& indice, const std::string& tab
   }
 }
 
+// --- the word lists kept beside the table ------------------------------------
+
+// True when `indice` holds word lists of `tabla` that are still in force:
+// the table's row in ORVEX_VIGENCIA and its three triggers are there. Any
+// file without them (older catalogues, other engines) reads the table.
+bool ListasVigentes(db::Database& indice, const std::string& tabla) {
+  try {
+    const std::unique_ptr<db::Recordset> vigencia =
+        indice.OpenRecordset(listas::kTablaVigencia, db::RecordsetType::Table);
+    vigencia->SetIndex("PrimaryKey");
+    vigencia->Seek("=", {db::Value::Of(tabla)});
+    if (vigencia->NoMatch()) return false;
+    const std::unique_ptr<db::Recordset> disparadores = indice.OpenRecordset(
+        "SELECT name, tbl_name FROM sqlite_master WHERE type = 'trigger'",
+        db::RecordsetType::Snapshot);
+    int presentes = 0;
+    for (; !disparadores->Eof(); disparadores->MoveNext()) {
+      const std::string nombre = disparadores->Field("name").AsText();
+      if (!EqualsIgnoringCase(disparadores->Field("tbl_name").AsText(), tabla)) continue;
+      for (std::string_view suceso : listas::kSucesos) {
+        if (EqualsIgnoringCase(nombre, listas::Disparador(tabla, suceso))) ++presentes;
+      }
+    }
+    return presentes == static_cast<int>(std::size(listas::kSucesos));
+  } catch (const RuntimeError&) {
+    return false;
+  }
+}
+
+// What a walk over the lists does with a word's rows.
+enum class Paso { Lee, Salta, Termina };
+
+// Walks the lists of `tabla` from the first word not below `desde`, in the
+// order of the index FRASE: `palabra(w)` tells for each word whether to read
+// its rows, skip them or stop; `fila(f)` receives each row read and returns
+// false to stop. A chunk that does not decode is a damaged file.
+template <typename Palabra, typename FilaLeida>
+void RecorreListas(db::Database& indice, const std::string& tabla, const std::string& desde,
+                   Palabra palabra, FilaLeida fila) {
+  const std::unique_ptr<db::Recordset> rs =
+      indice.OpenRecordset(listas::kTablaListas, db::RecordsetType::Table);
+  rs->SetFields({"tabla", "palabra", "filas", "lista"});
+  rs->SetIndex("PrimaryKey");
+  rs->Seek(">=", {db::Value::Of(tabla), db::Value::Of(desde)});
+  std::string actual;
+  Paso paso = Paso::Lee;
+  for (; !rs->Eof(); rs->MoveNext()) {
+    if (rs->Field("tabla").AsText() != tabla) return;
+    std::string w = rs->Field("palabra").AsText();
+    if (w != actual || actual.empty()) {
+      actual = std::move(w);
+      paso = palabra(std::string_view(actual));
+    }
+    if (paso == Paso::Termina) return;
+    if (paso == Paso::Salta) continue;
+    const std::string bytes = rs->FieldBytes("lista");
+    listas::Decodificador d(bytes);
+    listas::Fila f;
+    std::int64_t leidas = 0;
+    while (d.Siguiente(f)) {
+      ++leidas;
+      if (!fila(f)) return;
+    }
+    if (d.Danado() || leidas != Numero(rs->Field("filas"))) {
+      throw RuntimeError(db::kErrFormatoNoReconocido,
+                         Latin1("La lista de la palabra ") + actual + Latin1(" está dañada."));
+    }
+  }
+}
+
+// LeePorIndice over the lists: from the first word not below `prefijo`
+// while the words begin with it, the bits of the rows of the words `acepta`
+// takes whose field is `campo` (any field when 0), at most 30001 rows.
+template <typename Acepta>
+void LeePorListas(MapaFichas& mapa, db::Database& indice, const std::string& tabla,
+                  const std::string& prefijo, std::int16_t campo, Acepta acepta) {
+  std::int32_t filas = 0;
+  RecorreListas(
+      indice, tabla, prefijo,
+      [&](std::string_view w) {
+        if (w.substr(0, prefijo.size()) != prefijo) return Paso::Termina;
+        return acepta(w) ? Paso::Lee : Paso::Salta;
+      },
+      [&](const listas::Fila& f) {
+        if (campo != 0 && f.campo != campo) return true;
+        PonFicha(mapa, f.ficha);
+        return ++filas < kLimiteAciertos;
+      });
+}
+
 db::Database& IndiceDe(gateway::Solicitud& s) {
   if (!s.BDIndice) {
     throw RuntimeError(91, Latin1("Variable de objeto o bloque With no establecida"));
@@ -143,6 +235,113 @@ bool PreparaPalabra(Estado& e, std::string& palabra, std::string& tabla) {
   return true;
 }
 
+// The rows of `palabra` in the lists of `tabla`, from the chunks' counts
+// alone (their rows are not read).
+std::int64_t FilasDe(db::Database& indice, const std::string& tabla, const std::string& palabra) {
+  const std::unique_ptr<db::Recordset> rs =
+      indice.OpenRecordset(listas::kTablaListas, db::RecordsetType::Table);
+  rs->SetFields({"tabla", "palabra", "filas"});
+  rs->SetIndex("PrimaryKey");
+  std::int64_t filas = 0;
+  for (rs->Seek("=", {db::Value::Of(tabla), db::Value::Of(palabra)}); !rs->NoMatch() && !rs->Eof();
+       rs->MoveNext()) {
+    if (rs->Field("tabla").AsText() != tabla || rs->Field("palabra").AsText() != palabra) break;
+    filas += Numero(rs->Field("filas"));
+  }
+  return filas;
+}
+
+// A phrase over the lists: the records where every word j of the phrase
+// occurs at position s + j for some s, which is what the seeks from the
+// pivot's rows find, whichever word is the pivot. Each word's rows become
+// keys (record, position - j); the keys of the word with the fewest rows
+// are the candidates, and the other words' rows, from the next fewest on,
+// each keep the candidates they hold, so that no long list is held in
+// memory. Each record left sets its bit. The pivot is sought as it is
+// written and every other word with its "$" as "*", as the seeks do.
+void FrasePorListas(MapaFichas& mapa, db::Database& indice, const std::string& tabla,
+                    const std::array<std::string, kMaximoPalabrasFrase>& palabras, int k,
+                    int pivote) {
+  struct Palabra {
+    std::string buscada;
+    int j;
+    std::int64_t filas;
+  };
+  std::vector<Palabra> orden;
+  for (int j = 0; j < k; ++j) {
+    std::string buscada = palabras[static_cast<std::size_t>(j)];
+    if (j != pivote) std::replace(buscada.begin(), buscada.end(), '$', '*');
+    const std::int64_t filas = FilasDe(indice, tabla, buscada);
+    if (filas == 0) return;
+    orden.push_back({std::move(buscada), j, filas});
+  }
+  std::stable_sort(orden.begin(), orden.end(),
+                   [](const Palabra& a, const Palabra& b) { return a.filas < b.filas; });
+
+  // Positions are small whole numbers: shifted, they fit in the low half.
+  constexpr std::int64_t kDesplazamiento = std::int64_t{1} << 31;
+  const auto clave = [](const listas::Fila& f, int j, std::uint64_t& c) {
+    const std::int64_t p = f.posicion - j + kDesplazamiento;
+    if (f.ficha < 0 || f.ficha > 0x7FFFFFFF || p < 0 || p > 0xFFFFFFFF) return false;
+    c = (static_cast<std::uint64_t>(f.ficha) << 32) | static_cast<std::uint64_t>(p);
+    return true;
+  };
+  const auto solo = [](const std::string& buscada) {
+    return [&buscada](std::string_view w) { return w == buscada ? Paso::Lee : Paso::Termina; };
+  };
+
+  std::vector<std::uint64_t> candidatos;
+  candidatos.reserve(static_cast<std::size_t>(orden[0].filas));
+  RecorreListas(indice, tabla, orden[0].buscada, solo(orden[0].buscada),
+                [&](const listas::Fila& f) {
+                  std::uint64_t c;
+                  if (clave(f, orden[0].j, c)) candidatos.push_back(c);
+                  return true;
+                });
+  if (!std::is_sorted(candidatos.begin(), candidatos.end())) {
+    std::sort(candidatos.begin(), candidatos.end());
+  }
+  candidatos.erase(std::unique(candidatos.begin(), candidatos.end()), candidatos.end());
+
+  for (std::size_t w = 1; w < orden.size() && !candidatos.empty(); ++w) {
+    // The word's keys come in order: one pass keeps the candidates it holds.
+    std::size_t i = 0, quedan = 0;
+    bool en_orden = true;
+    std::uint64_t anterior = 0;
+    RecorreListas(indice, tabla, orden[w].buscada, solo(orden[w].buscada),
+                  [&](const listas::Fila& f) {
+                    std::uint64_t c;
+                    if (!clave(f, orden[w].j, c)) return true;
+                    if (c < anterior) {
+                      en_orden = false;
+                      return false;
+                    }
+                    anterior = c;
+                    while (i < candidatos.size() && candidatos[i] < c) ++i;
+                    if (i == candidatos.size()) return false;
+                    if (candidatos[i] == c) candidatos[quedan++] = candidatos[i++];
+                    return true;
+                  });
+    if (!en_orden) {
+      // Rows out of order: the word's keys are gathered and sorted instead.
+      std::vector<std::uint64_t> claves;
+      RecorreListas(indice, tabla, orden[w].buscada, solo(orden[w].buscada),
+                    [&](const listas::Fila& f) {
+                      std::uint64_t c;
+                      if (clave(f, orden[w].j, c)) claves.push_back(c);
+                      return true;
+                    });
+      std::sort(claves.begin(), claves.end());
+      quedan = 0;
+      for (const std::uint64_t c : candidatos) {
+        if (std::binary_search(claves.begin(), claves.end(), c)) candidatos[quedan++] = c;
+      }
+    }
+    candidatos.resize(quedan);
+  }
+  for (const std::uint64_t c : candidatos) PonFicha(mapa, static_cast<std::int64_t>(c >> 32));
+}
+
 }  // namespace
 
 void IniciaBusqueda(Estado& e) {
@@ -185,6 +384,18 @@ void BuscaPalabrasAna(gateway::Solicitud& s, const std::array<std::string, 4>& e
 void BuscaPalabra(Estado& e, db::Database& indice, std::string& palabra, std::int16_t campo,
                   std::string& tabla) {
   if (!PreparaPalabra(e, palabra, tabla)) return;
+  if (ListasVigentes(indice, tabla)) {
+    std::int32_t aciertos = 0;
+    RecorreListas(
+        indice, tabla, palabra,
+        [&palabra](std::string_view w) { return w == palabra ? Paso::Lee : Paso::Termina; },
+        [&](const listas::Fila& f) {
+          if (campo != 0 && f.campo != campo) return true;
+          PonFicha(e.MapaTermino, f.ficha);
+          return ++aciertos < kLimiteAciertos;
+        });
+    return;
+  }
   const std::unique_ptr<db::Recordset> rs = indice.OpenRecordset(tabla, db::RecordsetType::Table);
   rs->SetFields(CamposLeidos(campo));
   rs->SetIndex("FRASE");
@@ -216,8 +427,12 @@ void BuscaPalabraSQL(Estado& e, db::Database& indice, std::string& palabra, std:
   if (!PreparaPalabra(e, palabra, tabla)) return;
   // The rows of "SELECT * FROM <tabla> WHERE palabra='<palabra>' [and
   // campo= <campo>]", read through the index.
-  LeePorIndice(e.MapaTermino, indice, tabla, palabra, campo,
-               [&palabra](std::string_view w) { return w == palabra; });
+  const auto igual = [&palabra](std::string_view w) { return w == palabra; };
+  if (ListasVigentes(indice, tabla)) {
+    LeePorListas(e.MapaTermino, indice, tabla, palabra, campo, igual);
+  } else {
+    LeePorIndice(e.MapaTermino, indice, tabla, palabra, campo, igual);
+  }
 }
 
 void BuscaTruncada(Estado& e, db::Database& indice, std::string& palabra, std::int16_t campo,
@@ -232,8 +447,12 @@ void BuscaTruncada(Estado& e, db::Database& indice, std::string& palabra, std::i
   // query, which reads the whole table.
   const std::size_t comodin = palabra.find_first_of("*?#[");
   if (comodin != 0 && comodin != std::string::npos) {
-    LeePorIndice(e.MapaTermino, indice, tabla, palabra.substr(0, comodin), campo,
-                 [&palabra](std::string_view w) { return db::JetLike(palabra, w); });
+    const auto casa = [&palabra](std::string_view w) { return db::JetLike(palabra, w); };
+    if (ListasVigentes(indice, tabla)) {
+      LeePorListas(e.MapaTermino, indice, tabla, palabra.substr(0, comodin), campo, casa);
+    } else {
+      LeePorIndice(e.MapaTermino, indice, tabla, palabra.substr(0, comodin), campo, casa);
+    }
     return;
   }
   // No quoting: the parser keeps apostrophes out of words.
@@ -275,6 +494,10 @@ void BuscaFrase(Estado& e, db::Database& indice, std::string frase, std::int16_t
 
   e.MapaTermino.Limpia();
   const std::string tabla = enArticulos ? "TABLAANA" : "TABLA";
+  if (ListasVigentes(indice, tabla)) {
+    FrasePorListas(e.MapaTermino, indice, tabla, palabras, k, pivote);
+    return;
+  }
   // The pivot's postings (the rows of "SELECT * FROM <tabla> WHERE
   // palabra='<pivot>'"), read through the index before the seeks begin.
   std::vector<std::pair<std::int64_t, std::int64_t>> postings;
