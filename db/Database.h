@@ -80,6 +80,10 @@ class Database {
  public:
   virtual ~Database() = default;
 
+  // A number no other database opened by this process has: what a caller
+  // learned about one database is never taken for another's.
+  std::uint64_t Serie() const { return serie_; }
+
   // A table by name (type Table) or a statement in the catalogue's SQL
   // dialect (Dynaset, Snapshot).
   virtual std::unique_ptr<Recordset> OpenRecordset(std::string_view source,
@@ -91,6 +95,10 @@ class Database {
   virtual std::vector<std::string> ColumnNames(std::string_view table) = 0;
 
   virtual void Close() = 0;
+
+ private:
+  inline static std::uint64_t abiertas_ = 0;
+  const std::uint64_t serie_ = ++abiertas_;
 };
 
 struct OpenOptions {

@@ -32,6 +32,14 @@ struct Estado {
 
   MapaFichas MapaResultado;  // the answer
   MapaFichas MapaTermino;    // the hits of the term being looked up
+
+  // Whether the word lists of `tabla` in the database numbered `base` are
+  // in force, once asked (search/ListasPalabras.h).
+  struct Listas {
+    std::uint64_t base = 0;
+    std::string tabla;
+    bool vigentes = false;
+  } listas;
 };
 
 }  // namespace orvex::search

@@ -122,6 +122,14 @@ bool ListasVigentes(db::Database& indice, const std::string& tabla) {
   }
 }
 
+// The same, asked once per database and table in a request.
+bool ListasVigentes(Estado& e, db::Database& indice, const std::string& tabla) {
+  if (e.listas.base != indice.Serie() || e.listas.tabla != tabla) {
+    e.listas = {indice.Serie(), tabla, ListasVigentes(indice, tabla)};
+  }
+  return e.listas.vigentes;
+}
+
 // What a walk over the lists does with a word's rows.
 enum class Paso { Lee, Salta, Termina };
 
@@ -384,7 +392,7 @@ void BuscaPalabrasAna(gateway::Solicitud& s, const std::array<std::string, 4>& e
 void BuscaPalabra(Estado& e, db::Database& indice, std::string& palabra, std::int16_t campo,
                   std::string& tabla) {
   if (!PreparaPalabra(e, palabra, tabla)) return;
-  if (ListasVigentes(indice, tabla)) {
+  if (ListasVigentes(e, indice, tabla)) {
     std::int32_t aciertos = 0;
     RecorreListas(
         indice, tabla, palabra,
@@ -428,7 +436,7 @@ void BuscaPalabraSQL(Estado& e, db::Database& indice, std::string& palabra, std:
   // The rows of "SELECT * FROM <tabla> WHERE palabra='<palabra>' [and
   // campo= <campo>]", read through the index.
   const auto igual = [&palabra](std::string_view w) { return w == palabra; };
-  if (ListasVigentes(indice, tabla)) {
+  if (ListasVigentes(e, indice, tabla)) {
     LeePorListas(e.MapaTermino, indice, tabla, palabra, campo, igual);
   } else {
     LeePorIndice(e.MapaTermino, indice, tabla, palabra, campo, igual);
@@ -448,7 +456,7 @@ void BuscaTruncada(Estado& e, db::Database& indice, std::string& palabra, std::i
   const std::size_t comodin = palabra.find_first_of("*?#[");
   if (comodin != 0 && comodin != std::string::npos) {
     const auto casa = [&palabra](std::string_view w) { return db::JetLike(palabra, w); };
-    if (ListasVigentes(indice, tabla)) {
+    if (ListasVigentes(e, indice, tabla)) {
       LeePorListas(e.MapaTermino, indice, tabla, palabra.substr(0, comodin), campo, casa);
     } else {
       LeePorIndice(e.MapaTermino, indice, tabla, palabra.substr(0, comodin), campo, casa);
@@ -494,7 +502,7 @@ void BuscaFrase(Estado& e, db::Database& indice, std::string frase, std::int16_t
 
   e.MapaTermino.Limpia();
   const std::string tabla = enArticulos ? "TABLAANA" : "TABLA";
-  if (ListasVigentes(indice, tabla)) {
+  if (ListasVigentes(e, indice, tabla)) {
     FrasePorListas(e.MapaTermino, indice, tabla, palabras, k, pivote);
     return;
   }
