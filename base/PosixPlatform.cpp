@@ -52,12 +52,23 @@ void StdInput::Pause() {
 }
 
 void StdOutput::Write(std::string_view bytes) {
-  if (bytes.empty()) return;
-  const ssize_t n = ::write(STDOUT_FILENO, bytes.data(), bytes.size());
-  (void)n;  // failed writes are ignored, as they always were
+  pendiente_.append(bytes);
+  if (pendiente_.size() >= 65536) Flush();
+}
+
+void StdOutput::Flush() {
+  std::string_view resto = pendiente_;
+  while (!resto.empty()) {
+    const ssize_t n = ::write(STDOUT_FILENO, resto.data(), resto.size());
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;  // failed writes are ignored, as they always were
+    resto.remove_prefix(static_cast<size_t>(n));
+  }
+  pendiente_.clear();
 }
 
 void StdOutput::TruncateHere() {
+  Flush();
   const off_t here = ::lseek(STDOUT_FILENO, 0, SEEK_CUR);
   if (here >= 0) {
     const int rc = ::ftruncate(STDOUT_FILENO, here);
@@ -65,7 +76,10 @@ void StdOutput::TruncateHere() {
   }
 }
 
-void StdOutput::Rewind() { ::lseek(STDOUT_FILENO, 0, SEEK_SET); }
+void StdOutput::Rewind() {
+  Flush();
+  ::lseek(STDOUT_FILENO, 0, SEEK_SET);
+}
 
 std::string PosixFileSystem::ProgramDirectory() {
   if (program_directory_.empty()) {

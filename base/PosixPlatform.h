@@ -18,11 +18,20 @@ class StdInput : public Input {
 };
 
 // Standard output, file descriptor 1: one write(2) per call, nothing buffered.
+// The page on standard output, gathered and written in large pieces: a page
+// comes in many short lines, and a write per line cost the web server and
+// the gateway a wake-up each. Everything gathered is written before the
+// output is truncated or rewound, when 64 KB have gathered, and at the end.
 class StdOutput : public Output {
  public:
+  ~StdOutput() override { Flush(); }
   void Write(std::string_view bytes) override;
   void TruncateHere() override;
   void Rewind() override;
+  void Flush();
+
+ private:
+  std::string pendiente_;
 };
 
 class PosixFileSystem : public FileSystem {
