@@ -1,6 +1,8 @@
 #include "db/SqliteDatabase.h"
 
+#include <fcntl.h>
 #include <sqlite3.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <map>
@@ -659,6 +661,13 @@ class SqliteDatabase : public Database {
     if (db_ == nullptr) throw RuntimeError(kErrOperacionNoValida, Latin1("La base de datos está cerrada."));
   }
   bool HasTable(const std::string& table) {
+    // The engine finds a table by its name without regard to ASCII case,
+    // from the schema it has read; the list answers for other letters.
+    if (!memoria_->tablas &&
+        sqlite3_table_column_metadata(db_, "main", page_.ToUtf8(table).c_str(), nullptr, nullptr,
+                                      nullptr, nullptr, nullptr, nullptr) == SQLITE_OK) {
+      return true;
+    }
     for (const std::string& name : TableNames()) {
       if (EqualsIgnoringCase(name, table)) return true;
     }
@@ -680,6 +689,16 @@ int VaciaRegistro(void*, sqlite3* db, const char* base, int paginas) {
     sqlite3_wal_checkpoint_v2(db, base, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
   }
   return SQLITE_OK;
+}
+
+// True when the SQLite file in `path` is in write-ahead log mode.
+bool EnRegistroPrevio(const std::string& path) {
+  unsigned char cabecera[20] = {};
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  const ssize_t n = ::pread(fd, cabecera, sizeof cabecera, 0);
+  ::close(fd);
+  return n == static_cast<ssize_t>(sizeof cabecera) && cabecera[18] == 2 && cabecera[19] == 2;
 }
 
 }  // namespace
@@ -708,13 +727,17 @@ std::unique_ptr<Database> OpenSqliteDatabase(const std::string& path, const Code
     // SQLite answers a writer that holds it at that moment with "busy"
     // straight away, without its busy handler: wait here instead, as long
     // as the handler would have.
-    int esperado_ms = 0;
-    while ((rc = sqlite3_exec(db, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr)) ==
-               SQLITE_BUSY &&
-           esperado_ms < options.busy_timeout_ms) {
-      esperado_ms += sqlite3_sleep(2);
+    // A file already in that mode says so in its header (read and write
+    // format versions 2), and it stays so.
+    if (!EnRegistroPrevio(path)) {
+      int esperado_ms = 0;
+      while ((rc = sqlite3_exec(db, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr)) ==
+                 SQLITE_BUSY &&
+             esperado_ms < options.busy_timeout_ms) {
+        esperado_ms += sqlite3_sleep(2);
+      }
+      if (rc != SQLITE_OK) RaiseEngine(db, rc);
     }
-    if (rc != SQLITE_OK) RaiseEngine(db, rc);
     // A request writes one row: creating, flushing, checkpointing and
     // deleting the log for each would cost more than the search. The log
     // stays, and is written back (and emptied) once it holds a few dozen

@@ -1,7 +1,10 @@
 #include "search/Indice.h"
 
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <memory>
+#include <new>
 #include <string_view>
 #include <vector>
 
@@ -137,9 +140,13 @@ enum class Paso { Lee, Salta, Termina };
 // order of the index FRASE: `palabra(w)` tells for each word whether to read
 // its rows, skip them or stop; `fila(f)` receives each row read and returns
 // false to stop. A chunk that does not decode is a damaged file.
-template <typename Palabra, typename FilaLeida>
-void RecorreListas(db::Database& indice, const std::string& tabla, const std::string& desde,
-                   Palabra palabra, FilaLeida fila) {
+// Walks the lists of `tabla` from the first word not below `desde`, in the
+// order of the index FRASE: `palabra(w)` tells for each word whether to read
+// its chunks, skip them or stop; `trozo(bytes, filas, w)` receives each chunk
+// read, with its row count, and returns false to stop.
+template <typename Palabra, typename Trozo>
+void RecorreTrozos(db::Database& indice, const std::string& tabla, const std::string& desde,
+                   Palabra palabra, Trozo trozo) {
   const std::unique_ptr<db::Recordset> rs =
       indice.OpenRecordset(listas::kTablaListas, db::RecordsetType::Table);
   rs->SetFields({"tabla", "palabra", "filas", "lista"});
@@ -156,19 +163,32 @@ void RecorreListas(db::Database& indice, const std::string& tabla, const std::st
     }
     if (paso == Paso::Termina) return;
     if (paso == Paso::Salta) continue;
-    const std::string bytes = rs->FieldBytes("lista");
-    listas::Decodificador d(bytes);
-    listas::Fila f;
-    std::int64_t leidas = 0;
-    while (d.Siguiente(f)) {
-      ++leidas;
-      if (!fila(f)) return;
-    }
-    if (d.Danado() || leidas != Numero(rs->Field("filas"))) {
-      throw RuntimeError(db::kErrFormatoNoReconocido,
-                         Latin1("La lista de la palabra ") + actual + Latin1(" está dañada."));
-    }
+    if (!trozo(rs->FieldBytes("lista"), Numero(rs->Field("filas")), actual)) return;
   }
+}
+
+[[noreturn]] void ListaDanada(const std::string& palabra) {
+  throw RuntimeError(db::kErrFormatoNoReconocido,
+                     Latin1("La lista de la palabra ") + palabra + Latin1(" está dañada."));
+}
+
+// RecorreTrozos row by row: `fila(f)` receives each row and returns false to
+// stop. A chunk that does not decode to its row count is a damaged file.
+template <typename Palabra, typename FilaLeida>
+void RecorreListas(db::Database& indice, const std::string& tabla, const std::string& desde,
+                   Palabra palabra, FilaLeida fila) {
+  RecorreTrozos(indice, tabla, desde, palabra,
+                [&](const std::string& bytes, std::int64_t filas, const std::string& w) {
+                  listas::Decodificador d(bytes);
+                  listas::Fila f;
+                  std::int64_t leidas = 0;
+                  while (d.Siguiente(f)) {
+                    ++leidas;
+                    if (!fila(f)) return false;
+                  }
+                  if (d.Danado() || leidas != filas) ListaDanada(w);
+                  return true;
+                });
 }
 
 // LeePorIndice over the lists: from the first word not below `prefijo`
@@ -259,6 +279,46 @@ std::int64_t FilasDe(db::Database& indice, const std::string& tabla, const std::
   return filas;
 }
 
+// A phrase's candidate keys, in memory of their own that the kernel may
+// back with huge pages: the candidates of a common word fill half a
+// megabyte, and faulting it in 4 KB at a time cost more than the search.
+class Candidatos {
+ public:
+  explicit Candidatos(std::size_t capacidad) : bytes_(Redondea(capacidad * sizeof(std::uint64_t))) {
+    void* p = mmap(nullptr, bytes_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (p == MAP_FAILED) throw std::bad_alloc();
+    madvise(p, bytes_, MADV_HUGEPAGE);
+    datos_ = static_cast<std::uint64_t*>(p);
+    capacidad_ = bytes_ / sizeof(std::uint64_t);
+  }
+  ~Candidatos() { munmap(datos_, bytes_); }
+  Candidatos(const Candidatos&) = delete;
+  Candidatos& operator=(const Candidatos&) = delete;
+
+  // False when full: the word had more rows than it said.
+  bool Agrega(std::uint64_t c) {
+    if (n_ == capacidad_) return false;
+    datos_[n_++] = c;
+    return true;
+  }
+  std::uint64_t* begin() { return datos_; }
+  std::uint64_t* end() { return datos_ + n_; }
+  std::size_t size() const { return n_; }
+  bool empty() const { return n_ == 0; }
+  std::uint64_t& operator[](std::size_t i) { return datos_[i]; }
+  void resize(std::size_t n) { n_ = n; }
+
+ private:
+  static std::size_t Redondea(std::size_t n) {
+    constexpr std::size_t k2M = std::size_t{2} << 20;
+    return n == 0 ? 4096 : (n + k2M - 1) / k2M * k2M;
+  }
+  std::size_t bytes_;
+  std::uint64_t* datos_ = nullptr;
+  std::size_t capacidad_ = 0;
+  std::size_t n_ = 0;
+};
+
 // A phrase over the lists: the records where every word j of the phrase
 // occurs at position s + j for some s, which is what the seeks from the
 // pivot's rows find, whichever word is the pivot. Each word's rows become
@@ -286,65 +346,49 @@ void FrasePorListas(MapaFichas& mapa, db::Database& indice, const std::string& t
   std::stable_sort(orden.begin(), orden.end(),
                    [](const Palabra& a, const Palabra& b) { return a.filas < b.filas; });
 
-  // Positions are small whole numbers: shifted, they fit in the low half.
-  constexpr std::int64_t kDesplazamiento = std::int64_t{1} << 31;
-  const auto clave = [](const listas::Fila& f, int j, std::uint64_t& c) {
-    const std::int64_t p = f.posicion - j + kDesplazamiento;
-    if (f.ficha < 0 || f.ficha > 0x7FFFFFFF || p < 0 || p > 0xFFFFFFFF) return false;
-    c = (static_cast<std::uint64_t>(f.ficha) << 32) | static_cast<std::uint64_t>(p);
-    return true;
-  };
-  const auto solo = [](const std::string& buscada) {
-    return [&buscada](std::string_view w) { return w == buscada ? Paso::Lee : Paso::Termina; };
+  // A word's keys, chunk by chunk. The chunks follow one another in key
+  // order and so do the rows inside each: keys out of order are a damaged
+  // list.
+  const auto claves_de = [&](const Palabra& p, auto&& con_trozo) {
+    std::vector<std::uint64_t> claves;
+    std::uint64_t anterior = 0;
+    RecorreTrozos(
+        indice, tabla, p.buscada,
+        [&p](std::string_view w) { return w == p.buscada ? Paso::Lee : Paso::Termina; },
+        [&](const std::string& bytes, std::int64_t filas, const std::string& w) {
+          claves.clear();
+          if (listas::ClavesDeFrase(bytes, p.j, claves) != filas) ListaDanada(w);
+          if (!claves.empty()) {
+            if (claves.front() < anterior || !std::is_sorted(claves.begin(), claves.end())) {
+              ListaDanada(w);
+            }
+            anterior = claves.back();
+          }
+          return con_trozo(claves);
+        });
   };
 
-  std::vector<std::uint64_t> candidatos;
-  candidatos.reserve(static_cast<std::size_t>(orden[0].filas));
-  RecorreListas(indice, tabla, orden[0].buscada, solo(orden[0].buscada),
-                [&](const listas::Fila& f) {
-                  std::uint64_t c;
-                  if (clave(f, orden[0].j, c)) candidatos.push_back(c);
-                  return true;
-                });
-  if (!std::is_sorted(candidatos.begin(), candidatos.end())) {
-    std::sort(candidatos.begin(), candidatos.end());
-  }
-  candidatos.erase(std::unique(candidatos.begin(), candidatos.end()), candidatos.end());
+  Candidatos candidatos(static_cast<std::size_t>(orden[0].filas));
+  claves_de(orden[0], [&](const std::vector<std::uint64_t>& claves) {
+    for (const std::uint64_t c : claves) {
+      if (!candidatos.Agrega(c)) ListaDanada(orden[0].buscada);
+    }
+    return true;
+  });
+  candidatos.resize(static_cast<std::size_t>(
+      std::unique(candidatos.begin(), candidatos.end()) - candidatos.begin()));
 
   for (std::size_t w = 1; w < orden.size() && !candidatos.empty(); ++w) {
-    // The word's keys come in order: one pass keeps the candidates it holds.
+    // One pass over the word's keys keeps the candidates it holds.
     std::size_t i = 0, quedan = 0;
-    bool en_orden = true;
-    std::uint64_t anterior = 0;
-    RecorreListas(indice, tabla, orden[w].buscada, solo(orden[w].buscada),
-                  [&](const listas::Fila& f) {
-                    std::uint64_t c;
-                    if (!clave(f, orden[w].j, c)) return true;
-                    if (c < anterior) {
-                      en_orden = false;
-                      return false;
-                    }
-                    anterior = c;
-                    while (i < candidatos.size() && candidatos[i] < c) ++i;
-                    if (i == candidatos.size()) return false;
-                    if (candidatos[i] == c) candidatos[quedan++] = candidatos[i++];
-                    return true;
-                  });
-    if (!en_orden) {
-      // Rows out of order: the word's keys are gathered and sorted instead.
-      std::vector<std::uint64_t> claves;
-      RecorreListas(indice, tabla, orden[w].buscada, solo(orden[w].buscada),
-                    [&](const listas::Fila& f) {
-                      std::uint64_t c;
-                      if (clave(f, orden[w].j, c)) claves.push_back(c);
-                      return true;
-                    });
-      std::sort(claves.begin(), claves.end());
-      quedan = 0;
-      for (const std::uint64_t c : candidatos) {
-        if (std::binary_search(claves.begin(), claves.end(), c)) candidatos[quedan++] = c;
+    claves_de(orden[w], [&](const std::vector<std::uint64_t>& claves) {
+      for (const std::uint64_t c : claves) {
+        while (i < candidatos.size() && candidatos[i] < c) ++i;
+        if (i == candidatos.size()) return false;
+        if (candidatos[i] == c) candidatos[quedan++] = candidatos[i++];
       }
-    }
+      return true;
+    });
     candidatos.resize(quedan);
   }
   for (const std::uint64_t c : candidatos) PonFicha(mapa, static_cast<std::int64_t>(c >> 32));

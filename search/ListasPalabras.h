@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 // The word lists that orvex-catalogo keeps beside a word table (TABLA) of a
 // SQLite index file, so that a lookup reads a word's rows as a few compact
@@ -130,5 +131,46 @@ class Decodificador {
   Fila anterior_;
   bool danado_ = false;
 };
+
+// The phrase search's keys of a chunk's rows, appended to `claves`: the
+// record in the high half and the position minus `j`, shifted by 2^31, in
+// the low half, so that the rows of word j of a phrase and those of word 0
+// meet on equal keys. A row whose record or shifted position does not fit
+// gives no key. Returns the chunk's row count, or -1 when its bytes are
+// damaged. One tight pass: a phrase reads a hundred thousand rows and more.
+inline std::int64_t ClavesDeFrase(std::string_view bytes, std::int64_t j,
+                                  std::vector<std::uint64_t>& claves) {
+  const auto* p = reinterpret_cast<const unsigned char*>(bytes.data());
+  const unsigned char* const fin = p + bytes.size();
+  const auto lee = [&](std::uint64_t& v) {
+    if (p < fin && *p < 0x80) {
+      v = *p++;
+      return true;
+    }
+    v = 0;
+    for (int corrimiento = 0; corrimiento < 64 && p < fin; corrimiento += 7) {
+      const unsigned char b = *p++;
+      v |= static_cast<std::uint64_t>(b & 0x7F) << corrimiento;
+      if ((b & 0x80) == 0) return true;
+    }
+    return false;
+  };
+  const auto signo = [](std::uint64_t v) {
+    return static_cast<std::int64_t>(v >> 1) ^ -static_cast<std::int64_t>(v & 1);
+  };
+  constexpr std::int64_t kDesplazamiento = std::int64_t{1} << 31;
+  std::int64_t ficha = 0, posicion = 0, filas = 0;
+  while (p < fin) {
+    std::uint64_t delta, pos, campo;
+    if (!lee(delta) || !lee(pos) || !lee(campo)) return -1;
+    ficha += static_cast<std::int64_t>(delta);
+    posicion = delta == 0 ? posicion + signo(pos) : signo(pos);
+    ++filas;
+    const std::int64_t bajo = posicion - j + kDesplazamiento;
+    if (ficha < 0 || ficha > 0x7FFFFFFF || bajo < 0 || bajo > 0xFFFFFFFF) continue;
+    claves.push_back((static_cast<std::uint64_t>(ficha) << 32) | static_cast<std::uint64_t>(bajo));
+  }
+  return filas;
+}
 
 }  // namespace orvex::search::listas

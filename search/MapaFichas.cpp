@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <bit>
-#include <cstdlib>
+#include <sys/mman.h>
+
 #include <new>
 
 #include "base/RuntimeError.h"
@@ -11,7 +12,9 @@ namespace orvex::search {
 
 MapaFichas::MapaFichas(const MapaFichas& otro) { *this = otro; }
 
-void MapaFichas::Libera::operator()(std::uint64_t* p) const { std::free(p); }
+void MapaFichas::Libera::operator()(std::uint64_t* p) const {
+  munmap(p, kPalabras * sizeof(std::uint64_t));
+}
 
 MapaFichas& MapaFichas::operator=(const MapaFichas& otro) {
   if (this == &otro) return *this;
@@ -34,10 +37,12 @@ void MapaFichas::Limpia() {
 
 std::uint8_t* MapaFichas::Bytes() {
   if (!palabras_) {
-    // calloc hands over fresh pages untouched: they cost nothing until used.
-    auto* palabras = static_cast<std::uint64_t*>(std::calloc(kPalabras, sizeof(std::uint64_t)));
-    if (palabras == nullptr) throw std::bad_alloc();
-    palabras_.reset(palabras);
+    // Pages of their own, which the system hands over zero and maps only
+    // when touched (calloc would take them from the heap and clear them).
+    void* palabras = mmap(nullptr, kPalabras * sizeof(std::uint64_t), PROT_READ | PROT_WRITE,
+                          MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (palabras == MAP_FAILED) throw std::bad_alloc();
+    palabras_.reset(static_cast<std::uint64_t*>(palabras));
   }
   return reinterpret_cast<std::uint8_t*>(palabras_.get());
 }

@@ -149,6 +149,13 @@ TEST_F(ListasCatalogo, AnswerAsTheWordTableDoes) {
   std::string gato = "GATO", tabla;
   EXPECT_EQ(testing::ErrorNumberOf([&] { BuscaPalabra(e_, *indice_, gato, 0, tabla); }),
             db::kErrFormatoNoReconocido);
+  EXPECT_EQ(testing::ErrorNumberOf([&] { BuscaFrase(e_, *indice_, "casa gato", 0, false); }),
+            db::kErrFormatoNoReconocido);
+  // A chunk whose rows go back in position is damaged too.
+  indice_->Execute("UPDATE ORVEX_LISTAS SET lista = x'050602000302', filas = 2 "
+                   "WHERE palabra = 'GATO' AND trozo = 0");
+  EXPECT_EQ(testing::ErrorNumberOf([&] { BuscaFrase(e_, *indice_, "casa gato", 0, false); }),
+            db::kErrFormatoNoReconocido);
 
   // A row added to the word table and taken away voids them for good.
   indice_->Execute("INSERT INTO TABLA VALUES ('GATO', 1, 1, 1)");
