@@ -1,8 +1,10 @@
 #include "base/Platform.h"
 
 #include <gtest/gtest.h>
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 
@@ -87,6 +89,34 @@ TEST(PosixProgram, KnowsItsOwnDirectory) {
   ASSERT_GT(n, 0);
   const std::string exe(buffer, static_cast<size_t>(n));
   EXPECT_EQ(fs.ProgramDirectory(), exe.substr(0, exe.rfind('/')));
+}
+
+// Standard output gathers the page and writes it in large pieces; rewinding
+// and truncating a file on standard output see everything written before.
+TEST_F(PosixFiles, StandardOutputGathersAndKeepsTheOrderOfWrites) {
+  const std::string ruta = dir_ + "/salida.html";
+  std::fflush(stdout);
+  const int original = ::dup(STDOUT_FILENO);
+  const int archivo = ::open(ruta.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0644);
+  ASSERT_GE(archivo, 0);
+  ASSERT_GE(::dup2(archivo, STDOUT_FILENO), 0);
+  ::close(archivo);
+  {
+    StdOutput salida;
+    salida.Write("pagina que se descarta, ");
+    salida.Write(std::string(70000, 'x'));  // more than one piece
+    salida.Write("cola");                   // still gathered when rewinding
+    salida.Rewind();
+    salida.Write("Content-Type: text/html\r\n\r\n");
+    salida.Write("<p>error</p>");
+    salida.TruncateHere();
+    salida.Write("<!-- fin -->");
+  }  // the rest goes out when the output ends
+  ::dup2(original, STDOUT_FILENO);
+  ::close(original);
+  std::ifstream f(ruta, std::ios::binary);
+  const std::string escrito((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
+  EXPECT_EQ(escrito, "Content-Type: text/html\r\n\r\n<p>error</p><!-- fin -->");
 }
 
 }  // namespace
