@@ -52,6 +52,7 @@ void StdInput::Pause() {
 }
 
 void StdOutput::Write(std::string_view bytes) {
+  if (pendiente_.capacity() < 65536) pendiente_.reserve(65536);
   pendiente_.append(bytes);
   if (pendiente_.size() >= 65536) Flush();
 }

@@ -4,8 +4,8 @@
 
 namespace orvex::config {
 
-std::string ReemplazaTexto(std::string& texto, std::string_view buscar,
-                           std::string_view reemplazo) {
+const std::string& ReemplazaTexto(std::string& texto, std::string_view buscar,
+                                  std::string_view reemplazo) {
   if (buscar.empty()) return texto;
   std::size_t p = texto.find(buscar);
   if (p == std::string::npos) return texto;

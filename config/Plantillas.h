@@ -10,10 +10,10 @@ namespace orvex::config {
 
 // Replaces every occurrence of `buscar` in `texto`, in place, left to right
 // and case-sensitively; the inserted text is never searched again ("a" by
-// "aa" in "aba" gives "aabaa"). Returns a copy of the changed text.
+// "aa" in "aba" gives "aabaa"). Returns the changed text itself.
 // `buscar` is never empty.
-std::string ReemplazaTexto(std::string& texto, std::string_view buscar,
-                           std::string_view reemplazo);
+const std::string& ReemplazaTexto(std::string& texto, std::string_view buscar,
+                                  std::string_view reemplazo);
 
 // Fills "<!FECHA!>" (dd/mmm/yyyy), "<!DIA!>" (weekday) and "<!HORA!>"
 // (hh:mm AM/PM), in that order, reading the clock for each.
