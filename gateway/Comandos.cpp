@@ -6,6 +6,7 @@
 #include "base/Runtime.h"
 #include "gateway/Encabezado.h"
 #include "queries/ConsultaLibros.h"
+#include "queries/ConsultaRevistas.h"
 
 namespace orvex::gateway {
 namespace {
@@ -17,8 +18,6 @@ void NoDisponible(Solicitud& s, std::string_view que) {
                                       Latin1(" no está disponible en esta versión de Orvex."));
 }
 
-void ConsultaRevistas(Solicitud& s) { NoDisponible(s, "revistas"); }
-void ConsultaArticulos(Solicitud& s) { NoDisponible(s, Latin1("artículos")); }
 void ConsultaCatalogo(Solicitud& s) { NoDisponible(s, Latin1("catálogos")); }
 
 // Commands not part of this build write a complete page saying so.
@@ -37,8 +36,8 @@ void ShowVar(Solicitud&, const std::string&) {}
 constexpr Coleccion kColecciones[] = {
     {"LIBROS", 0, queries::ConsultaLibros},
     {"", 0, queries::ConsultaLibros},
-    {"REVISTAS", 1, ConsultaRevistas},
-    {"ARTICULOS", 2, ConsultaArticulos},
+    {"REVISTAS", 1, queries::ConsultaRevistas},
+    {"ARTICULOS", 2, queries::ConsultaArticulos},
     {"CATALOGOS", std::nullopt, ConsultaCatalogo},
 };
 

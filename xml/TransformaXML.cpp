@@ -37,9 +37,11 @@ std::string LineaDelTexto(const std::string& texto, int linea) {
 std::string TransformadorXSL::TransformaXML(const std::string& xml, const std::string& xsl) {
   // The built-in sheets on the gateway's own documents need no processor: a
   // page of default cards never loads it.
+  fallo_ = false;
   if (auto nativa = TransformacionNativa(xml, xsl)) return std::move(*nativa);
   const auto equivalente = EquivalenteXSLT(xsl);
   ResultadoXSL r = motor_.Transforma(ComoUtf8(xml), equivalente ? *equivalente : ComoUtf8(xsl));
+  if (r.estado != ResultadoXSL::Estado::Correcto) fallo_ = true;
   switch (r.estado) {
     case ResultadoXSL::Estado::Correcto:
       return std::move(r.texto);

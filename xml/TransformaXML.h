@@ -34,9 +34,13 @@ class TransformadorXSL {
   //     de Orvex: " and the reason.
   std::string TransformaXML(const std::string& xml, const std::string& xsl);
 
+  // True when the last TransformaXML failed (and wrote its message).
+  bool Fallo() const { return fallo_; }
+
  private:
   MotorXSL& motor_;
   Output& salida_;
+  bool fallo_ = false;
 };
 
 // The `linea`-th line (from 1) of `texto`, without its line end; empty when

