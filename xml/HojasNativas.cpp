@@ -268,11 +268,23 @@ std::optional<std::string_view> NombreDeAviso(std::string_view hoja) {
 }
 
 // Blanks and comments, before or after the root element.
+// Comments and processing instructions (a style-sheet link among them)
+// before or after the root element.
 bool Varios(Lector& l) {
   for (;;) {
     l.Blancos();
-    if (!l.Toma("<!--")) return true;
-    if (!l.Hasta("--") || !l.Toma(">")) return false;
+    if (l.Toma("<!--")) {
+      if (!l.Hasta("--") || !l.Toma(">")) return false;
+    } else if (l.Toma("<?")) {
+      const std::string_view destino = l.Nombre();
+      if (destino.empty() || (destino.size() == 3 && (destino[0] | 0x20) == 'x' &&
+                              (destino[1] | 0x20) == 'm' && (destino[2] | 0x20) == 'l')) {
+        return false;
+      }
+      if (!l.Toma("?>") && !(l.Blancos() && l.Hasta("?>"))) return false;
+    } else {
+      return true;
+    }
   }
 }
 
