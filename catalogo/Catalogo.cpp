@@ -13,6 +13,7 @@
 #include <iostream>
 #include <memory>
 
+#include "catalogo/Acervos.h"
 #include "catalogo/Directorio.h"
 #include "catalogo/Ejemplares.h"
 #include "catalogo/EscritorCatalogo.h"
@@ -100,10 +101,26 @@ std::string Segundos(double s) {
 }
 
 struct Cuentas {
-  std::int32_t fichas = 0;
+  std::int32_t libros = 0, revistas = 0, articulos = 0;
   std::int64_t rechazados = 0;
   std::int64_t palabras = 0;
+
+  std::int64_t Registros() const {
+    return std::int64_t{libros} + revistas + articulos;
+  }
+  std::int32_t& De(Acervo acervo) {
+    return acervo == Acervo::kRevistas ? revistas : acervo == Acervo::kArticulos ? articulos
+                                                                                 : libros;
+  }
 };
+
+// "9990 libros, 4 revistas y 6 artículos".
+std::string PorAcervo(const Cuentas& c) {
+  return std::to_string(c.libros) + " libros, " + std::to_string(c.revistas) + " revistas y " +
+         std::to_string(c.articulos) + " artículos";
+}
+
+constexpr const char* kNombreAcervo[] = {"libros", "revistas", "artículos"};
 
 // Reads every file into the new catalogue in `temporal`. Throws
 // ErrorCatalogo when the catalogue cannot be written.
@@ -134,31 +151,49 @@ Cuentas Escribe(const Opciones& opciones, const std::vector<std::unique_ptr<Arch
                  << '\n';
         continue;
       }
-      if (cuentas.fichas >= search::MapaFichas::kMaximaFicha) {
+      // Each collection numbers its own records; a search returns at most
+      // kMaximaFicha, whichever collection it searches.
+      const Acervo acervo = AcervoDeRegistro(registro);
+      std::int32_t& cuenta = cuentas.De(acervo);
+      if (cuenta >= search::MapaFichas::kMaximaFicha) {
         ++cuentas.rechazados;
         mensajes << kPrograma << NombraRegistro(nombre, *lector)
-                 << ": el catálogo no admite más de "
-                 << search::MapaFichas::kMaximaFicha << " fichas\n";
+                 << ": el catálogo no admite más de " << search::MapaFichas::kMaximaFicha << ' '
+                 << kNombreAcervo[static_cast<int>(acervo)] << '\n';
         continue;
       }
-      const std::int32_t numero = ++cuentas.fichas;
+      const std::int32_t numero = ++cuenta;
       const std::vector<Grupo> grupos = AgrupaCampos(registro);
-      escritor.AgregaFicha(FichaDeRegistro(registro, grupos, numero, ahora));
       avisos.clear();
-      for (const Ejemplar& e : EjemplaresDeRegistro(registro, numero, opciones_ejemplares, avisos)) {
-        escritor.AgregaEjemplar(numero, e);
+      switch (acervo) {
+        case Acervo::kLibros:
+          escritor.AgregaFicha(FichaDeRegistro(registro, grupos, numero, ahora));
+          for (const Ejemplar& e :
+               EjemplaresDeRegistro(registro, numero, opciones_ejemplares, avisos)) {
+            escritor.AgregaEjemplar(numero, e);
+          }
+          break;
+        case Acervo::kRevistas:
+          escritor.AgregaRevista(numero, EtiquetasMARC(grupos));
+          break;
+        case Acervo::kArticulos: {
+          const std::string numadqui = NumAdquiDeArticulo(registro, avisos);
+          escritor.AgregaAnalitica(numero, numadqui, EtiquetasMARC(grupos));
+          break;
+        }
       }
       for (const std::string& aviso : avisos) {
         mensajes << kPrograma << NombraRegistro(nombre, *lector) << ": " << aviso << '\n';
       }
-      PalabrasDeFicha(grupos, palabras);
-      escritor.AgregaPalabras(numero, palabras);
-      if (!opciones.silencioso && numero % kCadaCuantas == 0) {
-        mensajes << kPrograma << numero << " fichas..." << std::endl;
+      PalabrasDeFicha(grupos, palabras, acervo);
+      escritor.AgregaPalabras(acervo, numero, palabras);
+      if (!opciones.silencioso && cuentas.Registros() % kCadaCuantas == 0) {
+        mensajes << kPrograma << cuentas.Registros() << " registros (" << PorAcervo(cuentas)
+                 << ")..." << std::endl;
       }
     }
   }
-  if (cuentas.fichas == 0) throw ErrorCatalogo("ningún registro pudo leerse");
+  if (cuentas.Registros() == 0) throw ErrorCatalogo("ningún registro pudo leerse");
   escritor.Termina();
   cuentas.palabras = escritor.Palabras();
   return cuentas;
@@ -287,7 +322,7 @@ int ConstruyeCatalogo(const Opciones& opciones, const DateTime& ahora, std::ostr
 
   if (!opciones.silencioso) {
     const std::chrono::duration<double> s = std::chrono::steady_clock::now() - inicio;
-    mensajes << kPrograma << cuentas.fichas << " fichas escritas en " << opciones.directorio
+    mensajes << kPrograma << PorAcervo(cuentas) << " escritos en " << opciones.directorio
              << ", " << cuentas.rechazados << " registros rechazados, " << cuentas.palabras
              << " palabras, " << Segundos(s.count()) << " s" << std::endl;
   }

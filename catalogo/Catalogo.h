@@ -13,12 +13,14 @@
 //                  [--departamento TEXTO] [--silencioso] DIRECTORIO ARCHIVO...
 //
 // Each ARCHIVO holds records in ISO 2709 or MARCXML, told by its content
-// (see LectorPara). Records are numbered 1, 2, 3... in the order they are
-// read, file after file; a refused record takes no number. Record numbers
-// stop at 800008, the highest a search can return: records past it are
-// refused. The catalogue (see EscritorCatalogo) is written into a new
-// directory and put in place of DIRECTORIO only when complete (see
-// Directorio.h); DIRECTORIO may not exist yet.
+// (see LectorPara). Each record goes to the books, the periodicals or the
+// articles by its bibliographic level (see Acervos.h); each collection
+// numbers its records 1, 2, 3... in the order they are read, file after
+// file; a refused record takes no number. Record numbers stop at 800008, the
+// highest a search can return: records of a collection past it are refused.
+// The catalogue (see EscritorCatalogo) is written into a new directory and
+// put in place of DIRECTORIO only when complete (see Directorio.h);
+// DIRECTORIO may not exist yet.
 //
 //   --biblioteca NOMBRE     records without holdings get one copy in this
 //                           library; holdings without a library take it
@@ -28,8 +30,8 @@
 //
 // Standard error gets, in Spanish and UTF-8: every refused record (file,
 // position in the file, 001 when readable, reason) and every warning; unless
-// --silencioso a line every 10 000 records and a summary (records written,
-// records refused, words indexed, seconds).
+// --silencioso a line every 10 000 records and a summary (books, periodicals
+// and articles written, records refused, words indexed, seconds).
 //
 // Exit status: 0 when the catalogue was written, refused records or not;
 // 1 when nothing was written and DIRECTORIO is as it was (an input file that

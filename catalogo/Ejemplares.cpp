@@ -31,6 +31,12 @@ bool Bisiesto(int a) { return (a % 4 == 0 && a % 100 != 0) || a % 400 == 0; }
 
 }  // namespace
 
+std::string NumeroAdquisicion(const Campo& campo) {
+  if (campo.etiqueta == "852") return Primero(campo, "pj", std::string::npos);
+  if (campo.etiqueta == "949") return Primero(campo, "pi", std::string::npos);
+  return std::string();
+}
+
 std::string FechaDeTexto(std::string_view texto) {
   texto = SinBlancos(texto);
   std::string digitos;
@@ -64,7 +70,7 @@ std::vector<Ejemplar> EjemplaresDeRegistro(const RegistroMARC& registro, std::in
     if (!es852 && campo.etiqueta != "949") continue;
     const std::string orden = std::to_string(ejemplares.size() + 1);
     Ejemplar e;
-    const std::string numero = Primero(campo, es852 ? "pj" : "pi", std::string::npos);
+    const std::string numero = NumeroAdquisicion(campo);
     e.NumAdqui = std::string(CortaCaracteres(numero, 15));
     if (e.NumAdqui.size() < numero.size()) {
       avisos.push_back("número de adquisición \"" + numero + "\" cortado a 15 caracteres");

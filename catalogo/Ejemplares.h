@@ -50,6 +50,11 @@ std::vector<Ejemplar> EjemplaresDeRegistro(const RegistroMARC& registro, std::in
                                            const OpcionesEjemplares& opciones,
                                            std::vector<std::string>& avisos);
 
+// The accession number that holdings field `campo` gives as above (852 $p
+// else $j, 949 $p else $i), trimmed and cleaned for the tag string's marks
+// but not cut; empty for any other field or when it gives none.
+std::string NumeroAdquisicion(const Campo& campo);
+
 // "yyyy-mm-dd 00:00:00" from "yyyymmdd" or "yyyy-mm-dd" (a valid calendar
 // date), empty otherwise.
 std::string FechaDeTexto(std::string_view texto);

@@ -105,6 +105,10 @@ struct EscritorCatalogo::Bases {
   sqlite3_stmt* ejemplar = nullptr;
   sqlite3_stmt* configuracion = nullptr;
   sqlite3_stmt* palabra = nullptr;
+  sqlite3_stmt* revista = nullptr;
+  sqlite3_stmt* analitica = nullptr;
+  sqlite3_stmt* palabra_revista = nullptr;
+  sqlite3_stmt* palabra_articulo = nullptr;
   std::string utf8;  // a word in UTF-8, reused
 
   // Every row of TABLA, for the word lists written at the end: the word as
@@ -135,14 +139,16 @@ EscritorCatalogo::EscritorCatalogo(const std::string& directorio)
   b.korvel.Ejecuta(
       "CREATE TABLE \"Configuracion\" (\"Descripción\" VARCHAR(50), \"Valor\" LONGTEXT)");
   b.korvel.Ejecuta(
-      "CREATE TABLE \"Fichas Revistas\" (\"Ficha_no\" INTEGER, \"EtiquetasMARC\" LONGTEXT)");
-  b.korvel.Ejecuta(
-      "CREATE TABLE \"Analiticas\" (\"ID\" INTEGER, \"numadqui\" VARCHAR(15), "
+      "CREATE TABLE \"Fichas Revistas\" (\"Ficha_no\" INTEGER PRIMARY KEY, "
       "\"EtiquetasMARC\" LONGTEXT)");
-  b.korvel.Ejecuta("CREATE INDEX \"Analiticas_numadqui\" ON \"Analiticas\" (\"numadqui\")");
+  b.korvel.Ejecuta(
+      "CREATE TABLE \"Analiticas\" (\"ID\" INTEGER PRIMARY KEY, \"numadqui\" VARCHAR(15), "
+      "\"EtiquetasMARC\" LONGTEXT)");
   b.ficha = b.korvel.Prepara("INSERT INTO \"Fichas\" VALUES (?,?,?,?,?,?)");
   b.ejemplar = b.korvel.Prepara("INSERT INTO \"Ejemplares\" VALUES (?,?,?,?,?,?,?,?)");
   b.configuracion = b.korvel.Prepara("INSERT INTO \"Configuracion\" VALUES (?,?)");
+  b.revista = b.korvel.Prepara("INSERT INTO \"Fichas Revistas\" VALUES (?,?)");
+  b.analitica = b.korvel.Prepara("INSERT INTO \"Analiticas\" VALUES (?,?,?)");
 
   Inicia(b.indizado);
   b.indizado.Ejecuta(std::string("CREATE TABLE \"TABLA\"") + kTablaPalabras);
@@ -151,10 +157,8 @@ EscritorCatalogo::EscritorCatalogo(const std::string& directorio)
   Inicia(b.indiza_pp);
   b.indiza_pp.Ejecuta(std::string("CREATE TABLE \"TABLA\"") + kTablaPalabras);
   b.indiza_pp.Ejecuta(std::string("CREATE TABLE \"TABLAANA\"") + kTablaPalabras);
-  b.indiza_pp.Ejecuta(
-      "CREATE INDEX \"TABLA_FRASE\" ON \"TABLA\" (\"palabra\", \"ficha\", \"posicion\")");
-  b.indiza_pp.Ejecuta(
-      "CREATE INDEX \"TABLAANA_FRASE\" ON \"TABLAANA\" (\"palabra\", \"ficha\", \"posicion\")");
+  b.palabra_revista = b.indiza_pp.Prepara("INSERT INTO \"TABLA\" VALUES (?,?,?,?)");
+  b.palabra_articulo = b.indiza_pp.Prepara("INSERT INTO \"TABLAANA\" VALUES (?,?,?,?)");
 
   Inicia(b.estadisticas);
   b.estadisticas.Ejecuta(
@@ -202,7 +206,23 @@ void EscritorCatalogo::AgregaEjemplar(std::int32_t ficha, const Ejemplar& e) {
   b.korvel.Paso(st);
 }
 
-void EscritorCatalogo::AgregaPalabras(std::int32_t ficha,
+void EscritorCatalogo::AgregaRevista(std::int32_t ficha_no, const std::string& etiquetas) {
+  Bases& b = *bases_;
+  sqlite3_bind_int(b.revista, 1, ficha_no);
+  Texto(b.revista, 2, etiquetas);
+  b.korvel.Paso(b.revista);
+}
+
+void EscritorCatalogo::AgregaAnalitica(std::int32_t id, const std::string& numadqui,
+                                       const std::string& etiquetas) {
+  Bases& b = *bases_;
+  sqlite3_bind_int(b.analitica, 1, id);
+  Texto(b.analitica, 2, numadqui);
+  Texto(b.analitica, 3, etiquetas);
+  b.korvel.Paso(b.analitica);
+}
+
+void EscritorCatalogo::AgregaPalabras(Acervo acervo, std::int32_t ficha,
                                       const std::vector<PalabraIndice>& palabras) {
   // The UTF-8 form of each Windows-1252 byte.
   static const std::array<std::string, 256> utf8 = [] {
@@ -214,7 +234,11 @@ void EscritorCatalogo::AgregaPalabras(std::int32_t ficha,
     return t;
   }();
   Bases& b = *bases_;
-  sqlite3_stmt* st = b.palabra;
+  const bool libros = acervo == Acervo::kLibros;
+  Conexion& base = libros ? b.indizado : b.indiza_pp;
+  sqlite3_stmt* st = libros                          ? b.palabra
+                     : acervo == Acervo::kRevistas ? b.palabra_revista
+                                                   : b.palabra_articulo;
   sqlite3_bind_int(st, 3, ficha);
   for (const PalabraIndice& p : palabras) {
     b.utf8.clear();
@@ -228,7 +252,8 @@ void EscritorCatalogo::AgregaPalabras(std::int32_t ficha,
     Texto(st, 1, b.utf8);
     sqlite3_bind_int(st, 2, p.campo);
     sqlite3_bind_int(st, 4, p.posicion);
-    b.indizado.Paso(st);
+    base.Paso(st);
+    if (!libros) continue;
     const auto [numero, nueva] =
         b.numeros.try_emplace(b.utf8, static_cast<std::uint32_t>(b.palabras.size()));
     if (nueva) b.palabras.push_back(b.utf8);
@@ -306,6 +331,11 @@ void EscritorCatalogo::Termina() {
   b.indizado.Ejecuta(
       "CREATE INDEX \"TABLA_FRASE\" ON \"TABLA\" (\"palabra\", \"ficha\", \"posicion\")");
   EscribeListas();
+  b.korvel.Ejecuta("CREATE INDEX \"Analiticas_numadqui\" ON \"Analiticas\" (\"numadqui\")");
+  b.indiza_pp.Ejecuta(
+      "CREATE INDEX \"TABLA_FRASE\" ON \"TABLA\" (\"palabra\", \"ficha\", \"posicion\")");
+  b.indiza_pp.Ejecuta(
+      "CREATE INDEX \"TABLAANA_FRASE\" ON \"TABLAANA\" (\"palabra\", \"ficha\", \"posicion\")");
   for (Conexion* c : {&b.korvel, &b.indizado, &b.indiza_pp, &b.estadisticas}) {
     c->Ejecuta("COMMIT");
     c->Cierra();

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "catalogo/Acervos.h"
 #include "catalogo/Ejemplares.h"
 #include "catalogo/FilaFicha.h"
 #include "catalogo/PalabrasIndice.h"
@@ -13,12 +14,13 @@
 // Writes a new catalogue's four SQLite files with the tables, columns and
 // index names the gateway reads:
 //   KORVEL8.MDB       Fichas, Ejemplares (indexes Ejemplares_NumAdqui,
-//                     Ejemplares_Ficha_No), Configuracion, and empty
-//                     "Fichas Revistas" and Analiticas (Analiticas_numadqui)
-//   INDIZADO.MDB      TABLA (index TABLA_FRASE on palabra, ficha, posicion),
-//                     and TABLA's word lists (search/ListasPalabras.h)
-//   indizaPP.MDB      empty TABLA and TABLAANA (TABLA_FRASE, TABLAANA_FRASE),
-//                     so that the periodical and article pages open
+//                     Ejemplares_Ficha_No), Configuracion, "Fichas Revistas"
+//                     and Analiticas (Analiticas_numadqui)
+//   INDIZADO.MDB      TABLA, the book words (index TABLA_FRASE on palabra,
+//                     ficha, posicion), and TABLA's word lists
+//                     (search/ListasPalabras.h)
+//   indizaPP.MDB      TABLA, the periodical words, and TABLAANA, the article
+//                     words (TABLA_FRASE, TABLAANA_FRASE); no word lists
 //   estadisticas.mdb  empty Consultas (Fecha, Buscado, Encontrados,
 //                     AdvSearch, IP_Address)
 // Texts are stored in UTF-8, dates as "yyyy-mm-dd hh:mm:ss", empty texts as
@@ -46,12 +48,18 @@ class EscritorCatalogo {
   void AgregaConfiguracion(const std::string& descripcion, const std::string& valor);
   void AgregaFicha(const FilaFicha& ficha);
   void AgregaEjemplar(std::int32_t ficha, const Ejemplar& ejemplar);
-  void AgregaPalabras(std::int32_t ficha, const std::vector<PalabraIndice>& palabras);
+  // One row of "Fichas Revistas" / Analiticas (UTF-8 texts).
+  void AgregaRevista(std::int32_t ficha_no, const std::string& etiquetas);
+  void AgregaAnalitica(std::int32_t id, const std::string& numadqui, const std::string& etiquetas);
+  // The words of record `ficha` of `acervo` into that collection's word table.
+  void AgregaPalabras(Acervo acervo, std::int32_t ficha,
+                      const std::vector<PalabraIndice>& palabras);
 
   // Builds the indexes, commits and closes every file. Nothing may be added
   // afterwards.
   void Termina();
 
+  // Rows written to the three word tables.
   std::int64_t Palabras() const { return palabras_; }
 
  private:

@@ -59,11 +59,21 @@ std::string Clasificacion(std::string_view texto) {
 
 }  // namespace
 
-std::int16_t CampoIndice(std::string_view e) {
+std::int16_t CampoIndice(std::string_view e, Acervo acervo) {
   if (e.size() != 3) return 0;
   if (e == "130" || e == "240" || e == "245" || e == "246" || e == "440" || e == "490") return 1;
-  if (e == "100" || e == "110" || e == "111" || e == "700" || e == "710" || e == "711") return 2;
   if (e == "600" || e == "610" || e == "611" || e == "630" || e == "650" || e == "651") return 3;
+  const bool autor =
+      e == "100" || e == "110" || e == "111" || e == "700" || e == "710" || e == "711";
+  switch (acervo) {
+    case Acervo::kRevistas:
+      return e == "260" ? 2 : 0;
+    case Acervo::kArticulos:
+      return autor ? 2 : 0;
+    case Acervo::kLibros:
+      break;
+  }
+  if (autor) return 2;
   if (e == "020" || e == "022") return 4;
   if (e == "260") return 5;
   if (e == "050" || e == "082" || e == "090") return 7;
@@ -89,12 +99,13 @@ void PartePalabras(std::string_view texto, std::vector<std::string>& palabras) {
   }
 }
 
-void PalabrasDeFicha(const std::vector<Grupo>& grupos, std::vector<PalabraIndice>& salida) {
+void PalabrasDeFicha(const std::vector<Grupo>& grupos, std::vector<PalabraIndice>& salida,
+                     Acervo acervo) {
   salida.clear();
   int ultima = 1 - kHuecoPosiciones - 1;  // the first word goes to position 1
   std::vector<std::string> palabras;
   for (const Grupo& g : grupos) {
-    const std::int16_t campo = CampoIndice(g.etiqueta);
+    const std::int16_t campo = CampoIndice(g.etiqueta, acervo);
     if (campo == 0) continue;
     const Clase clase = ClaseDe(campo);
     for (const std::string& ocurrencia : g.ocurrencias) {

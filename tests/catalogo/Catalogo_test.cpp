@@ -110,8 +110,8 @@ TEST_F(CatalogoTest, BuildsACatalogueTheGatewayReads) {
                            ": registro 2 (001 malo): longitud del registro no válida"),
             std::string::npos)
       << mensajes_;
-  EXPECT_NE(mensajes_.find("orvex-catalogo: 3 fichas escritas en " + dir.string() +
-                           ", 1 registros rechazados, "),
+  EXPECT_NE(mensajes_.find("orvex-catalogo: 3 libros, 0 revistas y 0 artículos escritos en " +
+                           dir.string() + ", 1 registros rechazados, "),
             std::string::npos)
       << mensajes_;
   EXPECT_EQ(Nombres(dir), (std::vector<std::string>{"INDIZADO.MDB", "KORVEL8.MDB",
@@ -184,6 +184,161 @@ TEST_F(CatalogoTest, BuildsACatalogueTheGatewayReads) {
   EXPECT_EQ(pp->TableNames(), (std::vector<std::string>{"TABLA", "TABLAANA"}));
   auto est = db::OpenDatabase((dir / "estadisticas.mdb").string(), cp, {.read_only = true});
   EXPECT_TRUE(est->OpenRecordset("Consultas", db::RecordsetType::Table)->Eof());
+}
+
+// The rows of `sql`, each row's columns joined by "|", in UTF-8.
+std::vector<std::string> Filas(db::Database& base, const std::string& sql) {
+  std::vector<std::string> filas;
+  auto rs = base.OpenRecordset(sql, db::RecordsetType::Snapshot);
+  for (; !rs->Eof(); rs->MoveNext()) {
+    std::string fila;
+    for (const std::string& columna : rs->FieldNames()) {
+      if (!fila.empty()) fila += "|";
+      fila += CodePage::Windows1252().ToUtf8(rs->Field(columna).AsText());
+    }
+    filas.push_back(fila);
+  }
+  return filas;
+}
+
+// Records whose word `palabra` (UTF-8) is in field `campo` of word table
+// `tabla` (0: any field), by the search's own lookup.
+std::vector<std::int32_t> Encuentra(db::Database& indice, const std::string& tabla,
+                                    const char* palabra, std::int16_t campo) {
+  search::Estado e;
+  std::string p = Latin1(palabra), t = tabla;
+  search::BuscaPalabraSQL(e, indice, p, campo, t);
+  std::vector<std::int32_t> fichas;
+  for (std::int32_t f = 1; f <= 10; ++f) {
+    if (e.MapaTermino.Tiene(f)) fichas.push_back(f);
+  }
+  return fichas;
+}
+
+// Periodicals (leader/7 "s") and articles (leader/7 "a" or "b") go to their
+// own tables and word tables, numbered among their own kind; books keep
+// theirs.
+TEST_F(CatalogoTest, SortsPeriodicalsAndArticlesIntoTheirOwnTables) {
+  const std::string revista = RegistroISO(
+      {
+          {"001", "s1"},
+          {"022", "  $a0041-3011"},
+          {"245", "00$aEl trimestre económico."},
+          {"260", "  $aMéxico :$bFondo de Cultura Económica,$c1934-"},
+          {"310", "  $aTrimestral"},
+          {"650", " 4$aEconomía$vPublicaciones periódicas"},
+          {"852", "  $aHemeroteca$pP000001"},
+      },
+      'a', 'a', 's');
+  const std::string con852 = RegistroISO(
+      {
+          {"001", "a1"},
+          {"100", "1 $aNúñez Ordóñez, Carlos."},
+          {"245", "10$aLa casa y las haciendas en Oaxaca /$cCarlos Núñez."},
+          {"773", "0 $tEl trimestre económico.$gVol. 47, no. 2 (2003), p. 326-335$oX-773"},
+          {"650", " 4$aHaciendas"},
+          {"852", "  $aHemeroteca$pP006647"},
+          {"852", "  $aHemeroteca$pP009999"},
+      },
+      'a', 'a', 'a');
+  const std::string con773 = RegistroISO(
+      {
+          {"001", "b1"},
+          {"100", "1 $aGüemes, Julián."},
+          {"245", "10$aNotas sobre la infancia en Chiapas."},
+          {"773", "0 $tCuadernos americanos.$gNo. 4 (1983)$oP004177"},
+      },
+      'a', 'a', 'b');
+  const std::string sin_numero = RegistroISO(
+      {{"001", "a3"}, {"245", "10$aReseñas."}, {"773", "0 $tCuadernos americanos."}}, 'a', 'a',
+      'a');
+  const fs::path dir = tmp_.ruta() / "catalogo";
+  ASSERT_EQ(Construye({"--biblioteca", "Sala", dir.string(),
+                       Archivo("mixto.mrc", con852 + kPrimero + revista + con773 + sin_numero +
+                                                kSegundo)
+                           .string()}),
+            kSalidaExito)
+      << mensajes_;
+  EXPECT_NE(mensajes_.find("orvex-catalogo: 2 libros, 1 revistas y 3 artículos escritos en "),
+            std::string::npos)
+      << mensajes_;
+
+  const CodePage& cp = CodePage::Windows1252();
+  auto korvel = db::OpenDatabase((dir / "KORVEL8.MDB").string(), cp, {.read_only = true});
+  EXPECT_EQ(Filas(*korvel, "select Ficha_No from Fichas order by Ficha_No"),
+            (std::vector<std::string>{"1", "2"}));
+  records::RegFicha ficha;
+  records::CargaFicha(*korvel, 2, ficha);
+  EXPECT_NE(ficha.EtiquetasMARC.find(Latin1("espíritus")), std::string::npos);
+  // Only books have copies: neither the periodical's 852 nor the articles'.
+  EXPECT_EQ(Filas(*korvel, "select NumAdqui, Ficha_No from Ejemplares order by Ficha_No"),
+            (std::vector<std::string>{"000123|1", "000002|2"}));
+  EXPECT_EQ(Filas(*korvel, "select * from [Fichas Revistas]"),
+            (std::vector<std::string>{
+                "1|¦001s1¦0220041-3011¦245El trimestre económico.¦260México : Fondo de Cultura "
+                "Económica, 1934-¦310Trimestral¦650Economía -- Publicaciones periódicas"
+                "¦852Hemeroteca P000001Ì"}));
+  EXPECT_EQ(Filas(*korvel, "select * from Analiticas order by ID"),
+            (std::vector<std::string>{
+                "1|P006647|¦001a1¦100Núñez Ordóñez, Carlos.¦245La casa y las haciendas en Oaxaca "
+                "/ Carlos Núñez.¦773El trimestre económico. Vol. 47, no. 2 (2003), p. 326-335 "
+                "X-773¦650Haciendas¦852Hemeroteca P006647 \\ Hemeroteca P009999Ì",
+                "2|P004177|¦001b1¦100Güemes, Julián.¦245Notas sobre la infancia en Chiapas."
+                "¦773Cuadernos americanos. No. 4 (1983) P004177Ì",
+                "3||¦001a3¦245Reseñas.¦773Cuadernos americanos.Ì"}));
+  // The articles of one issue, as the article page asks for them.
+  EXPECT_EQ(Filas(*korvel, "SELECT [ID] as IdAnalitica FROM Analiticas WHERE "
+                           "Analiticas.numadqui='P004177' ORDER by 1 DESC"),
+            (std::vector<std::string>{"2"}));
+
+  auto libros = db::OpenDatabase((dir / "INDIZADO.MDB").string(), cp, {.read_only = true});
+  auto pp = db::OpenDatabase((dir / "indizaPP.MDB").string(), cp, {.read_only = true});
+  const struct {
+    db::Database* indice;
+    const char* tabla;
+    const char* palabra;
+    std::int16_t campo;
+    std::vector<std::int32_t> fichas;
+  } busquedas[] = {
+      // Books: the first and the last record of the file are books 1 and 2.
+      {libros.get(), "TABLA", "soledad", 1, {1}},
+      {libros.get(), "TABLA", "espíritus", 0, {2}},
+      {libros.get(), "TABLA", "trimestre", 0, {}},
+      {libros.get(), "TABLA", "casa", 0, {2}},  // the book's title, not the article's
+      {libros.get(), "TABLA", "infancia", 0, {}},
+      // Periodicals: title 1, publisher 2, subject 3; the ISSN and 310 not at all.
+      {pp.get(), "TABLA", "trimestre", 1, {1}},
+      {pp.get(), "TABLA", "fondo", 2, {1}},
+      {pp.get(), "TABLA", "economia", 3, {1}},
+      {pp.get(), "TABLA", "00413011", 0, {}},
+      {pp.get(), "TABLA", "trimestral", 0, {}},
+      {pp.get(), "TABLA", "casa", 0, {}},
+      // Articles: title 1, author 2, subject 3; the host entry (773) not at all.
+      {pp.get(), "TABLAANA", "casa", 1, {1}},
+      {pp.get(), "TABLAANA", "nuñez", 2, {1}},
+      {pp.get(), "TABLAANA", "haciendas", 3, {1}},
+      {pp.get(), "TABLAANA", "guemes", 2, {2}},
+      {pp.get(), "TABLAANA", "reseñas", 1, {3}},
+      {pp.get(), "TABLAANA", "americanos", 0, {}},
+      {pp.get(), "TABLAANA", "trimestre", 0, {}},
+  };
+  for (const auto& b : busquedas) {
+    EXPECT_EQ(Encuentra(*b.indice, b.tabla, b.palabra, b.campo), b.fichas)
+        << b.tabla << " " << b.palabra << " " << b.campo;
+  }
+  // A phrase over the article words.
+  search::Estado e;
+  search::BuscaFrase(e, *pp, Latin1("la infancia en chiapas"), 0, true);
+  EXPECT_TRUE(e.MapaTermino.Tiene(2));
+  EXPECT_FALSE(e.MapaTermino.Tiene(1));
+  // The word lists beside the book TABLA count the book rows only.
+  const std::vector<std::string> filas_libros = Filas(*libros, "select count(*) from TABLA");
+  EXPECT_EQ(Filas(*libros, "select filas from ORVEX_VIGENCIA"), filas_libros);
+  for (const char* indice : {"TABLA_FRASE", "TABLAANA_FRASE"}) {
+    EXPECT_EQ(Filas(*pp, std::string("select name from sqlite_master where name='") + indice +
+                             "'"),
+              (std::vector<std::string>{indice}));
+  }
 }
 
 // A run that cannot finish leaves the previous catalogue exactly as it was.

@@ -5,7 +5,8 @@
 
 namespace orvex::catalogo::prueba {
 
-std::string RegistroISO(const std::vector<CampoISO>& campos, char codificacion, char tipo) {
+std::string RegistroISO(const std::vector<CampoISO>& campos, char codificacion, char tipo,
+                        char nivel) {
   std::string directorio, datos;
   for (const CampoISO& c : campos) {
     std::string cuerpo = c.contenido;
@@ -25,7 +26,8 @@ std::string RegistroISO(const std::vector<CampoISO>& campos, char codificacion, 
   const std::size_t base = 24 + directorio.size();
   const std::size_t total = base + datos.size() + 1;
   char lider[32];
-  std::snprintf(lider, sizeof lider, "%05zun%cm %c22%05zu a 4500", total, tipo, codificacion, base);
+  std::snprintf(lider, sizeof lider, "%05zun%c%c %c22%05zu a 4500", total, tipo, nivel, codificacion,
+                base);
   return std::string(lider) + directorio + datos + '\x1D';
 }
 

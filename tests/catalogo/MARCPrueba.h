@@ -14,10 +14,11 @@ struct CampoISO {
   std::string contenido;
 };
 
-// The record in ISO 2709 with leader positions 6 (`tipo`) and 9
-// (`codificacion`), the directory in the usual "4500" layout.
+// The record in ISO 2709 with leader positions 6 (`tipo`), 7 (`nivel`, the
+// bibliographic level) and 9 (`codificacion`), the directory in the usual
+// "4500" layout.
 std::string RegistroISO(const std::vector<CampoISO>& campos, char codificacion = 'a',
-                        char tipo = 'a');
+                        char tipo = 'a', char nivel = 'm');
 
 // Writes `bytes` to `ruta` and returns it.
 std::filesystem::path EscribeArchivo(const std::filesystem::path& ruta, const std::string& bytes);

@@ -60,9 +60,9 @@ std::ostream& operator<<(std::ostream& o, const Entrada& e) {
   return o << e.palabra << "/" << e.campo << "/" << e.posicion;
 }
 
-std::vector<Entrada> Entradas(const std::vector<Grupo>& grupos) {
+std::vector<Entrada> Entradas(const std::vector<Grupo>& grupos, Acervo acervo = Acervo::kLibros) {
   std::vector<PalabraIndice> salida = {{"basura", 1, 1}};
-  PalabrasDeFicha(grupos, salida);
+  PalabrasDeFicha(grupos, salida, acervo);
   std::vector<Entrada> v;
   for (const PalabraIndice& p : salida) {
     v.push_back({CodePage::Windows1252().ToUtf8(p.palabra), p.campo, p.posicion});
@@ -96,6 +96,48 @@ TEST(PalabrasDeFicha, PositionsLeaveGapsBetweenOccurrencesAndFields) {
                                   {"TRILLAS", 5, 83},
                                   {"2005", 5, 84},
                               }));
+}
+
+TEST(CampoIndice, EachCollectionIndexesItsOwnFields) {
+  const struct {
+    const char* etiqueta;
+    int libros, revistas, articulos;
+  } casos[] = {
+      {"245", 1, 1, 1}, {"130", 1, 1, 1}, {"490", 1, 1, 1}, {"100", 2, 0, 2},
+      {"710", 2, 0, 2}, {"650", 3, 3, 3}, {"651", 3, 3, 3}, {"020", 4, 0, 0},
+      {"022", 4, 0, 0}, {"260", 5, 2, 0}, {"082", 7, 0, 0}, {"505", 8, 0, 0},
+      {"310", 0, 0, 0}, {"773", 0, 0, 0}, {"852", 0, 0, 0}, {"65", 0, 0, 0},
+  };
+  for (const auto& c : casos) {
+    EXPECT_EQ(CampoIndice(c.etiqueta, Acervo::kLibros), c.libros) << c.etiqueta;
+    EXPECT_EQ(CampoIndice(c.etiqueta, Acervo::kRevistas), c.revistas) << c.etiqueta;
+    EXPECT_EQ(CampoIndice(c.etiqueta, Acervo::kArticulos), c.articulos) << c.etiqueta;
+  }
+}
+
+// The gaps fall between indexed fields only: unindexed ones leave none.
+TEST(PalabrasDeFicha, PeriodicalsPutThePublisherWhereBooksPutTheAuthor) {
+  const std::vector<Grupo> grupos = {
+      {"022", {"0041-3011"}},
+      {"110", {"Fondo de Cultura"}},
+      {"245", {"Ciencia"}},
+      {"260", {"México : FCE"}},
+      {"310", {"Trimestral"}},
+      {"650", {"Economía"}},
+  };
+  EXPECT_EQ(Entradas(grupos, Acervo::kRevistas), (std::vector<Entrada>{
+                                                     {"CIENCIA", 1, 1},
+                                                     {"MEXICO", 2, 12},
+                                                     {"FCE", 2, 13},
+                                                     {"ECONOMIA", 3, 24},
+                                                 }));
+  EXPECT_EQ(Entradas(grupos, Acervo::kArticulos), (std::vector<Entrada>{
+                                                      {"FONDO", 2, 1},
+                                                      {"DE", 2, 2},
+                                                      {"CULTURA", 2, 3},
+                                                      {"CIENCIA", 1, 14},
+                                                      {"ECONOMIA", 3, 25},
+                                                  }));
 }
 
 TEST(PalabrasDeFicha, StopsAtTheLastSixteenBitPosition) {
@@ -136,6 +178,7 @@ std::vector<std::vector<std::string>> FilasTSV(const std::string& archivo) {
 struct FichaFixture {
   int numero;
   std::vector<prueba::CampoISO> campos;
+  Acervo acervo = Acervo::kLibros;
 };
 
 const FichaFixture kFichasFixture[] = {
@@ -180,13 +223,50 @@ const FichaFixture kFichasFixture[] = {
               "$yTexto completo en la Biblioteca Virtual"},
       {"710", "2 $aAsociación de Academias de la Lengua Española."},
       {"856", "41$uhttp://www.gutenberg.org/ebooks/2000"}}},
+    {2,
+     {{"022", "0 $a0185-0121"},
+      {"245", "00$aNueva revista de filología hispánica."},
+      {"260", "  $aMéxico :$bEl Colegio de México,$c1947-"},
+      {"300", "  $av. :$bil. ;$c21 cm."},
+      {"310", "  $aSemestral"},
+      {"650", " 4$aFilología hispánica$vPublicaciones periódicas"},
+      {"650", " 4$aLiteratura española$xHistoria y crítica$vPublicaciones periódicas"}},
+     Acervo::kRevistas},
+    {1,
+     {{"100", "1 $aNúñez Ordóñez, Carlos Héctor."},
+      {"245", "13$aLa casa y las haciendas en Oaxaca /$cCarlos Héctor Núñez Ordóñez."},
+      {"773", "0 $tEl trimestre económico.$gVol. 47, no. 2 (2003), p. 326-335"},
+      {"650", " 4$aCocina mexicana"},
+      {"650", " 4$aComputadoras"}},
+     Acervo::kArticulos},
 };
 
+// The fixture's tables of one collection: the records' table, the column of
+// their tag string there, and the word table.
+struct TablasFixture {
+  const char* fichas;
+  std::size_t etiquetas;
+  const char* palabras;
+};
+
+TablasFixture TablasDe(Acervo acervo) {
+  switch (acervo) {
+    case Acervo::kRevistas:
+      return {"KORVEL8.Fichas_Revistas.tsv", 1, "indizaPP.TABLA.tsv"};
+    case Acervo::kArticulos:
+      return {"KORVEL8.Analiticas.tsv", 2, "indizaPP.TABLAANA.tsv"};
+    case Acervo::kLibros:
+      break;
+  }
+  return {"KORVEL8.Fichas.tsv", 4, "INDIZADO.TABLA.tsv"};
+}
+
 TEST(Fixture, TagStringAndWordsMatchTheReferenceCatalogue) {
-  const auto fichas = FilasTSV("KORVEL8.Fichas.tsv");
-  const auto palabras = FilasTSV("INDIZADO.TABLA.tsv");
-  ASSERT_FALSE(fichas.empty());
   for (const FichaFixture& f : kFichasFixture) {
+    const TablasFixture tablas = TablasDe(f.acervo);
+    const auto fichas = FilasTSV(tablas.fichas);
+    const auto palabras = FilasTSV(tablas.palabras);
+    ASSERT_FALSE(fichas.empty()) << tablas.fichas;
     const std::string numero = std::to_string(f.numero);
     const std::string iso = prueba::RegistroISO(f.campos);
     LectorISO2709 lector(iso);
@@ -196,9 +276,9 @@ TEST(Fixture, TagStringAndWordsMatchTheReferenceCatalogue) {
 
     std::string esperada;
     for (const auto& fila : fichas) {
-      if (fila[0] == numero) esperada = fila[4];
+      if (fila[0] == numero) esperada = fila[tablas.etiquetas];
     }
-    EXPECT_EQ(EtiquetasMARC(grupos), esperada) << "ficha " << numero;
+    EXPECT_EQ(EtiquetasMARC(grupos), esperada) << tablas.fichas << " " << numero;
 
     std::vector<Entrada> esperadas;
     for (const auto& fila : palabras) {
@@ -206,7 +286,7 @@ TEST(Fixture, TagStringAndWordsMatchTheReferenceCatalogue) {
     }
     std::sort(esperadas.begin(), esperadas.end(),
               [](const Entrada& a, const Entrada& b) { return a.posicion < b.posicion; });
-    EXPECT_EQ(Entradas(grupos), esperadas) << "ficha " << numero;
+    EXPECT_EQ(Entradas(grupos, f.acervo), esperadas) << tablas.palabras << " " << numero;
   }
 }
 
