@@ -124,5 +124,24 @@ TEST(Revistas, AnAccessionNumberWithAnApostropheFindsItsArticles) {
   EXPECT_EQ(pagina.find("Error"), std::string::npos);
 }
 
+// A display that fails says which one and why, and the page goes on.
+TEST(Revistas, AFailingDisplayIsReportedAndThePageGoesOn) {
+  const ProgramaRevistas programa("revistas_display_fallido");
+  {
+    auto db = db::OpenDatabase((programa.dir() / "bases" / "KORVEL8.MDB").string(),
+                               CodePage::Windows1252());
+    db->Execute("DROP TABLE [Fichas Revistas]");
+    db->Execute("DROP TABLE Analiticas");
+  }
+  const std::string revistas =
+      programa.Pagina("ACERVO=REVISTAS&txtLIB=publicaciones&Cantidad=2&FichaINI=1");
+  EXPECT_NE(revistas.find("Error en mod. DisplyRegRevista ["), std::string::npos) << revistas;
+  EXPECT_NE(revistas.find("<p>Fin: 1-2 de 20"), std::string::npos);
+  const std::string articulos =
+      programa.Pagina("ACERVO=ARTICULOS&txtLIB=historia&Cantidad=2&FichaINI=1");
+  EXPECT_NE(articulos.find("Error en mod. DisplyReg_ANA ["), std::string::npos) << articulos;
+  EXPECT_NE(articulos.find("<p>Fin: 1-2 de "), std::string::npos);
+}
+
 }  // namespace
 }  // namespace orvex
