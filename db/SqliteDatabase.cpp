@@ -10,6 +10,7 @@
 #include <optional>
 #include <utility>
 
+#include "base/Runtime.h"
 #include "base/RuntimeError.h"
 #include "db/JetSql.h"
 #include "db/SqliteEngine.h"
@@ -616,6 +617,19 @@ class SqliteDatabase : public Database {
       }
       return std::make_unique<SqliteRecordset>(db_, memoria_, page_, "SELECT * FROM " + Quoted(page_.ToUtf8(table)),
                                                table);
+    }
+    // A table's name alone (or in brackets) opens all its rows, as the
+    // catalogue's engine has always opened a table as a dynaset.
+    std::string_view nombre = TrimBlanksView(source);
+    const bool entre_corchetes = nombre.size() > 2 && nombre.front() == '[' &&
+                                 nombre.back() == ']' &&
+                                 nombre.find(']') == nombre.size() - 1;
+    if (entre_corchetes) nombre = nombre.substr(1, nombre.size() - 2);
+    if (!nombre.empty() &&
+        (entre_corchetes || nombre.find_first_of(" \t\r\n;()'\"") == std::string_view::npos) &&
+        HasTable(std::string(nombre))) {
+      return std::make_unique<SqliteRecordset>(
+          db_, memoria_, page_, "SELECT * FROM " + Quoted(page_.ToUtf8(nombre)), "");
     }
     return std::make_unique<SqliteRecordset>(db_, memoria_, page_, page_.ToUtf8(JetToSqlite(source)),
                                              "");

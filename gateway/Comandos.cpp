@@ -6,19 +6,12 @@
 #include "base/Runtime.h"
 #include "gateway/Encabezado.h"
 #include "queries/ConsultaLibros.h"
+#include "queries/BuscaPorNumAdqui.h"
+#include "queries/ConsultaCatalogo.h"
 #include "queries/ConsultaRevistas.h"
 
 namespace orvex::gateway {
 namespace {
-
-// Collections whose query is not part of this build answer after the
-// prologue with a message instead of a result list.
-void NoDisponible(Solicitud& s, std::string_view que) {
-  config::MensajeH4(s.sys.salida, Latin1("La consulta de ") + std::string(que) +
-                                      Latin1(" no está disponible en esta versión de Orvex."));
-}
-
-void ConsultaCatalogo(Solicitud& s) { NoDisponible(s, Latin1("catálogos")); }
 
 // Commands not part of this build write a complete page saying so.
 void ComandoNoDisponible(Solicitud& s, const std::string& expresion) {
@@ -38,12 +31,12 @@ constexpr Coleccion kColecciones[] = {
     {"", 0, queries::ConsultaLibros},
     {"REVISTAS", 1, queries::ConsultaRevistas},
     {"ARTICULOS", 2, queries::ConsultaArticulos},
-    {"CATALOGOS", std::nullopt, ConsultaCatalogo},
+    {"CATALOGOS", std::nullopt, queries::ConsultaCatalogo},
 };
 
 const Comando kComandos[] = {
     {"DEBUGCFG", ComandoNoDisponible},
-    {"SHOW_NUM", ComandoNoDisponible},
+    {"SHOW_NUM", queries::BuscaPorNumAdqui},
     {"SHOW_VER", ComandoNoDisponible},
     {"SHOW_BDT", ComandoNoDisponible},
     {"SHOW_VAR", ShowVar},

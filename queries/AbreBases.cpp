@@ -4,6 +4,7 @@
 #include "base/EnviaLinea.h"
 #include "base/RuntimeError.h"
 #include "config/Plantillas.h"
+#include "gateway/EntradaCGI.h"
 
 namespace orvex::queries {
 namespace {
@@ -52,6 +53,22 @@ std::vector<std::string> ArchivosFaltantes(gateway::Solicitud& s, std::string_vi
     if (!FindFile(s.sys.archivos, ruta)) faltantes.push_back(ruta);
   }
   return faltantes;
+}
+
+bool LeeArchivoCFG(gateway::Solicitud& s) {
+  Servicios& sys = s.sys;
+  std::string archivo = gateway::ValorCGI(s.cgi, "ArchivoCFG");
+  if (!archivo.empty() && !HasSeparator(archivo)) {
+    archivo = JoinPath(sys.archivos.ProgramDirectory(), archivo);
+  }
+  const auto ruta = archivo.empty() ? std::nullopt : FindFile(sys.archivos, archivo);
+  if (!ruta) {
+    config::MensajeH4(sys.salida, Latin1("No se encontró la definición del archivo CFG. "
+                                         "Verifique la sintaxis de su página HTML"));
+    return false;
+  }
+  s.cfg.TextoCFG = sys.archivos.ReadAll(*ruta);
+  return true;
 }
 
 void ReportaArchivosFaltantes(gateway::Solicitud& s, std::string_view directorio,

@@ -34,6 +34,13 @@ void AbreBasesArticulos(gateway::Solicitud& s);
 // that do not exist.
 std::vector<std::string> ArchivosFaltantes(gateway::Solicitud& s, std::string_view directorio);
 
+// The configuration file the request names, read again as the periodical,
+// article and listing queries do: a bare name is taken in the program's
+// directory. Without it (no name, or no such file) writes "No se encontró la
+// definición del archivo CFG. Verifique la sintaxis de su página HTML" and
+// gives nothing; otherwise its text becomes the request's configuration text.
+bool LeeArchivoCFG(gateway::Solicitud& s);
+
 // Reports missing files: one "<p>No se encontró: " line per path, then the
 // message that the files are incomplete, naming `directorio`.
 void ReportaArchivosFaltantes(gateway::Solicitud& s, std::string_view directorio,

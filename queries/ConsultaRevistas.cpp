@@ -71,23 +71,12 @@ std::uint8_t Formato(gateway::Solicitud& s) {
 // The configuration file and the bibliographic database: false, after the
 // message that ends the request, when either is missing.
 bool LocalizaBase(gateway::Solicitud& s) {
-  Servicios& sys = s.sys;
-  std::string archivo = gateway::ValorCGI(s.cgi, "ArchivoCFG");
-  if (!archivo.empty() && !HasSeparator(archivo)) {
-    archivo = JoinPath(sys.archivos.ProgramDirectory(), archivo);
-  }
-  const auto ruta = archivo.empty() ? std::nullopt : FindFile(sys.archivos, archivo);
-  if (!ruta) {
-    config::MensajeH4(sys.salida, Latin1("No se encontró la definición del archivo CFG. "
-                                         "Verifique la sintaxis de su página HTML"));
-    return false;
-  }
-  s.cfg.TextoCFG = sys.archivos.ReadAll(*ruta);
+  if (!LeeArchivoCFG(s)) return false;
   s.cfg.RutaBase = TrimBlanks(s.Seccion("BASE:"));
   if (s.cfg.RutaBase.empty() || s.cfg.RutaBase.back() != '/') s.cfg.RutaBase += '/';
-  if (!FindFile(sys.archivos, RutaArchivo(s.cfg.RutaBase, "Korvel8.mdb"))) {
-    config::MensajeH4(sys.salida, "Error al accesar a la base de datos. Verifique la ruta de "
-                                  "acceso <p><center>" + s.cfg.RutaBase);
+  if (!FindFile(s.sys.archivos, RutaArchivo(s.cfg.RutaBase, "Korvel8.mdb"))) {
+    config::MensajeH4(s.sys.salida, "Error al accesar a la base de datos. Verifique la ruta de "
+                                    "acceso <p><center>" + s.cfg.RutaBase);
     return false;
   }
   return true;

@@ -52,7 +52,7 @@ TEST_F(PrincipalTest, EachCollectionReachesItsProcedure) {
                {"libros", "Entrada a ConsultaLibros"},
                {"REVISTAS", "Error al accesar a la base de datos"},
                {"articulos", "<!-- txtNumAdqui:   -->"},
-               {"Catalogos", "La consulta de cat\xE1logos"}};
+               {"Catalogos", "no ha especificado un campo de busquedas"}};
   for (const Case& c : cases) {
     testing::FakePlatform p;
     p.salida.is_pipe = true;  // keeps the prologue ahead of the books' error page

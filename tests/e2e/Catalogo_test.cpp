@@ -1,0 +1,135 @@
+// End-to-end pages of the sequential listing (ACERVO=CATALOGOS, with
+// tests/e2e/cfg/catalogo.cfg) and of the accession-number lookup (SHOW_NUM,
+// with tests/e2e/cfg/libros.cfg), on a copy of the fixture catalogue,
+// compared byte for byte with tests/e2e/golden/catalogo_*.html and
+// numadqui_*.html.
+
+#include <gtest/gtest.h>
+
+#include "base/CodePage.h"
+#include "db/Database.h"
+#include "tests/e2e/Programa.h"
+
+namespace orvex {
+namespace {
+
+using namespace e2e;
+
+const fs::path kCatalogo = fs::path(ORVEX_FIXTURES) / "catalogo" / "sqlite";
+
+// A program directory with the catalogue in bases/ and the configuration
+// files catalogo.cfg and libros.cfg.
+class ProgramaCatalogo {
+ public:
+  explicit ProgramaCatalogo(const std::string& nombre) : programa_(nombre, "") {
+    fs::copy(kCatalogo, dir() / "bases", fs::copy_options::recursive);
+    for (const char* cfg : {"catalogo.cfg", "libros.cfg"}) {
+      const std::string texto = ReadFile(fs::path(ORVEX_E2E_DIR) / "cfg" / cfg);
+      WriteFile(dir() / cfg, Reemplaza(texto, "@BASES@", (dir() / "bases").string()));
+    }
+  }
+  const fs::path& dir() const { return programa_.dir(); }
+
+  std::string Pagina(const std::string& query) const {
+    const Respuesta r = programa_.Ejecuta(Get(query));
+    EXPECT_TRUE(r.termino);
+    EXPECT_EQ(r.estado, 0);
+    return Reemplaza(r.salida, dir().string(), "@DIR@");
+  }
+
+  std::int64_t Ejemplares() const {
+    auto db = db::OpenDatabase((dir() / "bases" / "KORVEL8.MDB").string(),
+                               CodePage::Windows1252(), {.read_only = true});
+    auto rs = db->OpenRecordset("SELECT count(*) AS n FROM Ejemplares", db::RecordsetType::Snapshot);
+    return rs->Field("n").integer;
+  }
+
+ private:
+  ProgramaCGI programa_;
+};
+
+struct Caso {
+  const char* nombre;
+  const char* query;
+};
+
+void PrintTo(const Caso& c, std::ostream* os) { *os << c.nombre; }
+
+class PaginasCatalogo : public ::testing::TestWithParam<Caso> {};
+
+TEST_P(PaginasCatalogo, MatchTheirGoldenFiles) {
+  const Caso& c = GetParam();
+  const ProgramaCatalogo programa(c.nombre);
+  ComparaConDorado(c.nombre, programa.Pagina(c.query));
+}
+
+constexpr const char* kListado = "ArchivoCFG=catalogo.cfg&ACERVO=CATALOGOS&";
+
+
+INSTANTIATE_TEST_SUITE_P(
+    Orvex, PaginasCatalogo,
+    ::testing::Values(
+        // A text column, exact and anywhere; the search text loses its
+        // "*", "'" and "#".
+        Caso{"catalogo_texto_exacto",
+             "ArchivoCFG=catalogo.cfg&ACERVO=CATALOGOS&CAMPO=Biblioteca&txtLIB=Cen%27tral*"
+             "&Cantidad=4&FichaINI=1"},
+        Caso{"catalogo_texto_parcial",
+             "ArchivoCFG=catalogo.cfg&ACERVO=CATALOGOS&CAMPO=Biblioteca&txtLIB=sala&"
+             "TIPOBUSQUEDA=1&Cantidad=4&FichaINI=1"},
+        // A numeric column takes the leading number; the second page.
+        Caso{"catalogo_numero",
+             "ArchivoCFG=catalogo.cfg&ACERVO=CATALOGOS&CAMPO=Ficha_No&txtLIB=15abc&Cantidad=1"
+             "&FichaINI=2"},
+        // A date column compares with the date read day first.
+        Caso{"catalogo_fecha",
+             "ArchivoCFG=catalogo.cfg&ACERVO=CATALOGOS&CAMPO=FechaIngreso&txtLIB=29/08/2002&"
+             "Cantidad=4&FichaINI=1"},
+        Caso{"catalogo_sin_resultado",
+             "ArchivoCFG=catalogo.cfg&ACERVO=CATALOGOS&CAMPO=Biblioteca&txtLIB=Nada&"
+             "Cantidad=4&FichaINI=1"},
+        // Each refusal, in its order.
+        Caso{"catalogo_sin_campo", "ArchivoCFG=catalogo.cfg&ACERVO=CATALOGOS&txtLIB=x&Cantidad=0"},
+        Caso{"catalogo_cantidad_cero",
+             "ArchivoCFG=catalogo.cfg&ACERVO=CATALOGOS&CAMPO=Biblioteca&txtLIB=x&Cantidad=0"
+             "&FichaINI=1"},
+        Caso{"catalogo_ficha_inicial",
+             "ArchivoCFG=catalogo.cfg&ACERVO=CATALOGOS&CAMPO=Biblioteca&txtLIB=x&Cantidad=2"},
+        Caso{"catalogo_sin_texto",
+             "ArchivoCFG=catalogo.cfg&ACERVO=CATALOGOS&CAMPO=Biblioteca&Cantidad=2&FichaINI=1"},
+        // The accession-number lookup in each format, and its refusals.
+        Caso{"numadqui_formato1", "ArchivoCFG=libros.cfg&ACERVO=libros&txtLIB=show_num+000216"},
+        Caso{"numadqui_formato3",
+             "ArchivoCFG=libros.cfg&ACERVO=libros&txtLIB=SHOW_NUM+000216%2C3"},
+        Caso{"numadqui_formato_erroneo",
+             "ArchivoCFG=libros.cfg&ACERVO=libros&txtLIB=SHOW_NUM+000216%2C4"},
+        Caso{"numadqui_largo",
+             "ArchivoCFG=libros.cfg&ACERVO=libros&txtLIB=SHOW_NUM+0123456789ABCDEF"},
+        Caso{"numadqui_inexistente",
+             "ArchivoCFG=libros.cfg&ACERVO=libros&txtLIB=SHOW_NUM+L%27999"}),
+    [](const ::testing::TestParamInfo<Caso>& info) { return info.param.nombre; });
+
+// The listing runs one statement and never writes: a field that appends a
+// second statement, or a "TABLA:" that would write, gets the database's
+// error page, and the table keeps its rows.
+TEST(Catalogo, OneStatementAndNothingWritten) {
+  const ProgramaCatalogo programa("catalogo_inyeccion");
+  const std::int64_t antes = programa.Ejemplares();
+  const std::string pagina = programa.Pagina(
+      std::string(kListado) +
+      "CAMPO=Biblioteca%3D%27x%27%3B+DELETE+FROM+Ejemplares%3B+--&txtLIB=x&Cantidad=2&FichaINI=1");
+  EXPECT_NE(pagina.find("Ha ocurrido el siguiente error interno"), std::string::npos) << pagina;
+  EXPECT_EQ(programa.Ejemplares(), antes);
+
+  std::string cfg = ReadFile(programa.dir() / "catalogo.cfg");
+  cfg.replace(cfg.find("{Ejemplares}"), 12, "{Ejemplares WHERE 1=1; DELETE FROM Ejemplares}");
+  WriteFile(programa.dir() / "catalogo.cfg", cfg);
+  const std::string otra = programa.Pagina(std::string(kListado) +
+                                           "CAMPO=Biblioteca&txtLIB=Central&Cantidad=2&FichaINI=1");
+  EXPECT_NE(otra.find("Ha ocurrido el siguiente error interno"), std::string::npos) << otra;
+  EXPECT_EQ(programa.Ejemplares(), antes);
+
+}
+
+}  // namespace
+}  // namespace orvex
