@@ -43,6 +43,8 @@ void ConfigureSqliteEngine() {
   (void)configured;
 }
 
+const char* VersionSqlite() { return sqlite3_libversion(); }
+
 bool SqliteEngineWorks() {
   ConfigureSqliteEngine();
   // Initialising is the whole check: opening a database costs a request

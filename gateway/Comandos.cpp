@@ -4,6 +4,7 @@
 #include "base/EnviaLinea.h"
 #include "config/Plantillas.h"
 #include "base/Runtime.h"
+#include "gateway/Diagnostico.h"
 #include "gateway/Encabezado.h"
 #include "queries/ConsultaLibros.h"
 #include "queries/BuscaPorNumAdqui.h"
@@ -35,16 +36,16 @@ constexpr Coleccion kColecciones[] = {
 };
 
 const Comando kComandos[] = {
-    {"DEBUGCFG", ComandoNoDisponible},
+    {"DEBUGCFG", DebugCfg},
     {"SHOW_NUM", queries::BuscaPorNumAdqui},
-    {"SHOW_VER", ComandoNoDisponible},
-    {"SHOW_BDT", ComandoNoDisponible},
+    {"SHOW_VER", ShowVer},
+    {"SHOW_BDT", ShowBdt},
     {"SHOW_VAR", ShowVar},
-    {"SHOW_SEC", ComandoNoDisponible},
+    {"SHOW_SEC", ShowSec},
     {"CVERDISP", ComandoNoDisponible},
     {"VRESERVA", ComandoNoDisponible},
     {"CRESERVA", ComandoNoDisponible},
-    {"TEST_ALL", ComandoNoDisponible},
+    {"TEST_ALL", TestAll},
 };
 
 }  // namespace

@@ -17,6 +17,7 @@
 #include "config/ArchivoCFG.h"
 #include "config/Instalacion.h"
 #include "config/Plantillas.h"
+#include "db/SqliteEngine.h"
 #include "gateway/Encabezado.h"
 #include "queries/AbreBases.h"
 #include "records/CargaFicha.h"
@@ -381,23 +382,8 @@ void ShowVer(Solicitud& s, const std::string&) {
   Linea(s, Latin1("<p>Orvex, pasarela web del catálogo de la biblioteca.</p>"));
   Linea(s, "<ul>");
 
-  std::string motor = s.sys.motores.DatabaseEngineWorks() ? "SQLite" : "SQLite (no funciona)";
-  std::string error;
-  const std::vector<Catalogo> catalogos = Catalogos(s, error);
-  if (!catalogos.empty()) {
-    if (const auto ruta = BuscaArchivo(s, catalogos.front().ruta, queries::kBiblio)) {
-      try {
-        std::unique_ptr<db::Database> db = s.bases.Open(*ruta, kSoloLectura);
-        motor += " " + EscapaHTML(Consulta(*db, "SELECT sqlite_version() AS v"));
-      } catch (const RuntimeError&) {
-        motor += Latin1(" (versión no disponible: el catálogo no se pudo abrir)");
-      }
-    } else {
-      motor += Latin1(" (versión no disponible: no se encontró el catálogo)");
-    }
-  } else {
-    motor += Latin1(" (versión no disponible: sin sección BASE:)");
-  }
+  const std::string motor = std::string("SQLite ") + db::VersionSqlite() +
+                            (s.sys.motores.DatabaseEngineWorks() ? "" : " (no funciona)");
   Linea(s, "<li>Motor de bases de datos: " + motor + "</li>");
   Linea(s, Latin1("<li>Módulo del procesador XSL: ") +
                (s.sys.motores.XmlParserWorks() ? std::string("encontrado")
