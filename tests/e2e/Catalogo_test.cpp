@@ -109,6 +109,32 @@ INSTANTIATE_TEST_SUITE_P(
              "ArchivoCFG=libros.cfg&ACERVO=libros&txtLIB=SHOW_NUM+L%27999"}),
     [](const ::testing::TestParamInfo<Caso>& info) { return info.param.nombre; });
 
+// The diagnostic pages on the same catalogue, through libros.cfg.
+TEST(Diagnostico, PagesOfTheCommands) {
+  const ProgramaCatalogo programa("diagnostico");
+  ComparaConDorado("diagnostico_show_sec",
+                   programa.Pagina("ArchivoCFG=libros.cfg&txtLIB=SHOW_SEC+15"));
+  ComparaConDorado("diagnostico_test_all",
+                   programa.Pagina("ArchivoCFG=libros.cfg&txtLIB=test_all"));
+  // The indexing date is the index file's, which the copy has just made.
+  const std::string bdt = programa.Pagina("ArchivoCFG=libros.cfg&txtLIB=SHOW_BDT");
+  EXPECT_NE(bdt.find("347"), std::string::npos) << bdt;
+  EXPECT_NE(bdt.find("452"), std::string::npos) << bdt;
+  EXPECT_NE(bdt.find("INDIZADO.MDB"), std::string::npos) << bdt;
+}
+
+// A client that is neither on the loopback nor in "DIAGNOSTICO:" gets the
+// refusal for the reserved commands, and the public ones in full.
+TEST(Diagnostico, ReservedCommandsRefuseOtherClients) {
+  const ProgramaCGI cgi("diagnostico_reservado", "");
+  Peticion p = Get("ArchivoCFG=libros.cfg&txtLIB=DEBUGCFG");
+  p.variables["REMOTE_ADDR"] = "10.0.0.7";
+  const Respuesta r = cgi.Ejecuta(p);
+  ComparaConDorado("diagnostico_reservado", Reemplaza(r.salida, cgi.dir().string(), "@DIR@"));
+  p.variables["QUERY_STRING"] = "ArchivoCFG=libros.cfg&txtLIB=SHOW_VER";
+  EXPECT_NE(cgi.Ejecuta(p).salida.find("Motor de bases de datos"), std::string::npos);
+}
+
 // The listing runs one statement and never writes: a field that appends a
 // second statement, or a "TABLA:" that would write, gets the database's
 // error page, and the table keeps its rows.
