@@ -109,6 +109,21 @@ INSTANTIATE_TEST_SUITE_P(
              "ArchivoCFG=libros.cfg&ACERVO=libros&txtLIB=SHOW_NUM+L%27999"}),
     [](const ::testing::TestParamInfo<Caso>& info) { return info.param.nombre; });
 
+// When "CAMPO" holds "select", "TABLA:" is the statement, its "<!BUSCADO!>"
+// replaced by the comparison: a "TABLA:" that names a table without one lists
+// the whole table.
+TEST(Catalogo, ACampoHoldingSelectMakesTablaTheStatement) {
+  const ProgramaCatalogo programa("catalogo_select");
+  {
+    auto db = db::OpenDatabase((programa.dir() / "bases" / "KORVEL8.MDB").string(),
+                               CodePage::Windows1252());
+    db->Execute("ALTER TABLE Ejemplares ADD COLUMN Autoselect TEXT");
+  }
+  const std::string pagina = programa.Pagina(
+      "ArchivoCFG=catalogo.cfg&ACERVO=CATALOGOS&CAMPO=Autoselect&txtLIB=x&Cantidad=2&FichaINI=1");
+  EXPECT_NE(pagina.find("Registros 1 a 2 de 452"), std::string::npos) << pagina;
+}
+
 // The diagnostic pages on the same catalogue, through libros.cfg.
 TEST(Diagnostico, PagesOfTheCommands) {
   const ProgramaCatalogo programa("diagnostico");
