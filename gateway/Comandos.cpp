@@ -4,6 +4,7 @@
 #include "base/EnviaLinea.h"
 #include "config/Plantillas.h"
 #include "base/Runtime.h"
+#include "circulation/Reserva.h"
 #include "gateway/Diagnostico.h"
 #include "gateway/Encabezado.h"
 #include "queries/ConsultaLibros.h"
@@ -43,8 +44,8 @@ const Comando kComandos[] = {
     {"SHOW_VAR", ShowVar},
     {"SHOW_SEC", ShowSec},
     {"CVERDISP", ComandoNoDisponible},
-    {"VRESERVA", ComandoNoDisponible},
-    {"CRESERVA", ComandoNoDisponible},
+    {"VRESERVA", circulation::PaginaReserva},
+    {"CRESERVA", circulation::Reserva},
     {"TEST_ALL", TestAll},
 };
 
