@@ -132,6 +132,23 @@ bool ToBoolean(std::string_view text) {
   return value != 0;
 }
 
+bool IsWholeNumber(std::string_view text) {
+  const std::string_view t = TrimBlanksView(text);
+  std::size_t i = (!t.empty() && (t[0] == '+' || t[0] == '-')) ? 1 : 0;
+  std::size_t digitos = 0;
+  bool punto = false;
+  for (; i < t.size(); ++i) {
+    if (t[i] >= '0' && t[i] <= '9') {
+      ++digitos;
+    } else if (t[i] == '.' && !punto) {
+      punto = true;
+    } else {
+      return false;
+    }
+  }
+  return digitos > 0;
+}
+
 std::string_view TrimBlanksView(std::string_view text) {
   size_t b = 0;
   size_t e = text.size();

@@ -30,6 +30,10 @@ std::int32_t ToInt32(double value);
 // ("No coinciden los tipos").
 bool ToBoolean(std::string_view text);
 
+// True when the whole of `text`, blanks around it aside, is a number: an
+// optional sign, digits and at most one decimal point, with a digit.
+bool IsWholeNumber(std::string_view text);
+
 // Removes leading and trailing blanks (only U+0020: tabs and line ends stay).
 std::string TrimBlanks(std::string_view text);
 // The same, as a view into `text` (no copy).

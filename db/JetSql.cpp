@@ -179,6 +179,15 @@ std::string JetToSqlite(std::string_view jet) {
   return out;
 }
 
+std::string CitaTexto(std::string_view texto) {
+  std::string citado = "'";
+  for (char c : texto) {
+    citado += c;
+    if (c == '\'') citado += '\'';
+  }
+  return citado + "'";
+}
+
 bool JetLike(std::string_view pattern, std::string_view text) { return Like(pattern, 0, text, 0); }
 
 int CompareIgnoringCase(std::string_view a, std::string_view b) {

@@ -24,6 +24,10 @@ std::string JetToSqlite(std::string_view jet);
 // "[!abc]" one character of (or not of) a set. Code-page text.
 bool JetLike(std::string_view pattern, std::string_view text);
 
+// A text as a literal of the dialect: between apostrophes, its own
+// apostrophes doubled ("P'01" gives "'P''01'").
+std::string CitaTexto(std::string_view texto);
+
 // Compares two code-page texts without regard to letter case (Latin-1
 // folding): negative, zero or positive.
 int CompareIgnoringCase(std::string_view a, std::string_view b);

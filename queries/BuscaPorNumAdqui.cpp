@@ -5,6 +5,7 @@
 #include "base/Runtime.h"
 #include "base/RuntimeError.h"
 #include "config/Instalacion.h"
+#include "db/JetSql.h"
 #include "gateway/Encabezado.h"
 #include "queries/AbreBases.h"
 #include "records/CargaFicha.h"
@@ -18,23 +19,6 @@ constexpr std::size_t kLargoNumAdqui = 15;
 std::string MensajeNumero(std::string_view numero) {
   return "Error de sintaxis en: SHOW_NDA '" + std::string(numero) +
          Latin1("'... se esperaba un valor apropiado para el número de adquisición");
-}
-
-// True when the trimmed text is a number (sign, digits, one point).
-bool EsNumero(std::string_view texto) {
-  std::size_t i = (!texto.empty() && (texto[0] == '+' || texto[0] == '-')) ? 1 : 0;
-  std::size_t digitos = 0;
-  bool punto = false;
-  for (; i < texto.size(); ++i) {
-    if (texto[i] >= '0' && texto[i] <= '9') {
-      ++digitos;
-    } else if (texto[i] == '.' && !punto) {
-      punto = true;
-    } else {
-      return false;
-    }
-  }
-  return digitos > 0;
 }
 
 // The footer: the program's version, the institution's lines and a link.
@@ -87,8 +71,8 @@ ShowNum AnalizaShowNum(std::string_view comando) {
     const std::string texto = TrimBlanks(std::string_view(parametros).substr(
         coma + 1, otra == std::string::npos ? std::string::npos : otra - coma - 1));
     if (!texto.empty()) {
-      const double n = EsNumero(texto) ? LeadingNumber(texto) : 0;
-      if (!EsNumero(texto) || n <= 0 || n >= 4) {
+      const double n = IsWholeNumber(texto) ? LeadingNumber(texto) : 0;
+      if (!IsWholeNumber(texto) || n <= 0 || n >= 4) {
         r.mensaje = "Error de sintaxis en: SHOW_NDA '" + texto +
                     Latin1("'.. se esperaba valor entero entre 1 y 3 para el 'Tipo de formato "
                            "de visualización'");
@@ -128,16 +112,11 @@ void BuscaPorNumAdqui(gateway::Solicitud& s, const std::string& comando) {
   config::CargaConfiguracion(s.instalacion, *s.BDBiblio, s.ACERVO, s.cfg.RutaBase, s.sys);
   EnviaLinea(salida, "<HTML><BODY>");
 
-  std::string citado;
-  for (char c : consulta.numadqui) {
-    citado += c;
-    if (c == '\'') citado += '\'';
-  }
   std::int32_t numero = 0;
   {
     const auto rs = s.BDBiblio->OpenRecordset(
         "SELECT F.Ficha_No FROM Fichas F, [Ejemplares] E WHERE F.Ficha_No=E.Ficha_No AND "
-        "E.Numadqui='" + citado + "'",
+        "E.Numadqui=" + db::CitaTexto(consulta.numadqui),
         db::RecordsetType::Snapshot);
     if (!rs->Eof()) numero = ToInt32(LeadingNumber(rs->Field("Ficha_No").AsText()));
   }

@@ -10,6 +10,7 @@
 #include "config/ArchivoCFG.h"
 #include "config/Instalacion.h"
 #include "config/Plantillas.h"
+#include "db/JetSql.h"
 #include "gateway/Bitacora.h"
 #include "gateway/EntradaCGI.h"
 #include "queries/AbreBases.h"
@@ -32,22 +33,9 @@ struct Campos {
 // A number only when the whole trimmed text is one ("12", "-3", "4.5"),
 // rounded to a whole number that fits; anything else is 0.
 std::int32_t NumeroEstricto(std::string_view texto) {
-  const std::string_view t = TrimBlanksView(texto);
-  std::size_t i = (!t.empty() && (t[0] == '+' || t[0] == '-')) ? 1 : 0;
-  std::size_t digitos = 0;
-  bool punto = false;
-  for (; i < t.size(); ++i) {
-    if (t[i] >= '0' && t[i] <= '9') {
-      ++digitos;
-    } else if (t[i] == '.' && !punto) {
-      punto = true;
-    } else {
-      return 0;
-    }
-  }
-  if (digitos == 0) return 0;
+  if (!IsWholeNumber(texto)) return 0;
   try {
-    return ToInt32(LeadingNumber(t));
+    return ToInt32(LeadingNumber(TrimBlanksView(texto)));
   } catch (const RuntimeError&) {
     return 0;
   }
@@ -241,14 +229,9 @@ void MuestraArticulos(gateway::Solicitud& s, std::int32_t no_ficha, std::string_
 }
 
 std::string AnaliticasDeEjemplar(gateway::Solicitud& s, std::string_view numadqui) {
-  std::string citado;
-  for (char ch : numadqui) {
-    citado += ch;
-    if (ch == '\'') citado += '\'';
-  }
   const auto rs = s.BDBiblio->OpenRecordset(
-      "SELECT [ID] as IdAnalitica FROM Analiticas WHERE Analiticas.numadqui='" + citado +
-          "' ORDER by 1 DESC",
+      "SELECT [ID] as IdAnalitica FROM Analiticas WHERE Analiticas.numadqui=" +
+          db::CitaTexto(numadqui) + " ORDER by 1 DESC",
       db::RecordsetType::Snapshot);
   std::string lista;
   for (; !rs->Eof(); rs->MoveNext()) {

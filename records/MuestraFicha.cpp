@@ -46,14 +46,6 @@ std::string Notas(std::string_view marc) {
   return notas;
 }
 
-// The call number with each of its parts on a line of its own.
-std::string Clasificacion(std::string_view marc) {
-  std::string clasificacion = TrimBlanks(ExtraeEtiqueta("050082090", marc));
-  ReemplazaTexto(clasificacion, "  ", " ");
-  ReemplazaTexto(clasificacion, " ", "<BR/>");
-  return clasificacion;
-}
-
 // The three presentations of the card: the card document through the record
 // sheet, the record document through the table sheet and through the
 // installation's own sheet.
@@ -187,6 +179,13 @@ void MuestraFicha(gateway::Solicitud& s, const RegFicha& ficha, std::int32_t pos
                                std::to_string(s.MostrarFichaBIB) + " -->");
   if (ficha.Ficha_no >= 1 && s.MostrarFichaBIB != 1) OfreceDisponibilidad(s, ficha);
   EnviaLinea(s.sys.salida, s.Seccion("SEPARADOR:"));
+}
+
+std::string Clasificacion(std::string_view marc) {
+  std::string clasificacion = TrimBlanks(ExtraeEtiqueta("050082090", marc));
+  ReemplazaTexto(clasificacion, "  ", " ");
+  ReemplazaTexto(clasificacion, " ", "<BR/>");
+  return clasificacion;
 }
 
 std::string CuerpoConEstilos(const std::string& html) {

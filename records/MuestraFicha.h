@@ -38,4 +38,8 @@ void MuestraFicha(gateway::Solicitud& s, const RegFicha& ficha, std::int32_t pos
 // with an empty one, comes back whole and unchanged.
 std::string CuerpoConEstilos(const std::string& html);
 
+// "<!CLASIFICACION!>": the call number (050, 082 or 090), trimmed, a double
+// blank made single once, each part on a line of its own ("<BR/>").
+std::string Clasificacion(std::string_view marc);
+
 }  // namespace orvex::records

@@ -38,10 +38,7 @@ std::string Propia(std::string resultado) {
 // written, the searched words marked.
 void Completa(gateway::Solicitud& s, std::string& html, std::string_view marc,
               std::int32_t numero, std::int32_t posicion) {
-  std::string clasificacion = TrimBlanks(ExtraeEtiqueta("050082090", marc));
-  ReemplazaTexto(clasificacion, "  ", " ");
-  ReemplazaTexto(clasificacion, " ", "<BR/>");
-  ReemplazaTexto(html, "<!CLASIFICACION!>", clasificacion);
+  ReemplazaTexto(html, "<!CLASIFICACION!>", Clasificacion(marc));
   ReemplazaTexto(html, "<!NFICHA!>", std::to_string(numero));
   ReemplazaTexto(html, "<!PFICHA!>", std::to_string(posicion));
   ReemplazaTexto(html, "<!TOTAL!>", std::to_string(s.Total));
