@@ -1,12 +1,10 @@
 #include "gateway/Comandos.h"
 
 #include "base/CodePage.h"
-#include "base/EnviaLinea.h"
-#include "config/Plantillas.h"
 #include "base/Runtime.h"
 #include "circulation/Reserva.h"
+#include "circulation/VerDisponibilidad.h"
 #include "gateway/Diagnostico.h"
-#include "gateway/Encabezado.h"
 #include "queries/ConsultaLibros.h"
 #include "queries/BuscaPorNumAdqui.h"
 #include "queries/ConsultaCatalogo.h"
@@ -14,15 +12,6 @@
 
 namespace orvex::gateway {
 namespace {
-
-// Commands not part of this build write a complete page saying so.
-void ComandoNoDisponible(Solicitud& s, const std::string& expresion) {
-  EnviaEncabezado(s, "Orvex");
-  config::MensajeH4(s.sys.salida, Latin1("El comando ") + NombreDeComando(expresion) +
-                                      Latin1(" no está disponible en esta versión de Orvex."));
-  EnviaLinea(s.sys.salida, "<p>" + s.VersionPrograma + "</p>");
-  EnviaLinea(s.sys.salida, "</BODY></HTML>");
-}
 
 // Kept on purpose: "SHOW_VAR" is recognised and answers with nothing at all,
 // not even an HTTP header.
@@ -43,7 +32,7 @@ const Comando kComandos[] = {
     {"SHOW_BDT", ShowBdt},
     {"SHOW_VAR", ShowVar},
     {"SHOW_SEC", ShowSec},
-    {"CVERDISP", ComandoNoDisponible},
+    {"CVERDISP", circulation::VerDisponibilidad},
     {"VRESERVA", circulation::PaginaReserva},
     {"CRESERVA", circulation::Reserva},
     {"TEST_ALL", TestAll},
