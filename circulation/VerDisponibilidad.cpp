@@ -57,6 +57,14 @@ std::vector<std::string_view> Parte(std::string_view texto, char separador) {
   }
 }
 
+// A value from the server as page text: the characters that could end a
+// text or either kind of attribute value, as character references.
+std::string Escapa(std::string_view texto) {
+  std::string r = gateway::EscapaHTML(texto);
+  for (size_t at; (at = r.find('\'')) != std::string::npos;) r.replace(at, 1, "&#39;");
+  return r;
+}
+
 std::string EstadoEnPalabras(const std::string& estado) {
   if (estado == "disponible") return "Disponible";
   if (estado == "prestado") return "Prestado";
@@ -93,25 +101,25 @@ void MuestraCopias(gateway::Solicitud& s, const std::vector<Copia>& copias,
   const std::string accion = s.Seccion("ACCION_DISPONIBILIDAD:");
   for (const Copia& c : copias) {
     const std::string& estado = c.v[Copia::kEstado];
-    std::string numadqui = gateway::EscapaHTML(c.v[Copia::kNumAdqui]);
+    std::string numadqui = Escapa(c.v[Copia::kNumAdqui]);
     std::string boton;
     if (estado == "disponible" || estado == "prestado") {
       boton = accion;
       ReemplazaTexto(boton, "<!COMANDO_SE!>", "VRESERVA");
-      ReemplazaTexto(boton, "<!DIRECCIONIP!>", gateway::EscapaHTML(servidor.direccion));
-      ReemplazaTexto(boton, "<!PUERTOTCP!>", gateway::EscapaHTML(servidor.puerto));
+      ReemplazaTexto(boton, "<!DIRECCIONIP!>", Escapa(servidor.direccion));
+      ReemplazaTexto(boton, "<!PUERTOTCP!>", Escapa(servidor.puerto));
       ReemplazaTexto(boton, "<!DISP_NUMADQUI!>", numadqui);
       ReemplazaTexto(boton, "<!NFICHA!>", pagina.ficha);
       ReemplazaTexto(boton, "<!ArchivoCFG!>", pagina.archivo_cfg);
     }
     std::string linea = detalle;
     ReemplazaTexto(linea, "<!NUMADQUI!>", numadqui);
-    ReemplazaTexto(linea, "<!BIBLIOTECA!>", gateway::EscapaHTML(c.v[Copia::kBiblioteca]));
-    ReemplazaTexto(linea, "<!VOLUMEN!>", gateway::EscapaHTML(c.v[Copia::kVolumen]));
-    ReemplazaTexto(linea, "<!EJEMPLAR!>", gateway::EscapaHTML(c.v[Copia::kEjemplar]));
-    ReemplazaTexto(linea, "<!VENCE!>", gateway::EscapaHTML(c.v[Copia::kVence]));
-    ReemplazaTexto(linea, "<!ESTADO!>", gateway::EscapaHTML(EstadoEnPalabras(estado)));
-    ReemplazaTexto(linea, "<!CODIGO_ESTADO!>", gateway::EscapaHTML(estado));
+    ReemplazaTexto(linea, "<!BIBLIOTECA!>", Escapa(c.v[Copia::kBiblioteca]));
+    ReemplazaTexto(linea, "<!VOLUMEN!>", Escapa(c.v[Copia::kVolumen]));
+    ReemplazaTexto(linea, "<!EJEMPLAR!>", Escapa(c.v[Copia::kEjemplar]));
+    ReemplazaTexto(linea, "<!VENCE!>", Escapa(c.v[Copia::kVence]));
+    ReemplazaTexto(linea, "<!ESTADO!>", Escapa(EstadoEnPalabras(estado)));
+    ReemplazaTexto(linea, "<!CODIGO_ESTADO!>", Escapa(estado));
     pagina.Llena(linea);
     ReemplazaTexto(linea, "<!ACCION!>", boton);
     EnviaLinea(salida, linea);
@@ -134,7 +142,7 @@ void MuestraRespuesta(gateway::Solicitud& s, const std::string& respuesta,
   const std::vector<std::string_view> lineas = Parte(r.texto, '\n');
   if (lineas[0].starts_with("E\t")) {
     EnviaLinea(salida, "<h1>Error: el servidor de circulacion respondio: " +
-                           gateway::EscapaHTML(lineas[0].substr(2)) + "</h1>");
+                           Escapa(lineas[0].substr(2)) + "</h1>");
     return;
   }
   if (lineas[0] != "D") {
@@ -171,7 +179,9 @@ void VerDisponibilidad(gateway::Solicitud& s, Enchufe& enchufe) {
   }
   pagina.ficha = std::to_string(ficha);
   pagina.base_dta = std::to_string(base_dta);
-  pagina.archivo_cfg = s.cfg.ArchivoCFG;
+  // The name as the request gave it, as the record display writes it: the
+  // loader's full path would show where the program lives.
+  pagina.archivo_cfg = Escapa(TrimBlanks(gateway::ValorCGI(s.cgi, "ArchivoCFG")));
 
   ServidorCirculacion servidor;
   if (!BuscaServidor(s.Seccion("DISPONIBILIDAD:"), base_dta, servidor)) {

@@ -29,7 +29,8 @@
 // The page, after the HTTP header:
 //   "ENCABEZADO_DISPONIBILIDAD:", then "DETALLE_DISPONIBILIDAD:" once per
 //   copy in the server's order, then "FINAL_DISPONIBILIDAD:". The head and
-//   foot get <!NFICHA!>, <!BaseDTA!>, <!ArchivoCFG!>, <!TOTAL!> (copies) and
+//   foot get <!NFICHA!>, <!BaseDTA!>, <!ArchivoCFG!> (the request's field,
+//   as the record display writes it), <!TOTAL!> (copies) and
 //   <!DISPONIBLES!> (copies whose state is "disponible"). Each copy gets
 //   <!NUMADQUI!>, <!BIBLIOTECA!>, <!VOLUMEN!>, <!EJEMPLAR!>, <!VENCE!>,
 //   <!ESTADO!> (the state in words: "Disponible", "Prestado", "Reservado",
@@ -38,7 +39,7 @@
 //   ("disponible" or "prestado") the section "ACCION_DISPONIBILIDAD:" with
 //   <!COMANDO_SE!> ("VRESERVA"), <!DIRECCIONIP!>, <!PUERTOTCP!>,
 //   <!DISP_NUMADQUI!>, <!NFICHA!> and <!ArchivoCFG!>; otherwise nothing.
-//   Every value from the server is written with "&", "<", ">" and '"' as
+//   Every value from the server is written with "&", "<", ">" and both quotes as
 //   character references.
 //
 // Failures, one line each:

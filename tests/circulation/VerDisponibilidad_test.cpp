@@ -34,7 +34,7 @@ struct Peticion {
     p.motores.xsl = &motor;
     s.cfg.TextoCFG = "DISPONIBILIDAD:{##00  " + host + " ## " + std::to_string(puerto) +
                      "\r\n}\r\n" + kSecciones;
-    s.cfg.ArchivoCFG = "libros.cfg";
+    s.cfg.ArchivoCFG = "/usr/lib/cgi-bin/libros.cfg";
     gateway::IniciaVigilancia(s);
     p.entorno.vars["QUERY_STRING"] = campos;
     gateway::LeeVariablesCGI(s.cgi, p.entorno);
@@ -48,7 +48,7 @@ TEST(VerDisponibilidadTest, TheAnswerDecidesThePage) {
   const std::string kDoc =
       "<?xml version='1.0'?>\r\n"
       "<Disponibilidad Ficha='41'>"
-      "<Ejemplar NumAdqui='L-01' Biblioteca='Central &amp; Norte' Volumen='1' Ejemplar='1' "
+      "<Ejemplar NumAdqui=\"L'01\" Biblioteca='Central &amp; Norte' Volumen='1' Ejemplar='1' "
       "Estado='disponible' Vence=''/>"
       "<Ejemplar NumAdqui='L-02' Biblioteca='Bibliot\xE9" "ca del Sur' Volumen='2' Ejemplar='1' "
       "Estado='prestado' Vence='03/12/2026'/>"
@@ -57,8 +57,8 @@ TEST(VerDisponibilidadTest, TheAnswerDecidesThePage) {
       "</Disponibilidad>";
   const std::string kCopias =
       "<h2>Ficha 41 (base 0): 4 ejemplares, 1 disponibles</h2>\r\n"
-      "<tr class='disponible'><td>L-01</td><td>Central &amp; Norte</td><td>1/1</td>"
-      "<td>Disponible </td><td>[VRESERVA 127.0.0.1:@ L-01 41 libros.cfg]</td></tr>\r\n"
+      "<tr class='disponible'><td>L&#39;01</td><td>Central &amp; Norte</td><td>1/1</td>"
+      "<td>Disponible </td><td>[VRESERVA 127.0.0.1:@ L&#39;01 41 libros.cfg]</td></tr>\r\n"
       "<tr class='prestado'><td>L-02</td><td>Bibliot\xE9" "ca del Sur</td><td>2/1</td>"
       "<td>Prestado 03/12/2026</td><td>[VRESERVA 127.0.0.1:@ L-02 41 libros.cfg]</td></tr>\r\n"
       "<tr class='reservado'><td>L-03</td><td>&lt;b&gt;</td><td>/</td><td>Reservado </td>"
@@ -94,7 +94,8 @@ TEST(VerDisponibilidadTest, TheAnswerDecidesThePage) {
   for (const Caso& c : casos) {
     ServidorGuionado servidor(c.modo, c.respuesta);
     Peticion r("127.0.0.1", servidor.puerto(),
-               "txtLIB=cVERDISP&NoFicha=41&BaseDTA=0&direccionIP=10.9.9.9&puertoTCP=1");
+               "txtLIB=cVERDISP&ArchivoCFG=+libros.cfg+&NoFicha=41&BaseDTA=0&direccionIP=10.9.9.9&"
+               "puertoTCP=1");
     VerDisponibilidad(r.s, "CVERDISP");
     std::string esperada = std::string(kCabecera) + c.pagina;
     for (size_t at; (at = esperada.find(":@")) != std::string::npos;)

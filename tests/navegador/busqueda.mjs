@@ -5,7 +5,9 @@
 // of one issue, checking that the library's own sheets lay them out within a
 // phone's width, and saves a screenshot of the articles (CAPTURA with
 // "-articulos" before ".png"). While the gateway does not answer those
-// collections yet, that part prints "pendiente" and does not fail.
+// collections yet, that part prints "pendiente" and does not fail. Last it
+// opens the copies of a record, saves a screenshot of them ("-disponibilidad")
+// and reserves the first copy that can be reserved.
 //
 //   node tests/navegador/busqueda.mjs URL CAPTURA.png [PALABRA]
 //
@@ -110,6 +112,38 @@ try {
     const capturaArticulos = captura.replace(/(\.png)?$/, '-articulos.png');
     await pagina.screenshot({ path: capturaArticulos, fullPage: true });
     console.log(`captura: ${capturaArticulos}`);
+  }
+
+  // A record's copies and the reservation of one, through the circulation
+  // server beside the site (skipped when the records offer no availability).
+  await pagina.goto(url, { waitUntil: 'load' });
+  await pagina.fill('#txtLIB', 'quijote');
+  await Promise.all([pagina.waitForNavigation({ waitUntil: 'load' }),
+                     pagina.click('button[type=submit]')]);
+  const enlace = pagina.locator('p.disp a').first();
+  if (await enlace.count() === 0) {
+    console.log('pendiente: las fichas no ofrecen disponibilidad (sin servidor de circulación)');
+  } else {
+    await Promise.all([pagina.waitForNavigation({ waitUntil: 'load' }), enlace.click()]);
+    const filas = await pagina.$$('#ejemplares tbody tr');
+    const total = (await pagina.textContent('#total')) ?? '';
+    comprueba(filas.length > 0 && String(filas.length) === total,
+              `la disponibilidad lista ${filas.length} ejemplares (total ${total})`);
+    comprueba(await cabeEnElTelefono(), 'la disponibilidad cabe a lo ancho del teléfono');
+    const capturaDisponibilidad = captura.replace(/(\.png)?$/, '-disponibilidad.png');
+    await pagina.screenshot({ path: capturaDisponibilidad, fullPage: true });
+    console.log(`captura: ${capturaDisponibilidad}`);
+    const reservar = pagina.getByRole('button', { name: 'Reservar' }).first();
+    comprueba(await reservar.count() > 0, 'algún ejemplar se puede reservar');
+    await Promise.all([pagina.waitForNavigation({ waitUntil: 'load' }), reservar.click()]);
+    comprueba(await pagina.getByLabel('Número de cuenta del lector').isVisible(),
+              'la página de reserva pide la cuenta del lector');
+    await pagina.fill('#NumCta', 'L-2041');
+    await pagina.fill('#PWD', 'secreta');
+    await Promise.all([pagina.waitForNavigation({ waitUntil: 'load' }),
+                       pagina.click('button[type=submit]')]);
+    const respuesta = ((await pagina.textContent('#reserva')) ?? '').trim();
+    comprueba(respuesta === 'Reserva exitosa', `la reserva queda registrada ("${respuesta}")`);
   }
 } catch (error) {
   comprueba(false, `el navegador: ${error.message.split('\n')[0]}`);

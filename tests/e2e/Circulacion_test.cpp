@@ -1,0 +1,163 @@
+// End-to-end: the real orvex binary asking the real orvex-circulacion for
+// availability and reservations over the loopback, as the demo runs them.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "base/CodePage.h"
+#include "tests/e2e/Programa.h"
+
+namespace orvex {
+namespace {
+
+using namespace e2e;
+
+const fs::path kCatalogo = fs::path(ORVEX_FIXTURES) / "catalogo" / "sqlite";
+
+// orvex-circulacion on a free port of the loopback, serving a copy of the
+// fixture catalogue with copy 000217 on loan.
+class ServidorCirculacion {
+ public:
+  explicit ServidorCirculacion(const fs::path& dir) {
+    fs::create_directories(dir);
+    fs::copy_file(kCatalogo / "KORVEL8.MDB", dir / "KORVEL8.MDB",
+                  fs::copy_options::overwrite_existing);
+    int tubo[2];
+    if (pipe(tubo) != 0) return;
+    pid_ = fork();
+    if (pid_ == 0) {
+      dup2(tubo[1], 1);
+      close(tubo[0]);
+      const std::string catalogo = dir.string(), prestamos = (dir / "prestamos.db").string();
+      execl(ORVEX_CIRCULACION, "orvex-circulacion", "--puerto", "0", "--catalogo",
+            catalogo.c_str(), "--prestamos", prestamos.c_str(), "--presta",
+            "000217:A-9:05/03/2027", nullptr);
+      _exit(127);
+    }
+    close(tubo[1]);
+    std::string linea;
+    char c;
+    while (read(tubo[0], &c, 1) == 1 && c != '\n') linea += c;
+    close(tubo[0]);
+    const std::string prefijo = "orvex-circulacion: escuchando en 127.0.0.1:";
+    if (linea.starts_with(prefijo)) puerto_ = std::stoi(linea.substr(prefijo.size()));
+  }
+  ~ServidorCirculacion() { Detiene(); }
+  void Detiene() {
+    if (pid_ <= 0) return;
+    kill(pid_, SIGTERM);
+    waitpid(pid_, nullptr, 0);
+    pid_ = -1;
+  }
+  int puerto() const { return puerto_; }
+
+ private:
+  pid_t pid_ = -1;
+  int puerto_ = 0;
+};
+
+const char* const kSecciones =
+    "ENCABEZADO_DISPONIBILIDAD:\r\n{<html><body><h1>Ficha <!NFICHA!>: <!DISPONIBLES!> de "
+    "<!TOTAL!> ejemplares disponibles</h1><table>}\r\n"
+    "DETALLE_DISPONIBILIDAD:\r\n{<tr class=\"<!CODIGO_ESTADO!>\"><td><!NUMADQUI!></td>"
+    "<td><!BIBLIOTECA!></td><td><!VOLUMEN!></td><td><!EJEMPLAR!></td><td><!ESTADO!></td>"
+    "<td><!VENCE!></td><td><!ACCION!></td></tr>}\r\n"
+    "ACCION_DISPONIBILIDAD:\r\n{<form method=\"post\" action=\"orvex\"><input type=\"hidden\" "
+    "name=\"txtLIB\" value=\"<!COMANDO_SE!>\"><input type=\"hidden\" name=\"ArchivoCFG\" "
+    "value=\"<!ArchivoCFG!>\"><input type=\"hidden\" name=\"direccionIP\" "
+    "value=\"<!DIRECCIONIP!>\"><input type=\"hidden\" name=\"puertoTCP\" value=\"<!PUERTOTCP!>\">"
+    "<input type=\"hidden\" name=\"NumAdqui\" value=\"<!DISP_NUMADQUI!>\"><button>Reservar"
+    "</button></form>}\r\n"
+    "FINAL_DISPONIBILIDAD:\r\n{</table></body></html>}\r\n"
+    "RESERVA_MATERIAL:\r\n{<form method=\"post\" action=\"orvex\"><input type=\"hidden\" "
+    "name=\"txtLIB\" value=\"<!COMANDO_SE!>\"><input type=\"hidden\" name=\"direccionIP\" "
+    "value=\"<!DIRECCIONIP!>\"><input type=\"hidden\" name=\"puertoTCP\" value=\"<!PUERTOTCP!>\">"
+    "<input type=\"hidden\" name=\"NumAdqui\" value=\"<!DISP_NUMADQUI!>\"><input name=\"NumCta\">"
+    "<input type=\"password\" name=\"PWD\"></form>}\r\n"
+    "MSG_RESERVA_EXITOSA:\r\n{<p class=\"bien\"><!ESTATUS_RESERVA!></p>}\r\n"
+    "MSG_RESERVA_ERROR:\r\n{<p class=\"mal\">No se pudo reservar: <!ESTATUS_RESERVA!></p>}\r\n";
+
+class Circulacion : public ::testing::Test {
+ protected:
+  // A directory per test, since ctest runs them side by side.
+  ProgramaCGI programa_{
+      std::string("circulacion-") +
+          ::testing::UnitTest::GetInstance()->current_test_info()->name(),
+      ""};
+  ServidorCirculacion servidor_{programa_.dir() / "circulacion"};
+
+  void SetUp() override {
+    ASSERT_GT(servidor_.puerto(), 0);
+    WriteFile(programa_.dir() / "libros.cfg",
+              "DISPONIBILIDAD:\r\n{##00  127.0.0.1 ## " + std::to_string(servidor_.puerto()) +
+                  "\r\n}\r\n" + kSecciones);
+  }
+  // The page for a form posted with `cuerpo`, the server's port written
+  // as @PUERTO@.
+  std::string Pagina(const std::string& cuerpo) const {
+    const Respuesta r = programa_.Ejecuta(Post("ArchivoCFG=libros.cfg&" + cuerpo));
+    EXPECT_TRUE(r.termino);
+    return Reemplaza(r.salida, std::to_string(servidor_.puerto()), "@PUERTO@");
+  }
+  std::string Disponibilidad(int ficha) const {
+    return Pagina("txtLIB=cVERDISP&NoFicha=" + std::to_string(ficha) + "&BaseDTA=0");
+  }
+  std::string Reserva(const std::string& numadqui, const std::string& cuenta) const {
+    return Pagina("txtLIB=CRESERVA&direccionIP=127.0.0.1&puertoTCP=" +
+                  std::to_string(servidor_.puerto()) + "&NumAdqui=" + numadqui +
+                  "&NumCta=" + cuenta + "&PWD=secreta");
+  }
+};
+
+TEST_F(Circulacion, AReaderSeesTheCopiesReservesOneAndSeesItReserved) {
+  // Record 15: one copy on the shelf, one on loan.
+  ComparaConDorado("circulacion_disponibilidad", Disponibilidad(15));
+
+  const std::string ingreso = Pagina("txtLIB=VRESERVA&direccionIP=127.0.0.1&puertoTCP=" +
+                                     std::to_string(servidor_.puerto()) + "&NumAdqui=000216");
+  EXPECT_NE(ingreso.find("value=\"CRESERVA\"><input type=\"hidden\" name=\"direccionIP\" "
+                         "value=\"127.0.0.1\"><input type=\"hidden\" name=\"puertoTCP\" "
+                         "value=\"@PUERTO@\"><input type=\"hidden\" name=\"NumAdqui\" "
+                         "value=\"000216\">"),
+            std::string::npos)
+      << ingreso;
+
+  EXPECT_EQ(Reserva("000216", "A-17"),
+            "Content-Type: text/html\r\nCache-Control: public\r\n\r\n"
+            "<p class=\"bien\"><b>Reserva exitosa</b></p>\r\n");
+  EXPECT_NE(Disponibilidad(15).find("<tr class=\"reservado\"><td>000216</td><td>Central</td><td>"
+                                    "</td><td>1</td><td>Reservado</td><td></td><td></td></tr>"),
+            std::string::npos);
+  EXPECT_NE(Reserva("000216", "B-2").find("No se pudo reservar: Ejemplar ya reservado"),
+            std::string::npos);
+}
+
+TEST_F(Circulacion, AccessionNumbersWithQuotesAndCopiesNotLent) {
+  // Record 3's second copy is L'0815; record 4's only copy is not lent.
+  EXPECT_EQ(Reserva("L%270815", "A-17").find("<b>Reserva exitosa</b>") != std::string::npos, true);
+  const std::string tres = Disponibilidad(3);
+  EXPECT_NE(tres.find("<tr class=\"reservado\"><td>L&#39;0815</td><td>Humanidades</td>"),
+            std::string::npos)
+      << tres;
+  EXPECT_NE(tres.find("Ficha 3: 1 de 2 ejemplares disponibles"), std::string::npos);
+  EXPECT_NE(Disponibilidad(4).find("<tr class=\"no accesible\"><td>000202</td><td>Central</td>"
+                                   "<td></td><td>1</td><td>No accesible</td><td></td><td></td>"),
+            std::string::npos);
+  EXPECT_NE(Reserva("000202", "A-17").find("No se pudo reservar: Ejemplar no accesible"),
+            std::string::npos);
+}
+
+TEST_F(Circulacion, AServerThatIsGoneIsOneLine) {
+  servidor_.Detiene();
+  EXPECT_EQ(Disponibilidad(15),
+            Latin1("<h1>Error: no se pudo establecer la conexion: el servidor rechazó la "
+                   "conexión</h1>\r\n"));
+  EXPECT_EQ(Reserva("000216", "A-17"),
+            Latin1("<h1>Error: no se pudo establecer la conexion: el servidor rechazó la "
+                   "conexión</h1>\r\n"));
+}
+
+}  // namespace
+}  // namespace orvex
