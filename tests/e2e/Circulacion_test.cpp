@@ -1,8 +1,11 @@
 // End-to-end: the real orvex binary asking the real orvex-circulacion for
 // availability and reservations over the loopback, as the demo runs them.
 
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -157,6 +160,35 @@ TEST_F(Circulacion, AServerThatIsGoneIsOneLine) {
   EXPECT_EQ(Reserva("000216", "A-17"),
             Latin1("<h1>Error: no se pudo establecer la conexion: el servidor rechazó la "
                    "conexión</h1>\r\n"));
+}
+
+// A server that takes the connection (the kernel completes it from the
+// listening queue) and never answers: the real binary ends at the 10 s
+// watchdog with the "Timer Out:" page, for availability and reservations.
+TEST(CirculacionMuda, TheWatchdogEndsTheWait) {
+  const int escucha = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in dir{};
+  dir.sin_family = AF_INET;
+  dir.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ASSERT_EQ(bind(escucha, reinterpret_cast<sockaddr*>(&dir), sizeof dir), 0);
+  socklen_t largo = sizeof dir;
+  getsockname(escucha, reinterpret_cast<sockaddr*>(&dir), &largo);
+  ASSERT_EQ(listen(escucha, 4), 0);
+  const std::string puerto = std::to_string(ntohs(dir.sin_port));
+
+  ProgramaCGI programa("circulacion-muda", "DISPONIBILIDAD:\r\n{##00  127.0.0.1 ## " + puerto +
+                                              "\r\n}\r\n");
+  for (const std::string& cuerpo :
+       {std::string("txtLIB=cVERDISP&NoFicha=15"), "txtLIB=CRESERVA&direccionIP=127.0.0.1&puertoTCP=" +
+                                          puerto + "&NumAdqui=000216&NumCta=A-17"}) {
+    Peticion p = Post("ArchivoCFG=libros.cfg&" + cuerpo);
+    p.limite_s = 30;
+    const Respuesta r = programa.Ejecuta(p);
+    EXPECT_TRUE(r.termino) << cuerpo;
+    EXPECT_EQ(r.salida.rfind("<H4>Error en /cgi-bin/orvex</H4>", 0), 0u) << r.salida;
+    EXPECT_NE(r.salida.find("Timer Out:52--"), std::string::npos) << r.salida;
+  }
+  close(escucha);
 }
 
 }  // namespace
