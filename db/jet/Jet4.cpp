@@ -1,0 +1,1 @@
+#include "db/jet/Jet4.h"
