@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "base/RuntimeError.h"
+#include "db/JetDatabase.h"
 #include "db/SqliteDatabase.h"
 
 namespace orvex::db {
@@ -55,6 +56,20 @@ std::string Value::AsText() const {
   return std::string();
 }
 
+bool LeeFechaIso(std::string_view s, DateTime& t) {
+  int y, mo, d, h = 0, mi = 0, se = 0;
+  const std::string text(s);
+  const int n = std::sscanf(text.c_str(), "%4d-%2d-%2d %2d:%2d:%2d", &y, &mo, &d, &h, &mi, &se);
+  if (n != 3 && n != 6) return false;
+  if (mo < 1 || mo > 12 || d < 1 || d > 31) return false;
+  t.year = y, t.month = mo, t.day = d, t.hour = h, t.minute = mi, t.second = se;
+  // Day of the week (Sakamoto's method), for the weekday formats.
+  static const int offsets[] = {0, 3, 2, 5, 0, 3, 5, 1, 4, 6, 2, 4};
+  const int yy = mo < 3 ? y - 1 : y;
+  t.weekday = (yy + yy / 4 - yy / 100 + yy / 400 + offsets[mo - 1] + d) % 7;
+  return true;
+}
+
 std::unique_ptr<Database> OpenDatabase(const std::string& path, const CodePage& page,
                                        const OpenOptions& options) {
   char head[20] = {};
@@ -72,9 +87,7 @@ std::unique_ptr<Database> OpenDatabase(const std::string& path, const CodePage& 
     return OpenSqliteDatabase(path, page, options);
   }
   if (std::memcmp(head + 4, "Standard Jet DB", 15) == 0) {
-    throw RuntimeError(kErrFormatoNoReconocido,
-                       Latin1("No se reconoce el formato de la base de datos '") + path +
-                           Latin1("': esta versión de Orvex no lee archivos Jet."));
+    return OpenJetDatabase(path, page, options);
   }
   throw RuntimeError(kErrFormatoNoReconocido,
                      Latin1("No se reconoce el formato de la base de datos '") + path + "'.");

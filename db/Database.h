@@ -37,6 +37,10 @@ struct Value {
   std::string AsText() const;
 };
 
+// Reads "yyyy-mm-dd" or "yyyy-mm-dd hh:nn:ss", the form in which the
+// catalogues store dates, with the day of the week; false for anything else.
+bool LeeFechaIso(std::string_view texto, DateTime& fecha);
+
 enum class RecordsetType { Table, Dynaset, Snapshot };
 
 // A position in a table or a result. Recordsets on SQL are read as the

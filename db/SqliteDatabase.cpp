@@ -79,20 +79,6 @@ void LikeFunction(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
 
 // --- values ----------------------------------------------------------------------
 
-bool ParseIso(std::string_view s, DateTime& t) {
-  int y, mo, d, h = 0, mi = 0, se = 0;
-  const std::string text(s);
-  const int n = std::sscanf(text.c_str(), "%4d-%2d-%2d %2d:%2d:%2d", &y, &mo, &d, &h, &mi, &se);
-  if (n != 3 && n != 6) return false;
-  if (mo < 1 || mo > 12 || d < 1 || d > 31) return false;
-  t.year = y, t.month = mo, t.day = d, t.hour = h, t.minute = mi, t.second = se;
-  // Day of the week (Sakamoto's method), for the weekday formats.
-  static const int offsets[] = {0, 3, 2, 5, 0, 3, 5, 1, 4, 6, 2, 4};
-  const int yy = mo < 3 ? y - 1 : y;
-  t.weekday = (yy + yy / 4 - yy / 100 + yy / 400 + offsets[mo - 1] + d) % 7;
-  return true;
-}
-
 bool IsDateType(const char* decltype_) {
   if (decltype_ == nullptr) return false;
   const std::string t = UpperLatin1(decltype_);
@@ -109,7 +95,7 @@ Value ColumnValue(sqlite3_stmt* stmt, int i, const CodePage& page) {
       const std::string_view utf8(text == nullptr ? "" : text,
                                   static_cast<size_t>(sqlite3_column_bytes(stmt, i)));
       DateTime t;
-      if (IsDateType(sqlite3_column_decltype(stmt, i)) && ParseIso(utf8, t)) return Value::Of(t);
+      if (IsDateType(sqlite3_column_decltype(stmt, i)) && LeeFechaIso(utf8, t)) return Value::Of(t);
       return Value::Of(page.FromUtf8(utf8));
     }
   }
@@ -715,7 +701,32 @@ bool EnRegistroPrevio(const std::string& path) {
   return n == static_cast<ssize_t>(sizeof cabecera) && cabecera[18] == 2 && cabecera[19] == 2;
 }
 
+// The dialect's comparisons on a new connection.
+void HablaDialecto(sqlite3* db, const CodePage& page) {
+  void* user = const_cast<CodePage*>(&page);
+  sqlite3_create_collation(db, "JET", SQLITE_UTF8, user, CollateJet);
+  sqlite3_create_function(db, "like", 2, SQLITE_UTF8 | SQLITE_DETERMINISTIC, user, LikeFunction,
+                          nullptr, nullptr);
+}
+
 }  // namespace
+
+std::unique_ptr<Database> OpenSqliteEnMemoria(const CodePage& page,
+                                              const std::function<void(sqlite3*)>& prepara) {
+  ConfigureSqliteEngine();
+  sqlite3* db = nullptr;
+  const int rc = sqlite3_open_v2(":memory:", &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX,
+                                 nullptr);
+  if (rc != SQLITE_OK) {
+    sqlite3_close_v2(db);
+    throw RuntimeError(kErrNoSePuedeAbrir, Latin1("No se pudo preparar el motor SQL (") +
+                                               sqlite3_errstr(rc) + ").");
+  }
+  auto database = std::make_unique<SqliteDatabase>(db, page);
+  HablaDialecto(db, page);
+  prepara(db);
+  return database;
+}
 
 std::unique_ptr<Database> OpenSqliteDatabase(const std::string& path, const CodePage& page,
                                              const OpenOptions& options) {
@@ -731,10 +742,7 @@ std::unique_ptr<Database> OpenSqliteDatabase(const std::string& path, const Code
                        Latin1("No se puede abrir el archivo '") + path + "' (" + detail + ").");
   }
   auto database = std::make_unique<SqliteDatabase>(db, page);
-  void* user = const_cast<CodePage*>(&page);
-  sqlite3_create_collation(db, "JET", SQLITE_UTF8, user, CollateJet);
-  sqlite3_create_function(db, "like", 2, SQLITE_UTF8 | SQLITE_DETERMINISTIC, user, LikeFunction,
-                          nullptr, nullptr);
+  HablaDialecto(db, page);
   if (options.busy_timeout_ms > 0) {
     sqlite3_busy_timeout(db, options.busy_timeout_ms);
     // Switching a file to write-ahead logging takes an exclusive lock, and

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "db/Database.h"
@@ -15,5 +16,11 @@ namespace orvex::db {
 // the catalogue use. Raises 3051 when the file cannot be opened.
 std::unique_ptr<Database> OpenSqliteDatabase(const std::string& path, const CodePage& page,
                                              const OpenOptions& options);
+
+// A connection in memory that speaks the same dialect, for an engine that
+// presents its own tables to SQLite as virtual tables: `prepara` registers
+// them on the new connection before any statement runs.
+std::unique_ptr<Database> OpenSqliteEnMemoria(const CodePage& page,
+                                              const std::function<void(sqlite3*)>& prepara);
 
 }  // namespace orvex::db

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+
+#include "db/Database.h"
+
+// The engine for Jet 4 catalogue files, read by Orvex's own reader
+// (db/jet/Jet4.h) and never written.
+//
+// - Table-type recordsets walk the table in storage order, or an index of
+//   the file in key order: SetIndex takes the file's index names (ignoring
+//   case) and Seek descends the index's B-tree. A key the index encoding
+//   does not cover (a text column in another sort order, characters outside
+//   the word alphabet) is sought in a sorted scan of the table instead, with
+//   the same answers.
+// - SQL runs in an SQLite connection in memory in which every table of the
+//   file is a virtual table, so statements read exactly as on the SQLite
+//   catalogues (dates as ISO text, the dialect's comparisons). An "=" on the
+//   first column of an index, and a LIKE with a fixed start on a text one,
+//   become seeks.
+// - Writing (Execute) raises 3027: the file is read-only to Orvex.
+// Damage found in the file raises 3343 with the reader's message, which
+// names the file.
+namespace orvex::db {
+
+// Opens the Jet file in `path` (the caller has checked its first bytes).
+std::unique_ptr<Database> OpenJetDatabase(const std::string& path, const CodePage& page,
+                                          const OpenOptions& options);
+
+}  // namespace orvex::db

@@ -1,0 +1,255 @@
+// The Jet engine against the SQLite engine on the same catalogue: every
+// table, statement and index seek the gateway makes must answer alike.
+#include "db/Database.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <unistd.h>
+
+#include "base/RuntimeError.h"
+#include "tests/support/Fakes.h"
+
+namespace orvex::db {
+namespace {
+
+namespace fs = std::filesystem;
+
+const fs::path kCatalogo = fs::path(ORVEX_FIXTURES) / "catalogo";
+const CodePage& kPage = CodePage::Windows1252();
+
+std::unique_ptr<Database> Abre(const char* motor, const char* archivo) {
+  return OpenDatabase((kCatalogo / motor / archivo).string(), kPage, {.read_only = true});
+}
+
+// Every row of `rs` from where it stands, each value as "type:text".
+std::vector<std::string> Filas(Recordset& rs, const std::vector<std::string>& campos,
+                               size_t limite = SIZE_MAX) {
+  std::vector<std::string> filas;
+  for (; !rs.Eof() && filas.size() < limite; rs.MoveNext()) {
+    std::string fila;
+    for (const std::string& campo : campos) {
+      const Value v = rs.Field(campo);
+      fila += std::to_string(static_cast<int>(v.type)) + ":" + v.AsText() + "|";
+    }
+    filas.push_back(fila);
+  }
+  return filas;
+}
+
+// The text of the RuntimeError that `f` raises; empty when it raises none.
+std::string DescripcionDelError(const std::function<void()>& f) {
+  try {
+    f();
+  } catch (const RuntimeError& e) {
+    return e.description();
+  }
+  return "";
+}
+
+struct Tabla {
+  const char* archivo;
+  const char* tabla;
+};
+
+constexpr Tabla kTablas[] = {
+    {"KORVEL8.MDB", "Fichas"},        {"KORVEL8.MDB", "Ejemplares"},
+    {"KORVEL8.MDB", "Configuracion"}, {"KORVEL8.MDB", "Fichas Revistas"},
+    {"KORVEL8.MDB", "Analiticas"},    {"INDIZADO.MDB", "TABLA"},
+    {"indizaPP.MDB", "TABLA"},        {"indizaPP.MDB", "TABLAANA"},
+    {"estadisticas.mdb", "Consultas"},
+};
+
+TEST(JetDatabase, EveryTableReadsAsInSqliteThroughSqlAndAsATable) {
+  for (const Tabla& t : kTablas) {
+    SCOPED_TRACE(std::string(t.archivo) + " " + t.tabla);
+    auto jet = Abre("jet", t.archivo);
+    auto sqlite = Abre("sqlite", t.archivo);
+    EXPECT_EQ(jet->ColumnNames(t.tabla), sqlite->ColumnNames(t.tabla));
+    const std::vector<std::string> campos = sqlite->ColumnNames(t.tabla);
+    const std::string sql = std::string("SELECT * FROM [") + t.tabla + "]";
+    auto esperado = sqlite->OpenRecordset(sql, RecordsetType::Snapshot);
+    const std::vector<std::string> filas = Filas(*esperado, campos);
+    ASSERT_FALSE(filas.empty());
+    auto por_sql = jet->OpenRecordset(sql, RecordsetType::Snapshot);
+    EXPECT_EQ(Filas(*por_sql, campos), filas);
+    auto como_tabla = jet->OpenRecordset(t.tabla, RecordsetType::Table);
+    EXPECT_EQ(Filas(*como_tabla, campos), filas);
+  }
+}
+
+TEST(JetDatabase, StatementsOfTheGatewayAnswerAsInSqlite) {
+  struct Caso {
+    const char* archivo;
+    const char* sql;
+  };
+  const Caso casos[] = {
+      {"KORVEL8.MDB", "select * from EJEMPLARES where ficha_no=3"},
+      {"KORVEL8.MDB", "select * from FICHAS where ficha_no=15"},
+      {"KORVEL8.MDB", "select * from FICHAS where ficha_no=0"},
+      {"KORVEL8.MDB", "SELECT Ficha_No FROM Ejemplares WHERE NumAdqui='l''0815'"},
+      {"KORVEL8.MDB", "SELECT Ficha_No FROM Ejemplares WHERE NumAdqui='000216'"},
+      {"KORVEL8.MDB", "SELECT * FROM Ejemplares WHERE Biblioteca like 'cen*' ORDER BY NumAdqui DESC"},
+      {"KORVEL8.MDB", "SELECT EtiquetasMARC FROM [Fichas Revistas] WHERE Ficha_no=3"},
+      {"KORVEL8.MDB", "SELECT * FROM analiticas WHERE numadqui = 'P001' ORDER BY ID DESC"},
+      {"KORVEL8.MDB",
+       "SELECT F.Ficha_No, E.NumAdqui FROM Fichas AS F INNER JOIN Ejemplares AS E ON "
+       "F.Ficha_No = E.Ficha_No WHERE E.NumAdqui = '000216'"},
+      {"KORVEL8.MDB", "SELECT * FROM Ejemplares WHERE FechaIngreso = #08/29/2002#"},
+      {"KORVEL8.MDB", "SELECT count(*) AS n FROM Fichas"},
+      {"INDIZADO.MDB", "SELECT * FROM TABLA WHERE palabra='NOVELA' ORDER BY ficha, posicion"},
+      {"INDIZADO.MDB", "SELECT ficha FROM TABLA WHERE palabra like 'COMPUT*' and campo= 1"},
+      {"INDIZADO.MDB", "SELECT ficha FROM TABLA WHERE palabra like '*ISMO'"},
+      {"INDIZADO.MDB", "SELECT ficha, posicion FROM TABLA WHERE palabra='espa\xD1ola'"},
+      {"indizaPP.MDB", "SELECT * FROM TABLAANA WHERE palabra like 'HIST*'"},
+  };
+  for (const Caso& c : casos) {
+    SCOPED_TRACE(c.sql);
+    auto jet = Abre("jet", c.archivo);
+    auto sqlite = Abre("sqlite", c.archivo);
+    auto esperado = sqlite->OpenRecordset(c.sql, RecordsetType::Snapshot);
+    const std::vector<std::string> campos = esperado->FieldNames();
+    auto obtenido = jet->OpenRecordset(c.sql, RecordsetType::Snapshot);
+    EXPECT_EQ(obtenido->FieldNames(), campos);
+    // Rows whose order the statement does not fix are compared as sets.
+    std::vector<std::string> a = Filas(*obtenido, campos), b = Filas(*esperado, campos);
+    if (std::string(c.sql).find("ORDER BY") == std::string::npos) {
+      std::sort(a.begin(), a.end());
+      std::sort(b.begin(), b.end());
+    }
+    EXPECT_EQ(a, b);
+  }
+}
+
+// The word index's seeks, as the search makes them, walked on from the
+// entry found.
+TEST(JetDatabase, IndexSeeksFindWhatSqliteFinds) {
+  struct Caso {
+    const char* archivo;
+    const char* tabla;
+    const char* indice;
+    const char* op;
+    std::vector<Value> claves;
+  };
+  const auto T = [](const char* s) { return Value::Of(std::string(s)); };
+  const auto N = [](std::int64_t n) { return Value::Of(n); };
+  const Caso casos[] = {
+      {"INDIZADO.MDB", "TABLA", "FRASE", "=", {T("NOVELA")}},
+      {"INDIZADO.MDB", "TABLA", "frase", "=", {T("QUIJOTE")}},
+      {"INDIZADO.MDB", "TABLA", "FRASE", "=", {T("ESPA\xD1OLA")}},
+      {"INDIZADO.MDB", "TABLA", "FRASE", "=", {T("ZZZZ")}},
+      {"INDIZADO.MDB", "TABLA", "FRASE", ">=", {T("COMPUT")}},
+      {"INDIZADO.MDB", "TABLA", "FRASE", ">=", {T("ZZZZZZ")}},
+      {"INDIZADO.MDB", "TABLA", "FRASE", ">", {T("NOVELA")}},
+      {"INDIZADO.MDB", "TABLA", "FRASE", "=", {T("QUIJOTE"), N(3)}},
+      {"INDIZADO.MDB", "TABLA", "FRASE", "=", {T("DON"), N(3), N(2)}},
+      {"INDIZADO.MDB", "TABLA", "FRASE", "=", {T("DON"), N(3), N(999)}},
+      {"INDIZADO.MDB", "TABLA", "FRASE", "<=", {T("NOVELA"), N(3)}},
+      {"INDIZADO.MDB", "TABLA", "FRASE", "<", {T("NOVELA")}},
+      // A "*" is no letter of the key: the sorted scan answers.
+      {"INDIZADO.MDB", "TABLA", "FRASE", "=", {T("COMPUT*"), N(3), N(2)}},
+      {"indizaPP.MDB", "TABLAANA", "FRASE", "=", {T("HISTORIA")}},
+      {"KORVEL8.MDB", "Fichas", "PrimaryKey", "=", {N(15)}},
+      {"KORVEL8.MDB", "Ejemplares", "Ficha_No", "=", {N(3)}},
+      {"KORVEL8.MDB", "Ejemplares", "NumAdqui", "=", {T("000216")}},
+      {"KORVEL8.MDB", "Ejemplares", "NumAdqui", "=", {T("L'0815")}},
+      {"KORVEL8.MDB", "Ejemplares", "NumAdqui", ">=", {T("000300")}},
+  };
+  for (const Caso& c : casos) {
+    SCOPED_TRACE(std::string(c.tabla) + "." + c.indice + " " + c.op + " " + c.claves[0].AsText());
+    auto jet = Abre("jet", c.archivo);
+    auto sqlite = Abre("sqlite", c.archivo);
+    const std::vector<std::string> campos = sqlite->ColumnNames(c.tabla);
+    auto a = jet->OpenRecordset(c.tabla, RecordsetType::Table);
+    auto b = sqlite->OpenRecordset(c.tabla, RecordsetType::Table);
+    a->SetIndex(c.indice);
+    b->SetIndex(c.indice);
+    a->Seek(c.op, c.claves);
+    b->Seek(c.op, c.claves);
+    EXPECT_EQ(a->NoMatch(), b->NoMatch());
+    // Past the entry found, mixed-case accession numbers lie in Jet's order
+    // (letter case ignored) and in the SQLite file's own: only the entry
+    // found is compared there.
+    const size_t limite = std::string(c.indice) == "NumAdqui" ? 1 : 40;
+    EXPECT_EQ(Filas(*a, campos, limite), Filas(*b, campos, limite));
+  }
+}
+
+TEST(JetDatabase, AnIndexChosenWalksInKeyOrderAndSeeksRepeat) {
+  auto jet = Abre("jet", "INDIZADO.MDB");
+  auto sqlite = Abre("sqlite", "INDIZADO.MDB");
+  auto a = jet->OpenRecordset("TABLA", RecordsetType::Table);
+  auto b = sqlite->OpenRecordset("TABLA", RecordsetType::Table);
+  a->SetIndex("FRASE");
+  b->SetIndex("FRASE");
+  const std::vector<std::string> campos = {"palabra", "ficha", "posicion"};
+  EXPECT_EQ(Filas(*a, campos, 500), Filas(*b, campos, 500));
+  // A phrase seeks the same recordset again and again.
+  for (std::int64_t posicion : {1, 2, 3, 4, 5, 6}) {
+    const std::vector<Value> clave = {Value::Of(std::string("QUIJOTE")), Value::Of(std::int64_t{3}),
+                                      Value::Of(posicion)};
+    a->Seek("=", clave);
+    b->Seek("=", clave);
+    EXPECT_EQ(a->NoMatch(), b->NoMatch()) << posicion;
+  }
+}
+
+TEST(JetDatabase, IsReadOnlyAndReportsWhatIsMissing) {
+  auto jet = Abre("jet", "KORVEL8.MDB");
+  EXPECT_EQ(testing::ErrorNumberOf([&] { jet->Execute("DELETE FROM Fichas"); }), kErrSoloLectura);
+  EXPECT_EQ(testing::ErrorNumberOf([&] { jet->OpenRecordset("NoHay", RecordsetType::Table); }),
+            kErrTablaNoEncontrada);
+  auto rs = jet->OpenRecordset("Fichas", RecordsetType::Table);
+  EXPECT_EQ(testing::ErrorNumberOf([&] { rs->SetIndex("NoHay"); }), 3800);
+  EXPECT_EQ(testing::ErrorNumberOf([&] { rs->Field("NoHay"); }), kErrElementoNoEncontrado);
+  EXPECT_EQ(testing::ErrorNumberOf([&] { jet->OpenRecordset("SELECT * FROM NoHay", RecordsetType::Snapshot); }),
+            kErrSintaxis);
+  const std::vector<std::string> tablas = jet->TableNames();
+  EXPECT_EQ(std::set<std::string>(tablas.begin(), tablas.end()),
+            (std::set<std::string>{"Fichas", "Ejemplares", "Configuracion", "Fichas Revistas",
+                                   "Analiticas"}));
+}
+
+TEST(JetDatabase, DamageIsAnEngineErrorNamingTheFile) {
+  const fs::path dir = fs::temp_directory_path() / ("orvex-jet-" + std::to_string(::getpid()));
+  fs::create_directories(dir);
+  std::ifstream in(kCatalogo / "jet" / "INDIZADO.MDB", std::ios::binary);
+  const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  struct Caso {
+    const char* nombre;
+    std::string contenido;
+  };
+  std::string ceros = bytes;
+  std::fill(ceros.begin() + 4096 * 2, ceros.begin() + 4096 * 3, '\0');  // the catalogue
+  std::string jet3 = bytes;
+  jet3[0x14] = 0;
+  const Caso casos[] = {
+      {"truncado.mdb", bytes.substr(0, 4096 * 5 + 100)},
+      {"catalogo.mdb", ceros},
+      {"jet3.mdb", jet3},
+  };
+  for (const Caso& c : casos) {
+    const fs::path ruta = dir / c.nombre;
+    std::ofstream(ruta, std::ios::binary) << c.contenido;
+    const int n = testing::ErrorNumberOf([&] {
+      auto db = OpenDatabase(ruta.string(), kPage, {.read_only = true});
+      auto rs = db->OpenRecordset("SELECT * FROM TABLA", RecordsetType::Snapshot);
+      while (!rs->Eof()) rs->MoveNext();
+    });
+    EXPECT_EQ(n, kErrFormatoNoReconocido) << c.nombre;
+    const std::string mensaje = DescripcionDelError([&] {
+      auto db = OpenDatabase(ruta.string(), kPage, {.read_only = true});
+      auto rs = db->OpenRecordset("TABLA", RecordsetType::Table);
+      rs->SetIndex("FRASE");
+      rs->Seek("=", {Value::Of(std::string("NOVELA"))});
+      while (!rs->Eof()) rs->MoveNext();
+    });
+    EXPECT_NE(mensaje.find(c.nombre), std::string::npos) << mensaje;
+  }
+  fs::remove_all(dir);
+}
+
+}  // namespace
+}  // namespace orvex::db

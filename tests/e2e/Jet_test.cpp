@@ -1,0 +1,119 @@
+// The same catalogue as Jet 4 files and as SQLite files gives the same pages,
+// byte for byte: searches of every kind, paging, each presentation,
+// periodicals, articles, the sequential listing and the accession-number
+// lookup. The statistics database is the SQLite one in both, since Orvex
+// does not write Jet files.
+
+#include <gtest/gtest.h>
+
+#include "tests/e2e/Programa.h"
+
+namespace orvex {
+namespace {
+
+using namespace e2e;
+
+const fs::path kFixtures = fs::path(ORVEX_FIXTURES) / "catalogo";
+
+// A program directory whose bases/ holds the catalogue of `motor` ("jet" or
+// "sqlite"), with the configurations libros.cfg, revistas.cfg and
+// catalogo.cfg of tests/e2e/cfg.
+class Programa {
+ public:
+  Programa(const std::string& nombre, const std::string& motor) : programa_(nombre, "") {
+    const fs::path bases = programa_.dir() / "bases";
+    fs::create_directories(bases);
+    for (const char* archivo : {"KORVEL8.MDB", "INDIZADO.MDB", "indizaPP.MDB"}) {
+      fs::copy_file(kFixtures / motor / archivo, bases / archivo);
+    }
+    fs::copy_file(kFixtures / "sqlite" / "estadisticas.mdb", bases / "estadisticas.mdb");
+    for (const char* cfg : {"libros.cfg", "revistas.cfg", "catalogo.cfg"}) {
+      WriteFile(programa_.dir() / cfg,
+                Reemplaza(ReadFile(fs::path(ORVEX_E2E_DIR) / "cfg" / cfg), "@BASES@", bases.string()));
+    }
+  }
+  std::string Pagina(const std::string& query) const {
+    const Respuesta r = programa_.Ejecuta(Get(query));
+    EXPECT_TRUE(r.termino);
+    return Reemplaza(r.salida, programa_.dir().string(), "@DIR@");
+  }
+
+ private:
+  ProgramaCGI programa_;
+};
+
+struct Caso {
+  const char* nombre;
+  const char* query;
+  const char* contiene;  // a text the page must hold, so that a shared failure shows
+};
+
+void PrintTo(const Caso& c, std::ostream* os) { *os << c.nombre; }
+
+class DosMotores : public ::testing::TestWithParam<Caso> {};
+
+TEST_P(DosMotores, GiveTheSamePage) {
+  const Caso& c = GetParam();
+  const Programa jet(std::string("jet_") + c.nombre, "jet");
+  const Programa sqlite(std::string("sqlite_") + c.nombre, "sqlite");
+  const std::string pagina = sqlite.Pagina(c.query);
+  EXPECT_NE(pagina.find(c.contiene), std::string::npos) << pagina.substr(0, 3000);
+  EXPECT_EQ(jet.Pagina(c.query), pagina);
+}
+
+#define LIBROS "ArchivoCFG=libros.cfg&ACERVO=libros&"
+#define REVISTAS "ArchivoCFG=revistas.cfg&"
+#define LISTADO "ArchivoCFG=catalogo.cfg&ACERVO=CATALOGOS&"
+
+INSTANTIATE_TEST_SUITE_P(
+    Orvex, DosMotores,
+    ::testing::Values(
+        Caso{"palabra", LIBROS "txtLIB=novela&Cantidad=10&FichaINI=1", "Ficha "},
+        Caso{"palabra_segunda_pagina", LIBROS "txtLIB=novela&Cantidad=10&FichaINI=11", "Ficha "},
+        Caso{"palabra_con_enie", LIBROS "txtLIB=espa%F1ola&Cantidad=5&FichaINI=1", "Ficha "},
+        Caso{"por_campos", LIBROS "txtAUT=cervantes&txtTIT=quijote&Cantidad=5&FichaINI=1", "Ficha "},
+        Caso{"tema", LIBROS "txtTEM=historia&Cantidad=5&FichaINI=1", "Ficha "},
+        Caso{"truncada", LIBROS "txtLIB=hist%24&Cantidad=5&FichaINI=1", "Ficha "},
+        Caso{"truncada_por_titulo", LIBROS "txtTIT=nov%24&Cantidad=5&FichaINI=1", "Ficha "},
+        Caso{"frase", LIBROS "txtLIB=%22don+quijote%22&Cantidad=5&FichaINI=1", "Ficha "},
+        Caso{"frase_larga", LIBROS "txtLIB=%22historia+de+la%22&Cantidad=5&FichaINI=1", "Ficha "},
+        Caso{"y_o_no", LIBROS "txtLIB=siglo+and+novela+or+cuentos&Cantidad=5&FichaINI=1",
+             "Ficha "},
+        Caso{"avanzada", LIBROS
+             "BUSQ_AVANZADA=1&txtEXPR1=cervantes&opCAMPO1=2&opBOOLEAN1=1&txtEXPR2=quijote&"
+             "opCAMPO2=1&Cantidad=5&FichaINI=1",
+             "Ficha "},
+        Caso{"sin_resultado", LIBROS "txtLIB=zzzz&Cantidad=10&FichaINI=1", "No se encontr"},
+        Caso{"una_ficha", LIBROS "txtNoFicha=15&txtLIB=algebra&Cantidad=10&FichaINI=1", "Ficha 15"},
+        Caso{"breve", LIBROS "txtLIB=quijote&mostrarFICHABIB=1&Cantidad=10&FichaINI=1", "Ficha "},
+        Caso{"tabla", LIBROS "txtLIB=quijote&mostrarFICHABDL=1&Cantidad=10&FichaINI=1", "Ficha "},
+        Caso{"formato", LIBROS "txtLIB=borges&FormatoFicha=2&Cantidad=10&FichaINI=1", "Ficha "},
+        Caso{"revistas", REVISTAS "ACERVO=REVISTAS&txtLIB=publicaciones&Cantidad=4&FichaINI=1",
+             "Ficha 1 "},
+        Caso{"revistas_segunda", REVISTAS "ACERVO=REVISTAS&txtLIB=publicaciones&Cantidad=4&FichaINI=5",
+             "Ficha "},
+        Caso{"revistas_editorial", REVISTAS "ACERVO=REVISTAS&txtEDIT=colegio&Cantidad=4&FichaINI=1",
+             "Ficha "},
+        Caso{"revistas_ficha", REVISTAS "ACERVO=REVISTAS&txtNoFicha=3&txtLIB=cultura&Cantidad=4",
+             "Ficha 3"},
+        Caso{"articulos", REVISTAS "ACERVO=ARTICULOS&txtLIB=historia&Cantidad=3&FichaINI=1", "ficha"},
+        Caso{"articulos_formato2",
+             REVISTAS "ACERVO=ARTICULOS&txtLIB=historia&TipoFormato=2&Cantidad=3&FichaINI=1", "ficha"},
+        Caso{"articulos_de_ejemplar", REVISTAS "ACERVO=ARTICULOS&txtNumadqui=P000777&Cantidad=9", "ficha"},
+        Caso{"listado_texto", LISTADO "CAMPO=Biblioteca&txtLIB=Central&Cantidad=5&FichaINI=1",
+             "<td>"},
+        Caso{"listado_parcial",
+             LISTADO "CAMPO=Biblioteca&txtLIB=cen&TIPOBUSQUEDA=1&Cantidad=5&FichaINI=2", "<td>"},
+        Caso{"listado_numero", LISTADO "CAMPO=Ficha_No&txtLIB=15&Cantidad=5&FichaINI=1", "<td>"},
+        Caso{"listado_fecha",
+             LISTADO "CAMPO=FechaIngreso&txtLIB=29/08/2002&Cantidad=5&FichaINI=1", "Registros"},
+        Caso{"numadqui", "ArchivoCFG=libros.cfg&ACERVO=libros&txtLIB=show_num+000216", "Ficha"},
+        Caso{"numadqui_apostrofo", "ArchivoCFG=libros.cfg&ACERVO=libros&txtLIB=show_num+L%270815",
+             "Ficha"},
+        Caso{"numadqui_hoja", "ArchivoCFG=libros.cfg&ACERVO=libros&txtLIB=SHOW_NUM+000216%2C2",
+             "Ficha"},
+        Caso{"detalle", "ArchivoCFG=libros.cfg&txtLIB=SHOW_SEC+15", "15"}),
+    [](const ::testing::TestParamInfo<Caso>& info) { return info.param.nombre; });
+
+}  // namespace
+}  // namespace orvex
