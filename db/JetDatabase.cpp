@@ -134,10 +134,7 @@ class JetTablaRecordset : public Recordset {
           en_fila_ = filas_->Siguiente();
           cargada_ = en_fila_;
           break;
-        case Modo::Indice:
-          HazLista();
-          modo_ = Modo::Lista;
-          [[fallthrough]];
+        case Modo::Indice: en_fila_ = cursor_->Primero(); break;
         case Modo::Lista: en_fila_ = !lista_.empty(), lista_i_ = 0; break;
       }
     });
@@ -273,11 +270,7 @@ class JetTablaRecordset : public Recordset {
     cargada_ = false;
     Protege([&] {
       if (modo_ == Modo::Indice) {
-        // The index's first entry: its rows in key order.
-        HazLista();
-        modo_ = Modo::Lista;
-        lista_i_ = 0;
-        en_fila_ = !lista_.empty();
+        en_fila_ = cursor_->Primero();
       } else {
         filas_->Reinicia();
         en_fila_ = filas_->Siguiente();

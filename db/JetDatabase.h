@@ -11,8 +11,8 @@
 //   the file in key order: SetIndex takes the file's index names (ignoring
 //   case) and Seek descends the index's B-tree. A key the index encoding
 //   does not cover (a text column in another sort order, characters outside
-//   the word alphabet) is sought in a sorted scan of the table instead, with
-//   the same answers.
+//   the word alphabet, a descending column) is sought in a sorted scan of
+//   the table instead.
 // - SQL runs in an SQLite connection in memory in which every table of the
 //   file is a virtual table, so statements read exactly as on the SQLite
 //   catalogues (dates as ISO text, the dialect's comparisons). An "=" on the

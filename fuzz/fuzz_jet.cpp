@@ -1,5 +1,5 @@
 // Arbitrary bytes as a Jet file: the catalogue, every table definition,
-// every row and value. The reader must answer with ErrorJet or with values,
+// every row and value, every index walked and sought. The reader must answer with ErrorJet or with values,
 // never crash, hang or read out of bounds.
 #include <cstddef>
 #include <cstdint>
@@ -22,6 +22,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* datos, std::size_t lar
             const Valor v = filas.Lee(i);
             if (v.tipo == Valor::Tipo::Fecha) FechaISO(v.real);
           }
+        }
+        for (const Indice& indice : tabla->indices) {
+          CursorIndice cursor(*archivo, *tabla, indice);
+          for (int n = 0; n < 100000 && (n == 0 ? cursor.Primero() : cursor.Siguiente()); ++n) {
+            filas.Ve(cursor.Fila());
+          }
+          if (const auto clave = cursor.Clave({Valor::DeTexto("HISTORIA")})) cursor.Busca(*clave);
         }
       } catch (const ErrorJet&) {
       }
