@@ -319,10 +319,11 @@ Tabla ArchivoJet::LeeDefinicion(std::uint32_t pagina, const std::string& nombre)
 std::vector<std::uint32_t> ArchivoJet::MapaDeUso(std::uint32_t puntero, std::uint32_t definicion) const {
   const Trozo m = FilaApuntada(*this, puntero);
   std::vector<std::uint32_t> r;
+  // Pages are checked when they are walked (Filas::Siguiente), so that
+  // opening a table does not read all of them.
+  (void)definicion;
   auto agrega = [&](std::uint32_t n) {
-    if (n == 0 || n >= paginas_) return;
-    const std::uint8_t* p = Pagina(n);
-    if (p[0] == kPaginaDatos && U32(p + 4) == definicion) r.push_back(n);
+    if (n != 0 && n < paginas_) r.push_back(n);
   };
   if (m.B(0) == 0) {
     const std::uint32_t inicio = m.L(1);
@@ -400,7 +401,9 @@ bool Filas::Siguiente() {
   while (e.pagina_i < e.t.paginas_datos.size()) {
     const std::uint32_t pagina = e.t.paginas_datos[e.pagina_i];
     const std::uint8_t* p = e.f.Pagina(pagina);
-    const int filas = U16(p + 0x0C);
+    // A page the map lists that is not one of the table's data pages (freed
+    // and reused since) has no rows of it.
+    const int filas = p[0] == kPaginaDatos && U32(p + 4) == e.t.pagina_definicion ? U16(p + 0x0C) : 0;
     while (++e.fila < filas) {
       const FilaCruda r = LeeFilaCruda(e.f, pagina, static_cast<std::uint16_t>(e.fila));
       // A forwarded row is read where its pointer leads.
