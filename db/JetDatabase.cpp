@@ -170,6 +170,15 @@ class JetTablaRecordset : public Recordset {
     const size_t i = Columna(name);
     RequiereFila();
     return Protege([&] {
+      // On an index walk, a column of the key is read back from it without
+      // reading the row: the word index's walks read nothing else.
+      if (modo_ == Modo::Indice && !cargada_) {
+        for (size_t k = 0; k < indice_->columnas.size(); ++k) {
+          if (indice_->columnas[k].columna != i) continue;
+          if (const auto v = cursor_->ValorDeClave(k)) return ValorDe(*v, page_);
+          break;
+        }
+      }
       Carga();
       return ValorDe(filas_->Lee(i), page_);
     });

@@ -1,4 +1,8 @@
+#include <algorithm>
+#include <array>
+#include <memory>
 #include <set>
+#include <unordered_map>
 
 #include "base/CodePage.h"
 #include "db/jet/Jet4.h"
@@ -78,6 +82,23 @@ std::vector<Entrada> Entradas(const FuentePaginas& f, std::uint32_t n, std::uint
   return r;
 }
 
+// Parsed pages by number, with their type.
+struct Parseada {
+  std::uint8_t tipo = 0;
+  std::shared_ptr<const std::vector<Entrada>> entradas;
+};
+using Paginas = std::unordered_map<std::uint32_t, Parseada>;
+
+const Parseada& Parsea(const FuentePaginas& f, Paginas& paginas, std::uint32_t n) {
+  auto it = paginas.find(n);
+  if (it == paginas.end()) {
+    Parseada p;
+    p.entradas = std::make_shared<const std::vector<Entrada>>(Entradas(f, n, p.tipo));
+    it = paginas.emplace(n, std::move(p)).first;
+  }
+  return it->second;
+}
+
 // "General (legacy)" sort order: one primary byte per character of the word
 // alphabet, letters without regard to case.
 int Primario(std::uint32_t c) {
@@ -88,6 +109,18 @@ int Primario(std::uint32_t c) {
                                                0x6B, 0x6D, 0x6F, 0x71, 0x73, 0x75, 0x76, 0x78};
   if (c >= 'A' && c <= 'Z') return kLetras[c - 'A'];
   return -1;
+}
+
+// The character of a primary byte of the word alphabet; 0 for any other.
+std::uint32_t DeLetra(std::uint8_t b) {
+  static const auto kTabla = [] {
+    std::array<std::uint8_t, 256> t{};
+    for (std::uint32_t c = '0'; c <= 'Z'; ++c) {
+      if (c <= '9' || c >= 'A') t[static_cast<std::size_t>(Primario(c))] = static_cast<std::uint8_t>(c);
+    }
+    return t;
+  }();
+  return kTabla[b];
 }
 
 // The code points of a UTF-8 text; nothing when it is not UTF-8.
@@ -139,10 +172,12 @@ bool ClaveTexto(std::string_view texto, std::string& clave) {
 }  // namespace
 
 struct CursorIndice::Estado {
+  Estado(const FuentePaginas& archivo, const Tabla& t, const Indice& i) : f(archivo), tabla(t), indice(i) {}
   const FuentePaginas& f;
   const Tabla& tabla;
   const Indice& indice;
-  std::vector<Entrada> hoja;
+  std::shared_ptr<const std::vector<Entrada>> hoja = std::make_shared<std::vector<Entrada>>();
+  Paginas paginas;  // the pages read, parsed: a phrase seeks the same ones again and again
   std::size_t i = 0;
   std::uint32_t siguiente = 0;  // the next leaf
   bool valido = false;
@@ -150,7 +185,7 @@ struct CursorIndice::Estado {
 };
 
 CursorIndice::CursorIndice(const FuentePaginas& archivo, const Tabla& tabla, const Indice& indice)
-    : e_(std::make_unique<Estado>(Estado{archivo, tabla, indice, {}, 0, 0, false, 0})) {}
+    : e_(std::make_unique<Estado>(archivo, tabla, indice)) {}
 CursorIndice::~CursorIndice() = default;
 
 std::optional<std::string> CursorIndice::Clave(const std::vector<Valor>& claves) const {
@@ -188,28 +223,27 @@ namespace {
 
 // Descends from the root to the leaf that holds the first key >= `clave`
 // (the first leaf when `clave` is null); its entries and next leaf.
-std::uint32_t Desciende(const FuentePaginas& f, std::uint32_t raiz, const std::string* clave,
-                        std::vector<Entrada>& hoja) {
+std::uint32_t Desciende(const FuentePaginas& f, Paginas& paginas, std::uint32_t raiz,
+                        const std::string* clave, std::shared_ptr<const std::vector<Entrada>>& hoja) {
   std::uint32_t n = raiz;
   std::set<std::uint32_t> vistas;
   for (int nivel = 0; nivel < kProfundidadMaxima; ++nivel) {
     if (!vistas.insert(n).second) Danado(f, "en ciclo");
-    std::uint8_t tipo = 0;
-    std::vector<Entrada> entradas = Entradas(f, n, tipo);
+    const Parseada& pagina = Parsea(f, paginas, n);
     const std::uint8_t* p = f.Pagina(n);
-    if (tipo == kHoja) {
-      hoja = std::move(entradas);
+    if (pagina.tipo == kHoja) {
+      hoja = pagina.entradas;
       return U32(p + 16);
     }
     std::uint32_t hijo = U32(p + 20);  // the tail: keys above every entry
-    for (const Entrada& e : entradas) {
+    for (const Entrada& e : *pagina.entradas) {
       if (clave == nullptr || e.clave >= *clave) {
         hijo = e.pagina;
         break;
       }
     }
     if (hijo == 0) {
-      hoja.clear();
+      hoja = std::make_shared<const std::vector<Entrada>>();
       return 0;
     }
     n = hijo;
@@ -222,23 +256,26 @@ std::uint32_t Desciende(const FuentePaginas& f, std::uint32_t raiz, const std::s
 bool CursorIndice::Busca(std::string_view clave) {
   Estado& e = *e_;
   const std::string buscada(clave);
-  e.siguiente = Desciende(e.f, e.indice.pagina_raiz, &buscada, e.hoja);
+  e.siguiente = Desciende(e.f, e.paginas, e.indice.pagina_raiz, &buscada, e.hoja);
   e.hojas = 0;
   e.i = 0;
-  while (e.i < e.hoja.size() && e.hoja[e.i].clave < buscada) ++e.i;
+  const std::vector<Entrada>& hoja = *e.hoja;
+  e.i = static_cast<std::size_t>(
+      std::lower_bound(hoja.begin(), hoja.end(), buscada,
+                       [](const Entrada& a, const std::string& b) { return a.clave < b; }) -
+      hoja.begin());
   e.valido = true;
-  if (e.i < e.hoja.size()) return true;
-  e.i = e.hoja.empty() ? 0 : e.hoja.size() - 1;
-  e.hoja.clear();
+  if (e.i < hoja.size()) return true;
+  e.hoja = std::make_shared<const std::vector<Entrada>>();
   return Siguiente();
 }
 
 bool CursorIndice::Primero() {
   Estado& e = *e_;
-  e.siguiente = Desciende(e.f, e.indice.pagina_raiz, nullptr, e.hoja);
+  e.siguiente = Desciende(e.f, e.paginas, e.indice.pagina_raiz, nullptr, e.hoja);
   e.hojas = 0;
   e.i = 0;
-  e.valido = !e.hoja.empty();
+  e.valido = !e.hoja->empty();
   if (e.valido) return true;
   e.valido = true;
   return Siguiente();
@@ -247,31 +284,99 @@ bool CursorIndice::Primero() {
 bool CursorIndice::Siguiente() {
   Estado& e = *e_;
   if (!e.valido) return false;
-  if (!e.hoja.empty() && ++e.i < e.hoja.size()) return true;
+  if (!e.hoja->empty() && ++e.i < e.hoja->size()) return true;
   while (e.siguiente != 0) {
     if (++e.hojas > e.f.Paginas()) Danado(e.f, "con hojas en ciclo");
-    std::uint8_t tipo = 0;
     const std::uint32_t n = e.siguiente;
-    e.hoja = Entradas(e.f, n, tipo);
-    if (tipo != kHoja) Danado(e.f, "con una hoja que no lo es");
+    const Parseada& pagina = Parsea(e.f, e.paginas, n);
+    if (pagina.tipo != kHoja) Danado(e.f, "con una hoja que no lo es");
+    e.hoja = pagina.entradas;
     e.siguiente = U32(e.f.Pagina(n) + 16);
     e.i = 0;
-    if (!e.hoja.empty()) return true;
+    if (!e.hoja->empty()) return true;
   }
   e.valido = false;
-  e.hoja.clear();
+  e.hoja = std::make_shared<const std::vector<Entrada>>();
   return false;
 }
 
-bool CursorIndice::Valido() const { return e_->valido && e_->i < e_->hoja.size(); }
+bool CursorIndice::Valido() const { return e_->valido && e_->i < e_->hoja->size(); }
 
 std::string_view CursorIndice::ClaveActual() const {
-  return Valido() ? std::string_view(e_->hoja[e_->i].clave) : std::string_view();
+  return Valido() ? std::string_view((*e_->hoja)[e_->i].clave) : std::string_view();
+}
+
+std::optional<Valor> CursorIndice::ValorDeClave(std::size_t k) const {
+  if (!Valido() || k >= e_->indice.columnas.size()) return std::nullopt;
+  const std::string_view clave = ClaveActual();
+  std::size_t o = 0;
+  for (std::size_t i = 0; i <= k; ++i) {
+    if (!e_->indice.columnas[i].ascendente || o >= clave.size() || clave[o] != '\x7F') return std::nullopt;
+    ++o;
+    const Columna& c = e_->tabla.columnas[e_->indice.columnas[i].columna];
+    const auto* p = reinterpret_cast<const std::uint8_t*>(clave.data());
+    switch (c.tipo) {
+      case TipoColumna::Largo: {
+        if (o + 4 > clave.size()) return std::nullopt;
+        const std::uint32_t u = BE(p + o, 4) ^ 0x80000000u;
+        o += 4;
+        if (i == k) return Valor::DeEntero(static_cast<std::int32_t>(u));
+        break;
+      }
+      case TipoColumna::Entero: {
+        if (o + 2 > clave.size()) return std::nullopt;
+        const std::uint16_t u = static_cast<std::uint16_t>(BE(p + o, 2) ^ 0x8000u);
+        o += 2;
+        if (i == k) return Valor::DeEntero(static_cast<std::int16_t>(u));
+        break;
+      }
+      case TipoColumna::Texto: {
+        if (c.orden != 1033) return std::nullopt;
+        std::vector<std::uint32_t> letras;
+        for (; o < clave.size() && p[o] != 0x01; ++o) {
+          const std::uint32_t letra = DeLetra(p[o]);
+          if (letra == 0) return std::nullopt;
+          letras.push_back(letra);
+        }
+        if (o >= clave.size()) return std::nullopt;
+        ++o;
+        std::size_t en = 0;
+        for (; o < clave.size() && p[o] != 0x00; ++o) {
+          if (p[o] == 0x02) {
+            ++en;
+          } else if ((p[o] == 0x19 && en < letras.size() && letras[en] == 'N') ||
+                     (p[o] == 0x1C && en < letras.size() && letras[en] == 'C')) {
+            letras[en++] = p[o] == 0x19 ? 0xD1 : 0xC7;
+          } else {
+            return std::nullopt;
+          }
+        }
+        if (o >= clave.size()) return std::nullopt;
+        ++o;
+        if (i == k) {
+          std::string texto;
+          for (std::uint32_t l : letras) {
+            if (l < 0x80) {
+              texto += static_cast<char>(l);
+            } else {
+              texto += static_cast<char>(0xC0 | l >> 6);
+              texto += static_cast<char>(0x80 | (l & 0x3F));
+            }
+          }
+          return Valor::DeTexto(std::move(texto));
+        }
+        break;
+      }
+      default:
+        return std::nullopt;
+    }
+  }
+  return std::nullopt;
 }
 
 PosicionFila CursorIndice::Fila() const {
   if (!Valido()) return {};
-  return {e_->hoja[e_->i].pagina, e_->hoja[e_->i].fila};
+  return {(*e_->hoja)[e_->i].pagina, (*e_->hoja)[e_->i].fila};
 }
 
 }  // namespace orvex::db::jet

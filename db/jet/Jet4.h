@@ -191,6 +191,11 @@ class CursorIndice {
   // the row it points to.
   std::string_view ClaveActual() const;
   PosicionFila Fila() const;
+  // The value of the index's column `k` read back from the current key,
+  // when the key holds it whole: long and integer columns, and texts of the
+  // word alphabet, which come back in upper case (the case is not in the
+  // key). Nothing otherwise; the caller then reads the row.
+  std::optional<Valor> ValorDeClave(std::size_t k) const;
 
  private:
   struct Estado;

@@ -67,6 +67,10 @@ TEST(IndiceJet, EveryWordSeeksExactlyItsRows) {
     for (bool hay = c.Busca(*clave); hay && c.ClaveActual().starts_with(*clave); hay = c.Siguiente()) {
       ASSERT_TRUE(filas.Ve(c.Fila()));
       EXPECT_EQ(filas.Lee(0).bytes, palabra);
+      // The key gives back the word, the record and the position.
+      EXPECT_EQ(c.ValorDeClave(0).value_or(Valor()).bytes, palabra);
+      EXPECT_EQ(c.ValorDeClave(1).value_or(Valor()).entero, filas.Lee(2).entero);
+      EXPECT_EQ(c.ValorDeClave(2).value_or(Valor()).entero, filas.Lee(3).entero);
       ++halladas;
     }
     EXPECT_EQ(halladas, cuantas) << palabra;
