@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <memory>
-#include <set>
 #include <unordered_map>
 
 #include "base/CodePage.h"
@@ -39,65 +39,100 @@ std::uint32_t BE(const std::uint8_t* p, int n) {
   return v;
 }
 
-struct Entrada {
-  std::string clave;
-  std::uint32_t pagina = 0;  // leaf: the data page; intermediate: the child
-  std::uint16_t fila = 0;
-};
-
-// The entries of an index page, in order, their shared prefix restored.
-std::vector<Entrada> Entradas(const FuentePaginas& f, std::uint32_t n, std::uint8_t& tipo) {
-  const std::uint8_t* p = f.Pagina(n);
-  tipo = p[0];
-  if (tipo != kIntermedia && tipo != kHoja) Danado(f, "con una página " + std::to_string(n) + " que no es suya");
+// Calls `cada(delante, resto, cola)` for each entry of index page `p` in
+// order: the entry's key is `delante` followed by `resto` (the first entry
+// is stored whole, the others without the page's shared prefix), and
+// `cola` holds the bytes after the key (4 on a leaf, 8 on an intermediate
+// page). Stops early when `cada` returns false. Nothing is copied but the
+// tail: a seek reads the pages it descends in place.
+template <typename Cada>
+void RecorreEntradas(const FuentePaginas& f, std::uint32_t n, const std::uint8_t* p, Cada cada) {
+  const std::uint8_t tipo = p[0];
   const std::size_t prefijo = p[24] | p[25] << 8;
   const std::size_t cola = tipo == kHoja ? 4 : 8;
-  std::vector<Entrada> r;
-  std::string compartido;
+  std::string_view compartido;
   std::size_t inicio = kInicioEntradas;
-  for (std::size_t i = 0; i < (kInicioEntradas - kInicioMapa) * 8; ++i) {
-    if (!(p[kInicioMapa + i / 8] >> (i % 8) & 1)) continue;
-    const std::size_t fin = kInicioEntradas + i;
-    if (fin <= inicio || fin > kTamanoPagina) Danado(f, "con entradas imposibles en la página " + std::to_string(n));
-    std::string bytes(reinterpret_cast<const char*>(p) + inicio, fin - inicio);
-    if (r.empty()) {
-      if (prefijo > bytes.size()) Danado(f, "con un prefijo mayor que su entrada");
-      compartido = bytes.substr(0, prefijo);
-    } else {
-      bytes = compartido + bytes;
+  bool primera = true;
+  for (std::size_t byte = 0; byte < kInicioEntradas - kInicioMapa; ++byte) {
+    const std::uint8_t bits = p[kInicioMapa + byte];
+    if (bits == 0) continue;
+    for (std::size_t bit = 0; bit < 8; ++bit) {
+      if (!(bits >> bit & 1)) continue;
+      const std::size_t fin = kInicioEntradas + byte * 8 + bit;
+      if (fin <= inicio || fin > kTamanoPagina) {
+        Danado(f, "con entradas imposibles en la página " + std::to_string(n));
+      }
+      std::string_view guardada(reinterpret_cast<const char*>(p) + inicio, fin - inicio);
+      inicio = fin;
+      std::string_view delante;
+      if (primera) {
+        if (prefijo > guardada.size()) Danado(f, "con un prefijo mayor que su entrada");
+        compartido = guardada.substr(0, prefijo);
+        primera = false;
+      } else {
+        delante = compartido;
+      }
+      if (delante.size() + guardada.size() < cola) Danado(f, "con una entrada demasiado corta");
+      // The tail lies at the end of the restored entry, in the stored bytes
+      // unless the entry is shorter than it.
+      std::uint8_t bytes_cola[8];
+      const std::size_t de_guardada = std::min(cola, guardada.size());
+      const std::size_t de_delante = cola - de_guardada;
+      if (de_delante > 0) std::memcpy(bytes_cola, delante.data() + delante.size() - de_delante, de_delante);
+      std::memcpy(bytes_cola + de_delante, guardada.data() + guardada.size() - de_guardada, de_guardada);
+      delante.remove_suffix(de_delante);
+      guardada.remove_suffix(de_guardada);
+      if (!cada(delante, guardada, static_cast<const std::uint8_t*>(bytes_cola))) return;
     }
-    if (bytes.size() < cola) Danado(f, "con una entrada demasiado corta");
-    Entrada e;
-    e.clave = bytes.substr(0, bytes.size() - cola);
-    const auto* b = reinterpret_cast<const std::uint8_t*>(bytes.data() + bytes.size() - cola);
-    if (tipo == kHoja) {
-      e.pagina = BE(b, 3);
-      e.fila = b[3];
-    } else {
-      e.pagina = BE(b + 4, 4);
-    }
-    r.push_back(std::move(e));
-    inicio = fin;
   }
-  return r;
 }
 
-// Parsed pages by number, with their type.
-struct Parseada {
-  std::uint8_t tipo = 0;
-  std::shared_ptr<const std::vector<Entrada>> entradas;
+// `a` followed by `b` compared with `c`, as bytes: <0, 0 or >0.
+int ComparaPartida(std::string_view a, std::string_view b, std::string_view c) {
+  const std::size_t n = std::min(a.size(), c.size());
+  if (const int r = a.substr(0, n).compare(c.substr(0, n)); r != 0) return r;
+  if (a.size() > c.size()) return 1;
+  return b.compare(c.substr(a.size()));
+}
+
+// A leaf page parsed: its entries' keys restored end to end in `claves`.
+struct Hoja {
+  struct Entrada {
+    std::uint32_t inicio = 0;  // of the key in `claves`
+    std::uint32_t largo = 0;
+    std::uint32_t pagina = 0;  // the data page
+    std::uint16_t fila = 0;
+  };
+  std::string claves;
+  std::vector<Entrada> entradas;
+  std::uint32_t siguiente = 0;  // the next leaf
+
+  std::string_view Clave(std::size_t i) const {
+    return std::string_view(claves).substr(entradas[i].inicio, entradas[i].largo);
+  }
 };
-using Paginas = std::unordered_map<std::uint32_t, Parseada>;
 
-const Parseada& Parsea(const FuentePaginas& f, Paginas& paginas, std::uint32_t n) {
-  auto it = paginas.find(n);
-  if (it == paginas.end()) {
-    Parseada p;
-    p.entradas = std::make_shared<const std::vector<Entrada>>(Entradas(f, n, p.tipo));
-    it = paginas.emplace(n, std::move(p)).first;
-  }
-  return it->second;
+Hoja LeeHoja(const FuentePaginas& f, std::uint32_t n, const std::uint8_t* p) {
+  Hoja h;
+  h.claves.reserve(2 * kTamanoPagina);
+  h.entradas.reserve(64);
+  RecorreEntradas(f, n, p, [&h](std::string_view delante, std::string_view resto, const std::uint8_t* cola) {
+    Hoja::Entrada e;
+    e.inicio = static_cast<std::uint32_t>(h.claves.size());
+    e.largo = static_cast<std::uint32_t>(delante.size() + resto.size());
+    e.pagina = BE(cola, 3);
+    e.fila = cola[3];
+    h.claves += delante;
+    h.claves += resto;
+    h.entradas.push_back(e);
+    return true;
+  });
+  h.siguiente = U32(p + 16);
+  return h;
 }
+
+// Leaves parsed, by page: a phrase seeks the same ones again and again.
+using Hojas = std::unordered_map<std::uint32_t, std::shared_ptr<const Hoja>>;
 
 // "General (legacy)" sort order: one primary byte per character of the word
 // alphabet, letters without regard to case.
@@ -169,6 +204,7 @@ bool ClaveTexto(std::string_view texto, std::string& clave) {
   return true;
 }
 
+
 }  // namespace
 
 struct CursorIndice::Estado {
@@ -176,17 +212,57 @@ struct CursorIndice::Estado {
   const FuentePaginas& f;
   const Tabla& tabla;
   const Indice& indice;
-  std::shared_ptr<const std::vector<Entrada>> hoja = std::make_shared<std::vector<Entrada>>();
-  Paginas paginas;  // the pages read, parsed: a phrase seeks the same ones again and again
+  std::shared_ptr<const Hoja> hoja = std::make_shared<const Hoja>();
   std::size_t i = 0;
-  std::uint32_t siguiente = 0;  // the next leaf
+  std::uint32_t siguiente = 0;  // the leaf after the current one
   bool valido = false;
   std::size_t hojas = 0;  // leaves read since the last seek: more than pages is a cycle
+  Hojas leidas;
+
+  // Makes leaf `n` (page `p`) the current one, at its first entry.
+  void EntraEnHoja(std::uint32_t n, const std::uint8_t* p) {
+    auto it = leidas.find(n);
+    if (it == leidas.end()) it = leidas.emplace(n, std::make_shared<const Hoja>(LeeHoja(f, n, p))).first;
+    hoja = it->second;
+    siguiente = hoja->siguiente;
+    i = 0;
+  }
+
+  // Descends from the root to the leaf that holds the first key >= `clave`
+  // (the first leaf when `clave` is null) and enters it; no leaf when every
+  // key is below `clave`. Intermediate pages are read in place.
+  void Desciende(const std::string_view* clave) {
+    std::uint32_t n = indice.pagina_raiz;
+    std::array<std::uint32_t, kProfundidadMaxima> vistas{};
+    for (std::size_t nivel = 0; nivel < vistas.size(); ++nivel) {
+      const auto hasta = vistas.begin() + static_cast<std::ptrdiff_t>(nivel);
+      if (std::find(vistas.begin(), hasta, n) != hasta) Danado(f, "en ciclo");
+      vistas[nivel] = n;
+      const std::uint8_t* p = f.Pagina(n);
+      if (p[0] == kHoja) return EntraEnHoja(n, p);
+      if (p[0] != kIntermedia) Danado(f, "con una página " + std::to_string(n) + " que no es suya");
+      std::uint32_t hijo = U32(p + 20);  // the tail: keys above every entry
+      RecorreEntradas(f, n, p, [&](std::string_view delante, std::string_view resto, const std::uint8_t* cola) {
+        if (clave != nullptr && ComparaPartida(delante, resto, *clave) < 0) return true;
+        hijo = BE(cola + 4, 4);
+        return false;
+      });
+      if (hijo == 0) {
+        hoja = std::make_shared<const Hoja>();
+        siguiente = 0;
+        i = 0;
+        return;
+      }
+      n = hijo;
+    }
+    Danado(f, "demasiado profundo");
+  }
 };
 
 CursorIndice::CursorIndice(const FuentePaginas& archivo, const Tabla& tabla, const Indice& indice)
     : e_(std::make_unique<Estado>(archivo, tabla, indice)) {}
 CursorIndice::~CursorIndice() = default;
+
 
 std::optional<std::string> CursorIndice::Clave(const std::vector<Valor>& claves) const {
   std::string r;
@@ -219,92 +295,58 @@ std::optional<std::string> CursorIndice::Clave(const std::vector<Valor>& claves)
   return r;
 }
 
-namespace {
-
-// Descends from the root to the leaf that holds the first key >= `clave`
-// (the first leaf when `clave` is null); its entries and next leaf.
-std::uint32_t Desciende(const FuentePaginas& f, Paginas& paginas, std::uint32_t raiz,
-                        const std::string* clave, std::shared_ptr<const std::vector<Entrada>>& hoja) {
-  std::uint32_t n = raiz;
-  std::set<std::uint32_t> vistas;
-  for (int nivel = 0; nivel < kProfundidadMaxima; ++nivel) {
-    if (!vistas.insert(n).second) Danado(f, "en ciclo");
-    const Parseada& pagina = Parsea(f, paginas, n);
-    const std::uint8_t* p = f.Pagina(n);
-    if (pagina.tipo == kHoja) {
-      hoja = pagina.entradas;
-      return U32(p + 16);
-    }
-    std::uint32_t hijo = U32(p + 20);  // the tail: keys above every entry
-    for (const Entrada& e : *pagina.entradas) {
-      if (clave == nullptr || e.clave >= *clave) {
-        hijo = e.pagina;
-        break;
-      }
-    }
-    if (hijo == 0) {
-      hoja = std::make_shared<const std::vector<Entrada>>();
-      return 0;
-    }
-    n = hijo;
-  }
-  Danado(f, "demasiado profundo");
-}
-
-}  // namespace
 
 bool CursorIndice::Busca(std::string_view clave) {
   Estado& e = *e_;
-  const std::string buscada(clave);
-  e.siguiente = Desciende(e.f, e.paginas, e.indice.pagina_raiz, &buscada, e.hoja);
+  e.Desciende(&clave);
   e.hojas = 0;
-  e.i = 0;
-  const std::vector<Entrada>& hoja = *e.hoja;
-  e.i = static_cast<std::size_t>(
-      std::lower_bound(hoja.begin(), hoja.end(), buscada,
-                       [](const Entrada& a, const std::string& b) { return a.clave < b; }) -
-      hoja.begin());
+  const Hoja& hoja = *e.hoja;
+  std::size_t desde = 0, hasta = hoja.entradas.size();
+  while (desde < hasta) {
+    const std::size_t medio = desde + (hasta - desde) / 2;
+    if (hoja.Clave(medio) < clave) {
+      desde = medio + 1;
+    } else {
+      hasta = medio;
+    }
+  }
+  e.i = desde;
   e.valido = true;
-  if (e.i < hoja.size()) return true;
-  e.hoja = std::make_shared<const std::vector<Entrada>>();
+  if (e.i < hoja.entradas.size()) return true;
   return Siguiente();
 }
 
 bool CursorIndice::Primero() {
   Estado& e = *e_;
-  e.siguiente = Desciende(e.f, e.paginas, e.indice.pagina_raiz, nullptr, e.hoja);
+  e.Desciende(nullptr);
   e.hojas = 0;
-  e.i = 0;
-  e.valido = !e.hoja->empty();
-  if (e.valido) return true;
   e.valido = true;
+  if (!e.hoja->entradas.empty()) return true;
   return Siguiente();
 }
 
 bool CursorIndice::Siguiente() {
   Estado& e = *e_;
   if (!e.valido) return false;
-  if (!e.hoja->empty() && ++e.i < e.hoja->size()) return true;
+  if (++e.i < e.hoja->entradas.size()) return true;
   while (e.siguiente != 0) {
     if (++e.hojas > e.f.Paginas()) Danado(e.f, "con hojas en ciclo");
     const std::uint32_t n = e.siguiente;
-    const Parseada& pagina = Parsea(e.f, e.paginas, n);
-    if (pagina.tipo != kHoja) Danado(e.f, "con una hoja que no lo es");
-    e.hoja = pagina.entradas;
-    e.siguiente = U32(e.f.Pagina(n) + 16);
-    e.i = 0;
-    if (!e.hoja->empty()) return true;
+    const std::uint8_t* p = e.f.Pagina(n);
+    if (p[0] != kHoja) Danado(e.f, "con una hoja que no lo es");
+    e.EntraEnHoja(n, p);
+    if (!e.hoja->entradas.empty()) return true;
   }
   e.valido = false;
-  e.hoja = std::make_shared<const std::vector<Entrada>>();
   return false;
 }
 
-bool CursorIndice::Valido() const { return e_->valido && e_->i < e_->hoja->size(); }
+bool CursorIndice::Valido() const { return e_->valido && e_->i < e_->hoja->entradas.size(); }
 
 std::string_view CursorIndice::ClaveActual() const {
-  return Valido() ? std::string_view((*e_->hoja)[e_->i].clave) : std::string_view();
+  return Valido() ? e_->hoja->Clave(e_->i) : std::string_view();
 }
+
 
 std::optional<Valor> CursorIndice::ValorDeClave(std::size_t k) const {
   if (!Valido() || k >= e_->indice.columnas.size()) return std::nullopt;
@@ -331,36 +373,47 @@ std::optional<Valor> CursorIndice::ValorDeClave(std::size_t k) const {
         break;
       }
       case TipoColumna::Texto: {
+        // Primary bytes up to 0x01, then the marks up to 0x00: a 0x02 for
+        // each plain letter before a mark, 0x19 for Ñ (on an N), 0x1C for Ç
+        // (on a C).
         if (c.orden != 1033) return std::nullopt;
-        std::vector<std::uint32_t> letras;
+        const std::size_t letras = o;
         for (; o < clave.size() && p[o] != 0x01; ++o) {
-          const std::uint32_t letra = DeLetra(p[o]);
-          if (letra == 0) return std::nullopt;
-          letras.push_back(letra);
+          if (DeLetra(p[o]) == 0) return std::nullopt;
         }
         if (o >= clave.size()) return std::nullopt;
-        ++o;
-        std::size_t en = 0;
+        const std::size_t fin_letras = o++;
+        const std::size_t marcas = o;
+        std::size_t en = letras;
         for (; o < clave.size() && p[o] != 0x00; ++o) {
           if (p[o] == 0x02) {
             ++en;
-          } else if ((p[o] == 0x19 && en < letras.size() && letras[en] == 'N') ||
-                     (p[o] == 0x1C && en < letras.size() && letras[en] == 'C')) {
-            letras[en++] = p[o] == 0x19 ? 0xD1 : 0xC7;
+          } else if ((p[o] == 0x19 && en < fin_letras && DeLetra(p[en]) == 'N') ||
+                     (p[o] == 0x1C && en < fin_letras && DeLetra(p[en]) == 'C')) {
+            ++en;
           } else {
             return std::nullopt;
           }
         }
         if (o >= clave.size()) return std::nullopt;
-        ++o;
+        const std::size_t fin_marcas = o++;
         if (i == k) {
           std::string texto;
-          for (std::uint32_t l : letras) {
-            if (l < 0x80) {
-              texto += static_cast<char>(l);
+          texto.reserve(fin_letras - letras + 4);
+          std::size_t m = marcas;
+          for (std::size_t l = letras; l < fin_letras; ++l) {
+            // The mark of this letter, if the marks reach it.
+            std::uint8_t marca = 0;
+            if (m < fin_marcas) {
+              marca = p[m] == 0x02 ? 0 : p[m];
+              ++m;
+            }
+            if (marca == 0x19) {
+              texto += "\xC3\x91";  // Ñ
+            } else if (marca == 0x1C) {
+              texto += "\xC3\x87";  // Ç
             } else {
-              texto += static_cast<char>(0xC0 | l >> 6);
-              texto += static_cast<char>(0x80 | (l & 0x3F));
+              texto += static_cast<char>(DeLetra(p[l]));
             }
           }
           return Valor::DeTexto(std::move(texto));
@@ -376,7 +429,8 @@ std::optional<Valor> CursorIndice::ValorDeClave(std::size_t k) const {
 
 PosicionFila CursorIndice::Fila() const {
   if (!Valido()) return {};
-  return {(*e_->hoja)[e_->i].pagina, (*e_->hoja)[e_->i].fila};
+  const Hoja::Entrada& entrada = e_->hoja->entradas[e_->i];
+  return {entrada.pagina, entrada.fila};
 }
 
 }  // namespace orvex::db::jet
