@@ -158,7 +158,8 @@ TEST(Jet4, AgreesWithMdbExport) {
   if (std::system("command -v mdb-export >/dev/null 2>&1") != 0) GTEST_SKIP() << "sin mdb-export";
   for (const auto& [archivo, nombre] : std::vector<std::pair<std::string, std::string>>{
            {"KORVEL8.MDB", "Ejemplares"}, {"KORVEL8.MDB", "Fichas"}, {"KORVEL8.MDB", "Analiticas"},
-           {"indizaPP.MDB", "TABLAANA"}, {"estadisticas.mdb", "Consultas"}}) {
+           {"KORVEL8.MDB", "Configuracion"}, {"KORVEL8.MDB", "Fichas Revistas"}, {"indizaPP.MDB", "TABLA"},
+           {"indizaPP.MDB", "TABLAANA"}, {"INDIZADO.MDB", "TABLA"}, {"estadisticas.mdb", "Consultas"}}) {
     SCOPED_TRACE(nombre);
     const fs::path ruta = kCatalogo / "jet" / archivo;
     const std::string orden = "mdb-export -T '%Y-%m-%d %H:%M:%S' '" + ruta.string() + "' '" + nombre + "'";
