@@ -3,6 +3,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace orvex {
 
@@ -28,6 +29,9 @@ struct ResultadoXSL {
   // What went wrong with the sheet or the transformation, or why the
   // processor could not be loaded (UTF-8).
   std::string descripcion;
+  // What the translation of a working-draft sheet left out (UTF-8, one line
+  // each), given with the first transformation by the sheet only.
+  std::vector<std::string> avisos;
 };
 
 // The XSL processor. Style sheets are compiled once per process, however

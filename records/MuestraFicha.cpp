@@ -50,7 +50,7 @@ std::string Notas(std::string_view marc) {
 // sheet, the record document through the table sheet and through the
 // installation's own sheet.
 std::string PresentacionTarjeta(gateway::Solicitud& s, const RegFicha& ficha) {
-  xml::TransformadorXSL transformador(s.sys.motores.Xsl(), s.sys.salida);
+  xml::TransformadorXSL transformador(s.sys.motores.Xsl(), s.sys.salida, &s.Traza);
   const config::Instalacion& ins = s.instalacion;
   const std::string tarjeta =
       CuerpoConEstilos(transformador.TransformaXML(xml::XMLTarjeta(ficha), ins.XSLFichaLibros));

@@ -68,7 +68,7 @@ void DisplyRegRevista(gateway::Solicitud& s, std::int32_t numero, std::int32_t p
     const std::string marc = fila ? fila->Field("EtiquetasMARC").AsText() : FichaSinDatos();
 
     const config::Instalacion& ins = s.instalacion;
-    xml::TransformadorXSL transformador(s.sys.motores.Xsl(), s.sys.salida);
+    xml::TransformadorXSL transformador(s.sys.motores.Xsl(), s.sys.salida, &s.Traza);
     const std::string tarjeta = CuerpoConEstilos(transformador.TransformaXML(
         xml::XMLRevista(numero, marc, "XSLFichaPublicaciones"), ins.XSLFichaPublicaciones));
     const std::string tabla = CuerpoConEstilos(transformador.TransformaXML(
@@ -115,7 +115,7 @@ void DisplyReg_ANA(gateway::Solicitud& s, std::int32_t id, std::int32_t posicion
                                                                                       : ficha1;
     EnviaLinea(s.sys.salida, "<!-- " + std::string(elegida.nombre) + "  -->");
 
-    xml::TransformadorXSL transformador(s.sys.motores.Xsl(), s.sys.salida);
+    xml::TransformadorXSL transformador(s.sys.motores.Xsl(), s.sys.salida, &s.Traza);
     const std::string documento = xml::XMLAnalitica(id, numadqui, marc, elegida.hoja);
     std::string resultado = transformador.TransformaXML(documento, *elegida.texto);
     if (transformador.Fallo()) EnviaLinea(s.sys.salida, "<!-- <pre>" + documento + "</pre> -->");

@@ -79,6 +79,11 @@ ResultadoXSL MotorModuloXSL::Transforma(std::string_view xml, std::string_view x
   r.descripcion = salida.descripcion;
   r.linea = salida.linea;
   r.columna = salida.columna;
+  for (std::string_view avisos = salida.avisos; !avisos.empty();) {
+    const size_t fin = avisos.find('\n');
+    r.avisos.emplace_back(avisos.substr(0, fin));
+    avisos.remove_prefix(fin == std::string_view::npos ? avisos.size() : fin + 1);
+  }
   libera_(&salida);
   return r;
 }

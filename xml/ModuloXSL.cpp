@@ -33,9 +33,13 @@ extern "C" __attribute__((visibility("default"))) int orvex_xsl_transforma(
     salida->largo = r.texto.size();
     salida->razon = Copia(r.razon);
     salida->descripcion = Copia(r.descripcion);
+    std::string avisos;
+    for (const std::string& aviso : r.avisos) avisos += aviso + "\n";
+    salida->avisos = Copia(avisos);
     salida->linea = r.linea;
     salida->columna = r.columna;
-    return salida->texto != nullptr && salida->razon != nullptr && salida->descripcion != nullptr;
+    return salida->texto != nullptr && salida->razon != nullptr &&
+           salida->descripcion != nullptr && salida->avisos != nullptr;
   } catch (...) {
     return 0;
   }
@@ -49,5 +53,6 @@ extern "C" __attribute__((visibility("default"))) void orvex_xsl_libera(OrvexSal
   std::free(salida->texto);
   std::free(salida->razon);
   std::free(salida->descripcion);
-  salida->texto = salida->razon = salida->descripcion = nullptr;
+  std::free(salida->avisos);
+  salida->texto = salida->razon = salida->descripcion = salida->avisos = nullptr;
 }

@@ -18,6 +18,7 @@ struct OrvexSalidaXSL {
   std::size_t largo;    // its length
   char* razon;          // NUL-terminated
   char* descripcion;    // NUL-terminated
+  char* avisos;         // NUL-terminated, one line each, each ended by '\n'
   int linea;
   int columna;
 };

@@ -16,13 +16,13 @@
 #include <libxslt/xsltutils.h>
 
 #include "base/CodePage.h"
+#include "xml/FuncionesWD.h"
 #include "xml/SerializaHTML.h"
+#include "xml/TraduceWD.h"
 
 namespace orvex::xml {
 namespace {
 
-constexpr std::string_view kEspacioXSLT = "http://www.w3.org/1999/XSL/Transform";
-constexpr std::string_view kEspacioBorrador = "http://www.w3.org/TR/WD-xsl";
 constexpr int kOpcionesLectura = XML_PARSE_NONET | XML_PARSE_NOENT | XML_PARSE_NOCDATA;
 
 std::string_view Vista(const xmlChar* s) {
@@ -140,6 +140,7 @@ void IniciaBibliotecas() {
     xmlInitParser();
     xsltRegisterExtModuleFunction(Xml("node-set"), Xml("urn:schemas-microsoft-com:xslt"),
                                   xsltFunctionNodeSet);
+    RegistraFuncionesWD();
     return true;
   }();
   (void)iniciadas;
@@ -169,24 +170,6 @@ bool Valida(xmlDocPtr doc) {
   return valido;
 }
 
-// An XSLT 1.0 sheet: xsl:stylesheet or xsl:transform in the XSLT namespace,
-// or a literal result element carrying xsl:version.
-bool EsHojaXSLT(xmlDocPtr doc) {
-  xmlNodePtr raiz = xmlDocGetRootElement(doc);
-  if (raiz == nullptr) return false;
-  if (raiz->ns != nullptr && Vista(raiz->ns->href) == kEspacioXSLT) {
-    return Vista(raiz->name) == "stylesheet" || Vista(raiz->name) == "transform";
-  }
-  return xmlHasNsProp(raiz, Xml("version"), Xml(kEspacioXSLT.data())) != nullptr;
-}
-
-bool EsHojaBorrador(xmlDocPtr doc) {
-  xmlNodePtr raiz = xmlDocGetRootElement(doc);
-  return raiz != nullptr &&
-         ((raiz->ns != nullptr && Vista(raiz->ns->href) == kEspacioBorrador) ||
-          xmlSearchNsByHref(doc, raiz, Xml(kEspacioBorrador.data())) != nullptr);
-}
-
 }  // namespace
 
 struct MotorLibxslt::Hoja {
@@ -194,6 +177,10 @@ struct MotorLibxslt::Hoja {
   ResultadoXSL::Estado fallo = ResultadoXSL::Estado::Correcto;
   std::string descripcion;
   bool texto = false;  // output method "text"
+  // What the translation of a working-draft sheet left out; reported with
+  // the first transformation only.
+  std::vector<std::string> avisos;
+  bool avisos_dados = false;
 
   ~Hoja() {
     if (compilada != nullptr) xsltFreeStylesheet(compilada);
@@ -216,6 +203,26 @@ MotorLibxslt::~MotorLibxslt() {
   xsltFreeSecurityPrefs(static_cast<xsltSecurityPrefsPtr>(seguridad_));
 }
 
+namespace {
+
+// Compiles an XSLT document into `hoja`, which takes it over.
+void CompilaDocumento(MotorLibxslt::Hoja& hoja, xmlDocPtr doc) {
+  CapturaErrores();
+  hoja.compilada = xsltParseStylesheetDoc(doc);
+  if (hoja.compilada == nullptr) xmlFreeDoc(doc);
+  if (hoja.compilada == nullptr || hoja.compilada->errors > 0) {
+    hoja.fallo = ResultadoXSL::Estado::FalloTransformacion;
+    hoja.descripcion = g_errores.Descripcion();
+    if (hoja.descripcion.empty()) hoja.descripcion = "la hoja de estilo no compila";
+  } else {
+    const xmlChar* metodo = nullptr;
+    XSLT_GET_IMPORT_PTR(metodo, hoja.compilada, method)
+    hoja.texto = Vista(metodo) == "text";
+  }
+}
+
+}  // namespace
+
 MotorLibxslt::Hoja& MotorLibxslt::Compila(std::string_view xsl) {
   if (auto it = hojas_.find(xsl); it != hojas_.end()) return *it->second;
   auto hoja = std::make_unique<Hoja>();
@@ -223,29 +230,22 @@ MotorLibxslt::Hoja& MotorLibxslt::Compila(std::string_view xsl) {
   if (doc == nullptr) {
     hoja->fallo = ResultadoXSL::Estado::HojaInvalida;
     hoja->descripcion = g_errores.mensaje_primero;
-  } else if (!EsHojaXSLT(doc)) {
-    hoja->fallo = ResultadoXSL::Estado::HojaInvalida;
-    hoja->descripcion = EsHojaBorrador(doc)
-                            ? "hoja en el dialecto XSL de borrador (WD-xsl): esta versión de "
-                              "Orvex sólo ejecuta hojas XSLT 1.0"
-                            : "el documento no es una hoja de estilo XSL";
+  } else if (EsHojaXSLT(doc)) {
+    CompilaDocumento(*hoja, doc);
+  } else if (EsHojaBorrador(doc)) {
+    HojaTraducida traducida = TraduceHojaBorrador(doc);
     xmlFreeDoc(doc);
-  } else {
-    CapturaErrores();
-    // The stylesheet takes the document over when it compiles.
-    hoja->compilada = xsltParseStylesheetDoc(doc);
-    if (hoja->compilada == nullptr) {
-      xmlFreeDoc(doc);
-    }
-    if (hoja->compilada == nullptr || hoja->compilada->errors > 0) {
+    hoja->avisos = std::move(traducida.avisos);
+    if (traducida.xslt == nullptr) {
       hoja->fallo = ResultadoXSL::Estado::FalloTransformacion;
-      hoja->descripcion = g_errores.Descripcion();
-      if (hoja->descripcion.empty()) hoja->descripcion = "la hoja de estilo no compila";
+      hoja->descripcion = traducida.error;
     } else {
-      const xmlChar* metodo = nullptr;
-      XSLT_GET_IMPORT_PTR(metodo, hoja->compilada, method)
-      hoja->texto = Vista(metodo) == "text";
+      CompilaDocumento(*hoja, traducida.xslt.release());
     }
+  } else {
+    hoja->fallo = ResultadoXSL::Estado::HojaInvalida;
+    hoja->descripcion = "el documento no es una hoja de estilo XSL";
+    xmlFreeDoc(doc);
   }
   return *hojas_.emplace(std::string(xsl), std::move(hoja)).first->second;
 }
@@ -270,6 +270,10 @@ ResultadoXSL MotorLibxslt::Transforma(std::string_view xml, std::string_view xsl
   }
 
   Hoja& hoja = Compila(xsl);
+  if (!hoja.avisos_dados) {
+    hoja.avisos_dados = true;
+    r.avisos = hoja.avisos;
+  }
   if (hoja.fallo != ResultadoXSL::Estado::Correcto) {
     xmlFreeDoc(datos);
     r.estado = hoja.fallo;
@@ -299,6 +303,41 @@ ResultadoXSL MotorLibxslt::Transforma(std::string_view xml, std::string_view xsl
   }
   r.texto = hoja.texto ? SerializaTexto(resultado) : SerializaHTML(resultado);
   xmlFreeDoc(resultado);
+  return r;
+}
+
+RevisionHoja RevisaHoja(std::string_view xsl) {
+  IniciaBibliotecas();
+  RevisionHoja r;
+  xmlDocPtr doc = Lee(xsl);
+  if (doc == nullptr) {
+    r.error = "la hoja no es XML bien formado: " + g_errores.mensaje_primero;
+    if (g_errores.hay) r.error += " (línea " + std::to_string(g_errores.primero.line) + ")";
+    return r;
+  }
+  if (EsHojaXSLT(doc)) {
+    r.dialecto = RevisionHoja::Dialecto::XSLT;
+  } else if (EsHojaBorrador(doc)) {
+    r.dialecto = RevisionHoja::Dialecto::Borrador;
+    HojaTraducida traducida = TraduceHojaBorrador(doc);
+    xmlFreeDoc(doc);
+    doc = nullptr;
+    r.avisos = std::move(traducida.avisos);
+    if (traducida.xslt == nullptr) {
+      r.error = traducida.error;
+      return r;
+    }
+    r.xslt = TextoDeHoja(traducida.xslt.get());
+    doc = traducida.xslt.release();
+  } else {
+    xmlFreeDoc(doc);
+    r.error = "el documento no es una hoja de estilo XSL";
+    return r;
+  }
+  MotorLibxslt::Hoja hoja;
+  CompilaDocumento(hoja, doc);
+  r.compila = hoja.fallo == ResultadoXSL::Estado::Correcto;
+  if (!r.compila) r.error = hoja.descripcion;
   return r;
 }
 

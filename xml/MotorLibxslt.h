@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 #include "base/MotorXSL.h"
 
@@ -17,9 +18,10 @@ namespace orvex::xml {
 // validated against it and rejected when it does not follow it. The first
 // error the parser reports gives the reason, line and column.
 //
-// Style sheets must be XSLT 1.0 (the namespace
+// Style sheets are XSLT 1.0 (the namespace
 // http://www.w3.org/1999/XSL/Transform, as a whole sheet or as a literal
-// result element); any other sheet does not load. Each sheet text is compiled
+// result element), or working-draft sheets, which TraduceHojaBorrador turns
+// into XSLT first; any other document does not load. Each sheet text is compiled
 // the first time it is used and kept, with its compile failure if it had one,
 // for the life of the processor. msxsl:node-set() is available to the sheets.
 // Sheets can read no file and no network resource: xsl:include, xsl:import
@@ -36,8 +38,9 @@ class MotorLibxslt final : public MotorXSL {
   // How many sheet texts have been parsed so far.
   int HojasCompiladas() const { return static_cast<int>(hojas_.size()); }
 
+  struct Hoja;  // a compiled sheet, or why it does not compile
+
  private:
-  struct Hoja;
   Hoja& Compila(std::string_view xsl);
 
   // Looked up by the sheet's text as given, without copying it.
@@ -50,6 +53,18 @@ class MotorLibxslt final : public MotorXSL {
   std::unordered_map<std::string, std::unique_ptr<Hoja>, HashTexto, std::equal_to<>> hojas_;
   void* seguridad_;  // xsltSecurityPrefsPtr
 };
+
+// One sheet as the sheet-checking tool sees it: its dialect, its XSLT
+// translation, and whether libxslt compiles it.
+struct RevisionHoja {
+  enum class Dialecto { Ninguno, XSLT, Borrador };
+  Dialecto dialecto = Dialecto::Ninguno;
+  bool compila = false;
+  std::string xslt;   // the translation of a working-draft sheet, indented
+  std::string error;  // why the sheet does not load, translate or compile (UTF-8)
+  std::vector<std::string> avisos;  // what the translation left out
+};
+RevisionHoja RevisaHoja(std::string_view xsl);
 
 // True when the XML parser can be created and made to parse a small
 // document; whether that document parsed is not examined, only that the

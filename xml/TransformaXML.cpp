@@ -3,7 +3,7 @@
 #include "base/CodePage.h"
 #include "base/EnviaLinea.h"
 #include "config/Plantillas.h"
-#include "xml/HojasIntegradas.h"
+#include "xml/XMLFicha.h"
 #include "xml/HojasNativas.h"
 
 namespace orvex::xml {
@@ -39,8 +39,12 @@ std::string TransformadorXSL::TransformaXML(const std::string& xml, const std::s
   // page of default cards never loads it.
   fallo_ = false;
   if (auto nativa = TransformacionNativa(xml, xsl)) return std::move(*nativa);
-  const auto equivalente = EquivalenteXSLT(xsl);
-  ResultadoXSL r = motor_.Transforma(ComoUtf8(xml), equivalente ? *equivalente : ComoUtf8(xsl));
+  ResultadoXSL r = motor_.Transforma(ComoUtf8(xml), ComoUtf8(xsl));
+  if (traza_ != nullptr) {
+    for (const std::string& aviso : r.avisos) {
+      *traza_ += "Hoja XSL: " + EscapaXML(DeUtf8(aviso)) + "<br/>";
+    }
+  }
   if (r.estado != ResultadoXSL::Estado::Correcto) fallo_ = true;
   switch (r.estado) {
     case ResultadoXSL::Estado::Correcto:

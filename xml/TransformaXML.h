@@ -11,13 +11,16 @@ namespace orvex::xml {
 // request's pages.
 class TransformadorXSL {
  public:
-  TransformadorXSL(MotorXSL& motor, Output& salida) : motor_(motor), salida_(salida) {}
+  // `traza`, when given, receives a line (an HTML fragment) for each thing
+  // the translation of a working-draft sheet left out.
+  TransformadorXSL(MotorXSL& motor, Output& salida, std::string* traza = nullptr)
+      : motor_(motor), salida_(salida), traza_(traza) {}
 
   // The page text (Windows-1252) of the data document `xml` transformed by
   // the style sheet `xsl`, both Windows-1252 texts as the gateway holds them;
   // a text that starts with a UTF-8 byte order mark is read as UTF-8 instead.
-  // A built-in working-draft sheet of the installation settings runs as its
-  // XSLT 1.0 equivalent; any other working-draft sheet does not load.
+  // Sheets in the working-draft dialect, the built-in ones included, run
+  // through their XSLT 1.0 translation.
   //
   // A failure returns empty after writing its message to the page through
   // MensajeH4, and the request goes on:
@@ -40,6 +43,7 @@ class TransformadorXSL {
  private:
   MotorXSL& motor_;
   Output& salida_;
+  std::string* traza_;
   bool fallo_ = false;
 };
 

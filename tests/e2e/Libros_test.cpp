@@ -127,6 +127,20 @@ TEST(Libros, TheInstallationsOwnSheetFillsItsPlaceholder) {
                    programa.Pagina("txtLIB=quijote&Cantidad=10&FichaINI=1"));
 }
 
+// The same placeholder filled by a sheet in the working-draft dialect, as
+// libraries wrote them: Windows-1252 text without an encoding declaration,
+// sorted copies, zero-based indexes, case-insensitive tests, a script
+// idiom, and a script that cannot run and leaves the rest of the card alone.
+TEST(Libros, TheInstallationsWorkingDraftSheetFillsItsPlaceholder) {
+  const ProgramaLibros programa("libros_hoja_borrador", "libros.cfg");
+  fs::create_directory(programa.dir() / "XSLs");
+  fs::copy_file(fs::path(ORVEX_E2E_DIR) / ".." / "xml" / "wd" / "fichaWeb.xsl",
+                programa.dir() / "XSLs" / "fichaWeb.xsl");
+  const std::string pagina = programa.Pagina("txtLIB=quijote&Cantidad=10&FichaINI=1");
+  EXPECT_EQ(pagina.find("Error executing"), std::string::npos);
+  ComparaConDorado("libros_hoja_borrador", pagina);
+}
+
 TEST(Libros, EverySearchLeavesOneStatisticsRow) {
   const ProgramaLibros programa("libros_estadisticas", "libros.cfg");
   const std::vector<std::string> antes = programa.Estadisticas();

@@ -9,7 +9,6 @@
 #include "base/CodePage.h"
 #include "config/Instalacion.h"
 #include "tests/support/Fakes.h"
-#include "xml/HojasIntegradas.h"
 #include "xml/MotorLibxslt.h"
 #include "xml/TransformaXML.h"
 #include "xml/XMLFicha.h"
@@ -24,7 +23,7 @@ const std::string kAviso = config::HojaAviso("XSL_Tabla_Libros");
 // TransformaXML asks it.
 ResultadoXSL Procesador(const std::string& xml, const std::string& xsl) {
   static MotorLibxslt motor;
-  return motor.Transforma(CodePage::Windows1252().ToUtf8(xml), EquivalenteXSLT(xsl).value());
+  return motor.Transforma(CodePage::Windows1252().ToUtf8(xml), CodePage::Windows1252().ToUtf8(xsl));
 }
 
 // The native page, checked against the processor's: whenever there is one,

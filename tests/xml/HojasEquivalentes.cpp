@@ -1,4 +1,4 @@
-#include "xml/HojasIntegradas.h"
+#include "tests/xml/HojasEquivalentes.h"
 
 #include "base/CodePage.h"
 #include "config/Instalacion.h"
