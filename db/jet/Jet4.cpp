@@ -259,6 +259,7 @@ Tabla ArchivoJet::LeeDefinicion(std::uint32_t pagina, const std::string& nombre)
   const std::size_t indices = t.L(0x2F);
   const std::size_t reales = t.L(0x33);
   if (columnas > 4096 || indices > 1024 || reales > 1024) Danada(nombre_, "definición de " + nombre + " imposible");
+  tabla.indices_declarados = static_cast<std::uint32_t>(indices + reales);
   std::size_t o = 0x3F + reales * 12;
   for (std::size_t i = 0; i < columnas; ++i, o += 25) {
     Columna c;
@@ -267,6 +268,7 @@ Tabla ArchivoJet::LeeDefinicion(std::uint32_t pagina, const std::string& nombre)
     c.indice_variable = t.W(o + 7);
     c.orden = t.W(o + 11);
     c.banderas = t.B(o + 15);
+    c.comprimido = (t.B(o + 16) & 0x01) != 0;
     c.desplazamiento_fijo = t.W(o + 21);
     c.tamano = t.W(o + 23);
     tabla.columnas.push_back(c);

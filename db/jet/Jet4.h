@@ -68,6 +68,7 @@ struct Columna {
   std::uint16_t tamano = 0;    // bytes (text: 2 per character)
   std::uint8_t banderas = 0;   // 0x01 fixed length, 0x02 may be null, ...
   std::uint16_t orden = 0;     // text sort order (1033: General (legacy))
+  bool comprimido = false;     // text stored with the Jet 4 Unicode compression
   bool Fija() const { return (banderas & 0x01) != 0; }
 };
 
@@ -90,6 +91,8 @@ struct Tabla {
   std::uint32_t filas = 0;     // the row count the definition holds
   std::vector<Columna> columnas;  // in the order the definition lists them
   std::vector<Indice> indices;
+  // How many indexes the definition declares, relations' keys included.
+  std::uint32_t indices_declarados = 0;
   std::vector<std::uint32_t> paginas_datos;  // from the usage map, in order
 };
 

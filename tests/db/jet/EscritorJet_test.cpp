@@ -1,0 +1,366 @@
+// The Jet writer: rows appended to the statistics table read back by the
+// Orvex reader and by Debian's mdb-export; a failure after any write leaves
+// the file as it was; tables and files it must not touch are refused.
+#include "db/jet/EscritorJet.h"
+
+#include <gtest/gtest.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include "base/CodePage.h"
+
+namespace orvex::db::jet {
+namespace {
+
+namespace fs = std::filesystem;
+
+const fs::path kCatalogo = fs::path(ORVEX_FIXTURES) / "catalogo";
+
+std::string LeeArchivo(const fs::path& ruta) {
+  std::ifstream in(ruta, std::ios::binary);
+  return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+// A file in memory that can be made to fail at its k-th write or sync.
+class EnMemoria final : public DestinoPaginas {
+ public:
+  explicit EnMemoria(std::string bytes) : bytes_(std::move(bytes)) {}
+  std::uint32_t Paginas() const override {
+    return static_cast<std::uint32_t>(bytes_.size() / kTamanoPagina);
+  }
+  void Lee(std::uint32_t n, std::uint8_t* pagina) const override {
+    std::memcpy(pagina, bytes_.data() + std::size_t{n} * kTamanoPagina, kTamanoPagina);
+  }
+  void Escribe(std::uint32_t n, const std::uint8_t* pagina) override {
+    Paso("escritura");
+    const std::size_t desde = std::size_t{n} * kTamanoPagina;
+    if (bytes_.size() < desde + kTamanoPagina) bytes_.resize(desde + kTamanoPagina);
+    std::memcpy(bytes_.data() + desde, pagina, kTamanoPagina);
+  }
+  void Sincroniza() override { Paso("sincronización"); }
+  void Trunca(std::uint32_t paginas) override { bytes_.resize(std::size_t{paginas} * kTamanoPagina); }
+  const std::string& Nombre() const override { return nombre_; }
+
+  const std::string& Bytes() const { return bytes_; }
+  int pasos = 0;
+  int falla_en = -1;  // the step that fails, counting from 0; -1: none
+
+ private:
+  void Paso(const char* que) {
+    if (pasos++ == falla_en) throw ErrorJet(std::string("falla provocada en la ") + que);
+  }
+  std::string bytes_;
+  std::string nombre_ = "estadisticas.mdb";
+};
+
+// One statistics row: date, searched text, count, form, client.
+std::vector<Valor> Consulta(int i, bool con_columnas_nuevas = true) {
+  Valor fecha;
+  fecha.tipo = Valor::Tipo::Fecha;
+  EXPECT_TRUE(DiasDeFechaISO("2026-11-22 10:" + std::string(i % 60 < 10 ? "0" : "") +
+                                 std::to_string(i % 60) + ":05",
+                             fecha.real));
+  std::vector<Valor> v = {fecha, Valor::DeTexto("CAMION " + std::to_string(i) + " ÑANDÚ"),
+                          Valor::DeEntero(i * 7)};
+  if (con_columnas_nuevas) {
+    v.push_back(Valor::DeTexto(i % 2 == 0 ? "2" : "3"));
+    v.push_back(i % 5 == 0 ? Valor::Nulo() : Valor::DeTexto("10.0.0." + std::to_string(i)));
+  }
+  return v;
+}
+
+// Every row of Consultas as "date|text|count|form|client" through the reader.
+std::vector<std::string> FilasLeidas(const std::string& bytes) {
+  auto a = Archivo::DesdeMemoria(bytes, "estadisticas.mdb");
+  const Tabla* t = a->BuscaTabla("Consultas");
+  std::vector<std::string> r;
+  Filas f(*a, *t);
+  while (f.Siguiente()) {
+    std::string linea;
+    for (std::size_t c = 0; c < t->columnas.size(); ++c) {
+      const Valor v = f.Lee(c);
+      linea += (c == 0 ? "" : "|") + (v.tipo == Valor::Tipo::Fecha   ? FechaISO(v.real)
+                                      : v.tipo == Valor::Tipo::Entero ? std::to_string(v.entero)
+                                      : v.tipo == Valor::Tipo::Nulo   ? std::string("\\N")
+                                                                      : v.bytes);
+    }
+    r.push_back(linea);
+  }
+  EXPECT_EQ(t->filas, r.size()) << "the definition's row count";
+  return r;
+}
+
+std::string Esperada(int i) {
+  return "2026-11-22 10:" + std::string(i % 60 < 10 ? "0" : "") + std::to_string(i % 60) +
+         ":05|CAMION " + std::to_string(i) + " ÑANDÚ|" + std::to_string(i * 7) + "|" +
+         (i % 2 == 0 ? "2" : "3") + "|" + (i % 5 == 0 ? "\\N" : "10.0.0." + std::to_string(i));
+}
+
+void Agrega(EnMemoria& m, const std::vector<Valor>& v, const char* tabla = "Consultas") {
+  auto a = Archivo::DesdeMemoria(m.Bytes(), m.Nombre());
+  AgregaFila(*a, m, tabla, v);
+}
+
+const std::string& Estadisticas() {
+  static const std::string bytes = LeeArchivo(kCatalogo / "jet" / "estadisticas.mdb");
+  return bytes;
+}
+
+TEST(EscritorJet, AppendedRowsReadBackOnOldAndNewPages) {
+  EnMemoria m(Estadisticas());
+  const std::vector<std::string> antes = FilasLeidas(m.Bytes());
+  ASSERT_EQ(antes.size(), 3u);
+  // Enough rows to fill the table's page and two new ones.
+  for (int i = 0; i < 150; ++i) Agrega(m, Consulta(i));
+  EXPECT_GE(m.Paginas(), Archivo::DesdeMemoria(Estadisticas(), "x")->Paginas() + 2);
+  std::vector<std::string> esperadas = antes;
+  for (int i = 0; i < 150; ++i) esperadas.push_back(Esperada(i));
+  EXPECT_EQ(FilasLeidas(m.Bytes()), esperadas);
+  // The other tables are untouched.
+  auto original = Archivo::DesdeMemoria(Estadisticas(), "x");
+  auto escrito = Archivo::DesdeMemoria(m.Bytes(), "x");
+  EXPECT_EQ(escrito->NombresTablas(), original->NombresTablas());
+}
+
+// Debian's mdbtools reads what Orvex wrote, value by value.
+TEST(EscritorJet, MdbExportReadsTheRows) {
+  if (std::system("command -v mdb-export >/dev/null 2>&1") != 0) GTEST_SKIP() << "sin mdb-export";
+  EnMemoria m(Estadisticas());
+  for (int i = 0; i < 120; ++i) Agrega(m, Consulta(i));
+  const fs::path ruta = fs::temp_directory_path() / ("orvex-escritor-" + std::to_string(::getpid()) + ".mdb");
+  std::ofstream(ruta, std::ios::binary) << m.Bytes();
+  const std::string orden = "mdb-export -H -d '|' -q '' -T '%Y-%m-%d %H:%M:%S' '" + ruta.string() +
+                            "' Consultas";
+  FILE* tubo = ::popen(orden.c_str(), "r");
+  ASSERT_NE(tubo, nullptr);
+  std::string salida;
+  char buffer[4096];
+  for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, tubo)) > 0;) salida.append(buffer, n);
+  ASSERT_EQ(::pclose(tubo), 0) << salida;
+  fs::remove(ruta);
+  std::vector<std::string> lineas;
+  for (std::size_t i = 0; i < salida.size();) {
+    const std::size_t fin = salida.find('\n', i);
+    lineas.push_back(salida.substr(i, fin - i));
+    i = fin == std::string::npos ? salida.size() : fin + 1;
+  }
+  ASSERT_EQ(lineas.size(), 123u);
+  for (int i = 0; i < 120; ++i) {
+    std::string esperada = Esperada(i);
+    if (i % 5 == 0) esperada.replace(esperada.size() - 2, 2, "");  // null: empty field
+    EXPECT_EQ(lineas[static_cast<std::size_t>(i) + 3], esperada);
+  }
+}
+
+// A failure after any write or sync, on an existing page or on a new one,
+// leaves the bytes exactly as they were.
+TEST(EscritorJet, AFailureAtAnyStepLeavesTheFileAsItWas) {
+  EnMemoria lleno(Estadisticas());
+  int i = 0;
+  // Up to the last row that fits the table's page.
+  for (std::uint32_t paginas = lleno.Paginas(); lleno.Paginas() == paginas; ++i) {
+    EnMemoria prueba(lleno.Bytes());
+    Agrega(prueba, Consulta(i));
+    if (prueba.Paginas() != paginas) break;
+    Agrega(lleno, Consulta(i));
+  }
+  for (const bool pagina_nueva : {false, true}) {
+    SCOPED_TRACE(pagina_nueva ? "new page" : "existing page");
+    const std::string base = pagina_nueva ? lleno.Bytes() : Estadisticas();
+    EnMemoria cuenta(base);
+    Agrega(cuenta, Consulta(900));
+    ASSERT_GE(cuenta.pasos, pagina_nueva ? 6 : 4);
+    for (int paso = 0; paso < cuenta.pasos; ++paso) {
+      EnMemoria m(base);
+      m.falla_en = paso;
+      EXPECT_THROW(Agrega(m, Consulta(900)), ErrorJet) << paso;
+      EXPECT_EQ(m.Bytes(), base) << "after a failure at step " << paso;
+    }
+  }
+}
+
+TEST(EscritorJet, RefusesWhatItCannotWriteAndChangesNothing) {
+  struct Caso {
+    const char* que;
+    const char* archivo;
+    const char* tabla;
+    std::vector<Valor> valores;
+    const char* en_mensaje;
+  };
+  const std::vector<Caso> casos = {
+      {"a table with indexes", "KORVEL8.MDB", "Ejemplares", {}, "tiene índices"},
+      {"a missing table", "estadisticas.mdb", "NoHay", Consulta(1), "no hay una tabla"},
+      {"too few values", "estadisticas.mdb", "Consultas", Consulta(1, false), "número de valores"},
+      {"a text longer than its column", "estadisticas.mdb", "Consultas",
+       {Valor::Nulo(), Valor::DeTexto(std::string(41, 'x')), Valor::DeEntero(1), Valor::Nulo(),
+        Valor::Nulo()},
+       "no cabe en la columna Buscado"},
+      {"a number out of range", "estadisticas.mdb", "Consultas",
+       {Valor::Nulo(), Valor::Nulo(), Valor::DeEntero(int64_t{1} << 40), Valor::Nulo(),
+        Valor::Nulo()},
+       "no cabe en la columna Encontrados"},
+      {"text in a number column", "estadisticas.mdb", "Consultas",
+       {Valor::Nulo(), Valor::Nulo(), Valor::DeTexto("7"), Valor::Nulo(), Valor::Nulo()},
+       "no admite ese valor"},
+  };
+  for (const Caso& c : casos) {
+    SCOPED_TRACE(c.que);
+    const std::string base = LeeArchivo(kCatalogo / "jet" / c.archivo);
+    EnMemoria m(base);
+    try {
+      Agrega(m, c.valores, c.tabla);
+      ADD_FAILURE() << "written";
+    } catch (const ErrorJet& e) {
+      EXPECT_NE(std::string(e.what()).find(Latin1(c.en_mensaje)), std::string::npos) << e.what();
+    }
+    EXPECT_EQ(m.Bytes(), base);
+  }
+}
+
+// A damaged file is refused, not made worse: a usage map pointer that leads
+// nowhere, a data page of another table, a definition that is not one.
+TEST(EscritorJet, DamagedFilesAreRefusedUntouched) {
+  auto a = Archivo::DesdeMemoria(Estadisticas(), "x");
+  const Tabla* t = a->BuscaTabla("Consultas");
+  const std::size_t def = std::size_t{t->pagina_definicion} * kTamanoPagina;
+  const std::size_t datos = std::size_t{t->paginas_datos.back()} * kTamanoPagina;
+  struct Dano {
+    const char* que;
+    std::size_t donde;
+    std::uint8_t valor;
+  };
+  for (const Dano& d : {Dano{"owned-pages map pointer", def + 0x38, 0x7F},
+                        Dano{"free-space map row", def + 0x3B, 0x09},
+                        Dano{"data page's owner", datos + 4, 0x02},
+                        Dano{"data page type", datos, 0x04}}) {
+    SCOPED_TRACE(d.que);
+    std::string base = Estadisticas();
+    base[d.donde] = static_cast<char>(d.valor);
+    // Fill the page first so that the new page needs the maps.
+    EnMemoria m(base);
+    bool rechazada = false;
+    for (int i = 0; i < 100 && !rechazada; ++i) {
+      const std::string antes = m.Bytes();
+      try {
+        Agrega(m, Consulta(i));
+      } catch (const ErrorJet&) {
+        rechazada = true;
+        EXPECT_EQ(m.Bytes(), antes);
+      }
+    }
+    EXPECT_TRUE(rechazada);
+  }
+}
+
+TEST(EscritorJet, OldLayoutWithoutTheNewColumns) {
+  const std::string base = LeeArchivo(kCatalogo / "estadisticas-antigua" / "jet" / "estadisticas.mdb");
+  EnMemoria m(base);
+  Agrega(m, Consulta(4, false));
+  auto a = Archivo::DesdeMemoria(m.Bytes(), "x");
+  const Tabla* t = a->BuscaTabla("Consultas");
+  ASSERT_EQ(t->columnas.size(), 3u);
+  Filas f(*a, *t);
+  std::string ultima;
+  while (f.Siguiente()) ultima = f.Lee(1).bytes + "|" + std::to_string(f.Lee(2).entero);
+  EXPECT_EQ(ultima, "CAMION 4 ÑANDÚ|28");
+}
+
+TEST(EscritorJet, IsoDatesBecomeJetDays) {
+  double d = 0;
+  ASSERT_TRUE(DiasDeFechaISO("1899-12-30", d));
+  EXPECT_EQ(d, 0.0);
+  ASSERT_TRUE(DiasDeFechaISO("2008-03-05", d));
+  EXPECT_EQ(d, 39512.0);
+  ASSERT_TRUE(DiasDeFechaISO("2004-03-01 10:30:00", d));
+  EXPECT_EQ(FechaISO(d), "2004-03-01 10:30:00");
+  ASSERT_TRUE(DiasDeFechaISO("2000-02-29 23:59:59", d));
+  EXPECT_EQ(FechaISO(d), "2000-02-29 23:59:59");
+  for (const char* mala : {"", "2008-13-01", "ayer", "2008-03-05 25:00:00", "2008-03-05x"}) {
+    EXPECT_FALSE(DiasDeFechaISO(mala, d)) << mala;
+  }
+}
+
+class EnDisco : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dir_ = fs::temp_directory_path() / ("orvex-escritor-" + std::to_string(::getpid()));
+    fs::create_directories(dir_);
+    ruta_ = dir_ / "estadisticas.mdb";
+    fs::copy_file(kCatalogo / "jet" / "estadisticas.mdb", ruta_, fs::copy_options::overwrite_existing);
+    fs::permissions(ruta_, fs::perms::owner_read | fs::perms::owner_write);
+  }
+  void TearDown() override { fs::remove_all(dir_); }
+
+  void AgregaEnDisco(int i) {
+    auto destino = AbreParaEscribir(ruta_.string());
+    auto archivo = Archivo::Abre(ruta_.string());
+    AgregaFila(*archivo, *destino, "Consultas", Consulta(i));
+  }
+
+  fs::path dir_, ruta_;
+};
+
+// Fifty processes append at once; the lock makes them take turns.
+TEST_F(EnDisco, ConcurrentWritersTakeTurns) {
+  std::vector<pid_t> hijos;
+  for (int i = 0; i < 50; ++i) {
+    const pid_t pid = ::fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+      try {
+        AgregaEnDisco(i);
+        ::_exit(0);
+      } catch (...) {
+        ::_exit(1);
+      }
+    }
+    hijos.push_back(pid);
+  }
+  for (pid_t pid : hijos) {
+    int estado = 0;
+    ASSERT_EQ(::waitpid(pid, &estado, 0), pid);
+    EXPECT_TRUE(WIFEXITED(estado) && WEXITSTATUS(estado) == 0);
+  }
+  std::vector<std::string> filas = FilasLeidas(LeeArchivo(ruta_));
+  ASSERT_EQ(filas.size(), 53u);
+  filas.erase(filas.begin(), filas.begin() + 3);
+  std::sort(filas.begin(), filas.end());
+  std::vector<std::string> esperadas;
+  for (int i = 0; i < 50; ++i) esperadas.push_back(Esperada(i));
+  std::sort(esperadas.begin(), esperadas.end());
+  EXPECT_EQ(filas, esperadas);
+}
+
+// Another program's Jet lock file, held: no write. Left behind unlocked: the
+// write goes ahead.
+TEST_F(EnDisco, ALockedJetLockFileStopsTheWriter) {
+  const fs::path ldb = dir_ / "estadisticas.ldb";
+  std::ofstream(ldb) << "PC-BIBLIOTECA  Admin";
+  const std::string antes = LeeArchivo(ruta_);
+  {
+    const int fd = ::open(ldb.c_str(), O_RDWR);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(::flock(fd, LOCK_EX), 0);
+    try {
+      AgregaEnDisco(1);
+      ADD_FAILURE() << "written";
+    } catch (const ErrorJet& e) {
+      EXPECT_NE(std::string(e.what()).find(ldb.string()), std::string::npos) << e.what();
+    }
+    ::close(fd);
+  }
+  EXPECT_EQ(LeeArchivo(ruta_), antes);
+  AgregaEnDisco(1);
+  EXPECT_EQ(FilasLeidas(LeeArchivo(ruta_)).size(), 4u);
+}
+
+}  // namespace
+}  // namespace orvex::db::jet
