@@ -146,6 +146,7 @@ inline constexpr int kErrArchivoBaseNoEncontrado = 3024;
 inline constexpr int kErrSoloLectura = 3027;
 inline constexpr int kErrNoSePuedeAbrir = 3051;
 inline constexpr int kErrSintaxis = 3075;
+inline constexpr int kErrCampoDesconocido = 3127;
 inline constexpr int kErrTablaNoEncontrada = 3078;
 inline constexpr int kErrBloqueado = 3218;
 inline constexpr int kErrOperacionNoValida = 3251;

@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <cctype>
 #include <map>
 #include <optional>
 
@@ -10,6 +11,7 @@
 #include "base/RuntimeError.h"
 #include "db/JetSql.h"
 #include "db/SqliteDatabase.h"
+#include "db/jet/EscritorJet.h"
 #include "db/jet/Jet4.h"
 
 namespace orvex::db {
@@ -654,6 +656,74 @@ int VFila(sqlite3_vtab_cursor* cursor, sqlite3_int64* fila) {
   return SQLITE_OK;
 }
 
+// A value of an INSERT as the column stores it.
+jet::Valor ValorParaColumna(const jet::Columna& c, sqlite3_value* v) {
+  const int tipo = sqlite3_value_type(v);
+  if (tipo == SQLITE_NULL) return jet::Valor::Nulo();
+  const char* texto = reinterpret_cast<const char*>(sqlite3_value_text(v));
+  const std::string como_texto = texto == nullptr ? "" : texto;
+  jet::Valor r;
+  switch (c.tipo) {
+    case jet::TipoColumna::Texto:
+    case jet::TipoColumna::Memo:
+      return jet::Valor::DeTexto(como_texto);
+    case jet::TipoColumna::Fecha:
+      r.tipo = jet::Valor::Tipo::Fecha;
+      if (tipo == SQLITE_TEXT) {
+        if (!jet::DiasDeFechaISO(como_texto, r.real)) break;
+      } else {
+        r.real = sqlite3_value_double(v);
+      }
+      return r;
+    case jet::TipoColumna::Booleano:
+    case jet::TipoColumna::Byte:
+    case jet::TipoColumna::Entero:
+    case jet::TipoColumna::Largo:
+      if (sqlite3_value_numeric_type(v) == SQLITE_INTEGER) {
+        return jet::Valor::DeEntero(sqlite3_value_int64(v));
+      }
+      break;
+    case jet::TipoColumna::Simple:
+    case jet::TipoColumna::Doble:
+    case jet::TipoColumna::Moneda: {
+      const int numerico = sqlite3_value_numeric_type(v);
+      if (numerico != SQLITE_INTEGER && numerico != SQLITE_FLOAT) break;
+      r.tipo = jet::Valor::Tipo::Real;
+      r.real = sqlite3_value_double(v);
+      return r;
+    }
+    default:
+      break;
+  }
+  throw ErrorJet(Latin1("Los tipos de datos no coinciden en la columna '") +
+                 CodePage::Windows1252().FromUtf8(c.nombre) + "'.");
+}
+
+// INSERT: the row is appended to the file itself, under the writers' lock,
+// from a fresh reading of the file. Nothing else changes a Jet table.
+int VActualiza(sqlite3_vtab* vtab, int argc, sqlite3_value** argv, sqlite3_int64*) {
+  auto& v = *reinterpret_cast<VTabla*>(vtab);
+  try {
+    if (argc < 2 || sqlite3_value_type(argv[0]) != SQLITE_NULL) {
+      throw ErrorJet(Latin1("No se puede actualizar. La base de datos '") + v.archivo->Nombre() +
+                     Latin1("' sólo admite filas nuevas."));
+    }
+    std::vector<jet::Valor> valores;
+    for (std::size_t i = 0; i < v.tabla->columnas.size() && static_cast<int>(i) + 2 < argc; ++i) {
+      valores.push_back(ValorParaColumna(v.tabla->columnas[i], argv[i + 2]));
+    }
+    const std::string& ruta = v.archivo->Nombre();
+    auto destino = jet::AbreParaEscribir(ruta);
+    auto fresco = jet::Archivo::Abre(ruta);
+    jet::AgregaFila(*fresco, *destino, v.tabla->nombre, valores);
+    return SQLITE_OK;
+  } catch (const std::exception& e) {
+    sqlite3_free(vtab->zErrMsg);
+    vtab->zErrMsg = sqlite3_mprintf("%s", CodePage::Windows1252().ToUtf8(e.what()).c_str());
+    return SQLITE_ERROR;
+  }
+}
+
 const sqlite3_module kModulo = {
     /* iVersion */ 0,
     /* xCreate */ VConecta,
@@ -668,7 +738,7 @@ const sqlite3_module kModulo = {
     /* xEof */ VFin,
     /* xColumn */ VColumna,
     /* xRowid */ VFila,
-    /* xUpdate */ nullptr,
+    /* xUpdate */ VActualiza,
     /* xBegin */ nullptr,
     /* xSync */ nullptr,
     /* xCommit */ nullptr,
@@ -702,12 +772,50 @@ class JetDatabase : public Database {
     return Sql().OpenRecordset(source, type);
   }
 
-  std::int64_t Execute(std::string_view) override {
+  // INSERT appends rows (tables without indexes only, see jet::AgregaFila);
+  // every other statement that would change the file is refused.
+  std::int64_t Execute(std::string_view sql) override {
     RequiereAbierta();
+    std::string verbo;
+    for (char c : sql) {
+      if (std::isalpha(static_cast<unsigned char>(c))) {
+        verbo += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+      } else if (!verbo.empty()) {
+        break;
+      }
+    }
+    if (verbo == "INSERT") {
+      std::int64_t filas = 0;
+      try {
+        filas = Sql().Execute(sql);
+      } catch (const RuntimeError& e) {
+        // A column the table does not have, in Jet's words.
+        constexpr std::string_view kSinColumna = "has no column named ";
+        const std::string& d = e.description();
+        const std::size_t i = d.find(kSinColumna);
+        if (i == std::string::npos) throw;
+        throw RuntimeError(kErrCampoDesconocido,
+                           Latin1("La instrucción INSERT INTO contiene el siguiente nombre de campo "
+                                  "desconocido: '") +
+                               d.substr(i + kSinColumna.size()) +
+                               Latin1("'. Asegúrese de que ha escrito el nombre correctamente e "
+                                      "intente la operación de nuevo."));
+      }
+      // What this connection had read of the file is out of date.
+      const std::string ruta = archivo_->Nombre();
+      sql_.reset();
+      archivo_ = Protege([&] { return jet::Archivo::Abre(ruta); });
+      return filas;
+    }
+    if (verbo == "ALTER" || verbo == "CREATE" || verbo == "DROP") {
+      throw RuntimeError(kErrSoloLectura,
+                         Latin1("No se puede cambiar el diseño de las tablas de la base de datos '") +
+                             archivo_->Nombre() + Latin1("': Orvex sólo agrega filas a los archivos Jet."));
+    }
     throw RuntimeError(kErrSoloLectura,
                        Latin1("No se puede actualizar. La base de datos '") + archivo_->Nombre() +
-                           Latin1("' es de sólo lectura: Orvex lee los archivos Jet pero no "
-                                  "escribe en ellos."));
+                           Latin1("' sólo admite filas nuevas: Orvex no cambia ni borra filas de los "
+                                  "archivos Jet."));
   }
 
   std::vector<std::string> TableNames() override {

@@ -203,6 +203,40 @@ TEST(JetDatabase, AnIndexChosenWalksInKeyOrderAndSeeksRepeat) {
   }
 }
 
+// The statistics row as the gateway inserts it: the Jet file gets it, both
+// engines read it back alike, and nothing but INSERT changes a Jet file.
+TEST(JetDatabase, InsertsStatisticsRowsAndNothingElse) {
+  const fs::path dir = fs::temp_directory_path() / ("orvex-jet-insert-" + std::to_string(::getpid()));
+  fs::create_directories(dir);
+  std::vector<std::string> leidas;
+  for (const char* motor : {"jet", "sqlite"}) {
+    const fs::path copia = dir / (std::string(motor) + ".mdb");
+    fs::copy_file(kCatalogo / motor / "estadisticas.mdb", copia, fs::copy_options::overwrite_existing);
+    fs::permissions(copia, fs::perms::owner_read | fs::perms::owner_write);
+    auto bd = OpenDatabase(copia.string(), kPage);
+    EXPECT_EQ(bd->Execute("INSERT INTO Consultas (Fecha,Buscado,Encontrados,AdvSearch,IP_Address)  "
+                          "VALUES (#11/22/2026 21:05:09#,'CAMION DE O''HIGGINS',12,2,'-')"),
+              1);
+    auto rs = bd->OpenRecordset("SELECT * FROM Consultas", RecordsetType::Snapshot);
+    const auto filas = Filas(*rs, {"Fecha", "Buscado", "Encontrados", "AdvSearch", "IP_Address"});
+    ASSERT_EQ(filas.size(), 4u) << motor;
+    leidas.push_back(filas.back());
+    if (std::string(motor) == "jet") {
+      EXPECT_EQ(testing::ErrorNumberOf([&] {
+                  bd->Execute("ALTER TABLE consultas ADD COLUMN IP_Address TEXT(100)");
+                }),
+                kErrSoloLectura);
+      EXPECT_EQ(testing::ErrorNumberOf([&] { bd->Execute("DELETE FROM Consultas"); }), kErrSoloLectura);
+      EXPECT_EQ(testing::ErrorNumberOf([&] {
+                  bd->Execute("INSERT INTO Consultas (Fecha,Buscado,Nada) VALUES (#1/1/2000#,'a',1)");
+                }),
+                kErrCampoDesconocido);
+    }
+  }
+  EXPECT_EQ(leidas[0], leidas[1]);
+  fs::remove_all(dir);
+}
+
 TEST(JetDatabase, IsReadOnlyAndReportsWhatIsMissing) {
   auto jet = Abre("jet", "KORVEL8.MDB");
   EXPECT_EQ(testing::ErrorNumberOf([&] { jet->Execute("DELETE FROM Fichas"); }), kErrSoloLectura);
