@@ -1,11 +1,17 @@
 // The same catalogue as Jet 4 files and as SQLite files gives the same pages,
 // byte for byte: searches of every kind, paging, each presentation,
 // periodicals, articles, the sequential listing and the accession-number
-// lookup. The statistics database is the SQLite one in both, since Orvex
-// does not write Jet files.
+// lookup. Each engine writes its search statistics into its own statistics
+// file: a failed row would show on the page.
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <cstdio>
+
+#include "base/CodePage.h"
+#include "db/jet/Jet4.h"
 #include "tests/e2e/Programa.h"
 
 namespace orvex {
@@ -20,13 +26,17 @@ const fs::path kFixtures = fs::path(ORVEX_FIXTURES) / "catalogo";
 // catalogo.cfg of tests/e2e/cfg.
 class Programa {
  public:
-  Programa(const std::string& nombre, const std::string& motor) : programa_(nombre, "") {
+  Programa(const std::string& nombre, const std::string& motor,
+           const fs::path& estadisticas = fs::path())
+      : programa_(nombre, "") {
     const fs::path bases = programa_.dir() / "bases";
     fs::create_directories(bases);
     for (const char* archivo : {"KORVEL8.MDB", "INDIZADO.MDB", "indizaPP.MDB"}) {
       fs::copy_file(kFixtures / motor / archivo, bases / archivo);
     }
-    fs::copy_file(kFixtures / "sqlite" / "estadisticas.mdb", bases / "estadisticas.mdb");
+    fs::copy_file(estadisticas.empty() ? kFixtures / motor / "estadisticas.mdb" : estadisticas,
+                  bases / "estadisticas.mdb");
+    fs::permissions(bases / "estadisticas.mdb", fs::perms::owner_read | fs::perms::owner_write);
     for (const char* cfg : {"libros.cfg", "revistas.cfg", "catalogo.cfg"}) {
       WriteFile(programa_.dir() / cfg,
                 Reemplaza(ReadFile(fs::path(ORVEX_E2E_DIR) / "cfg" / cfg), "@BASES@", bases.string()));
@@ -37,6 +47,7 @@ class Programa {
     EXPECT_TRUE(r.termino);
     return Reemplaza(r.salida, programa_.dir().string(), "@DIR@");
   }
+  const fs::path& dir() const { return programa_.dir(); }
 
  private:
   ProgramaCGI programa_;
@@ -114,6 +125,78 @@ INSTANTIATE_TEST_SUITE_P(
              "Ficha"},
         Caso{"detalle", "ArchivoCFG=libros.cfg&txtLIB=SHOW_SEC+15", "15"}),
     [](const ::testing::TestParamInfo<Caso>& info) { return info.param.nombre; });
+
+// The rows of the Jet statistics file as Debian's mdb-export reads them,
+// "Buscado|Encontrados|AdvSearch" each.
+std::vector<std::string> FilasMdbExport(const fs::path& archivo) {
+  const std::string orden = "mdb-export -H -d '|' -q '' '" + archivo.string() +
+                            "' Consultas | cut -d '|' -f 2-4";
+  FILE* tubo = ::popen(orden.c_str(), "r");
+  std::string salida;
+  char buffer[4096];
+  for (std::size_t n; tubo != nullptr && (n = std::fread(buffer, 1, sizeof buffer, tubo)) > 0;) {
+    salida.append(buffer, n);
+  }
+  EXPECT_EQ(tubo != nullptr ? ::pclose(tubo) : -1, 0);
+  std::vector<std::string> filas;
+  for (std::size_t i = 0; i < salida.size();) {
+    const std::size_t fin = salida.find('\n', i);
+    filas.push_back(salida.substr(i, fin - i));
+    i = fin == std::string::npos ? salida.size() : fin + 1;
+  }
+  return filas;
+}
+
+// Fifty requests at once against the Jet catalogue: each leaves its row in
+// the Jet statistics file, which mdb-export and Orvex's reader read back.
+TEST(EstadisticasJet, FiftyConcurrentRequestsEachLeaveTheirRow) {
+  if (std::system("command -v mdb-export >/dev/null 2>&1") != 0) GTEST_SKIP() << "sin mdb-export";
+  const Programa jet("jet_estadisticas_concurrentes", "jet");
+  const fs::path archivo = jet.dir() / "bases" / "estadisticas.mdb";
+  const std::vector<std::string> antes = FilasMdbExport(archivo);
+  const Peticion peticion = Get(LIBROS "txtLIB=novela&Cantidad=10&FichaINI=1");
+  std::vector<pid_t> hijos;
+  for (int i = 0; i < 50; ++i) {
+    const pid_t pid = ::fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+      std::freopen("/dev/null", "w", stdout);
+      std::freopen("/dev/null", "r", stdin);
+      for (const auto& [k, v] : peticion.variables) ::setenv(k.c_str(), v.c_str(), 1);
+      const std::string programa = (jet.dir() / "orvex").string();
+      ::execl(programa.c_str(), programa.c_str(), static_cast<char*>(nullptr));
+      ::_exit(127);
+    }
+    hijos.push_back(pid);
+  }
+  for (pid_t pid : hijos) {
+    int estado = 0;
+    ASSERT_EQ(::waitpid(pid, &estado, 0), pid);
+    EXPECT_TRUE(WIFEXITED(estado) && WEXITSTATUS(estado) == 0);
+  }
+  std::vector<std::string> despues = FilasMdbExport(archivo);
+  ASSERT_EQ(despues.size(), antes.size() + 50);
+  for (std::size_t i = antes.size(); i < despues.size(); ++i) EXPECT_EQ(despues[i], "NOVELA|29|2");
+  auto leido = db::jet::Archivo::Abre(archivo.string());
+  EXPECT_EQ(leido->BuscaTabla("Consultas")->filas, despues.size());
+}
+
+// The old layout of "Consultas" lacks IP_Address and AdvSearch; Orvex does
+// not change a Jet table's design, so the row is not written: the page says
+// why and the file is left as it was.
+TEST(EstadisticasJet, AnOldTableIsReportedAndLeftAlone) {
+  const fs::path antigua = kFixtures / "estadisticas-antigua" / "jet" / "estadisticas.mdb";
+  const Programa jet("jet_estadisticas_antiguas", "jet", antigua);
+  const std::string pagina = jet.Pagina(LIBROS "txtLIB=novela&Cantidad=10&FichaINI=1");
+  EXPECT_NE(pagina.find(Latin1("<H4>Error: 'La instrucción INSERT INTO contiene el siguiente "
+                               "nombre de campo desconocido: 'AdvSearch'. Asegúrese de que ha "
+                               "escrito el nombre correctamente e intente la operación de nuevo."
+                               "'<br/>--Agregar registro estadístico--</H4>")),
+            std::string::npos)
+      << pagina.substr(0, 3000);
+  EXPECT_NE(pagina.find("Ficha "), std::string::npos);
+  EXPECT_EQ(ReadFile(jet.dir() / "bases" / "estadisticas.mdb"), ReadFile(antigua));
+}
 
 }  // namespace
 }  // namespace orvex
