@@ -269,12 +269,14 @@ class Cambios {
         d_.Sincroniza();
       }
       for (const auto& grupo : orden) {
+        bool escrito = false;
         for (std::uint32_t n : grupo) {
           if (paginas_.at(n) == originales_.at(n)) continue;
           escritas.push_back(n);
           d_.Escribe(n, paginas_.at(n).data());
+          escrito = true;
         }
-        d_.Sincroniza();
+        if (escrito) d_.Sincroniza();
       }
     } catch (const std::exception& e) {
       try {
