@@ -5,7 +5,9 @@
 #include "db/Database.h"
 
 // The engine for Jet 4 catalogue files, read by Orvex's own reader
-// (db/jet/Jet4.h) and never written.
+// (db/jet/Jet4.h). The only change it makes to a file is an INSERT into a
+// table without indexes (the statistics row, db/jet/EscritorJet.h); every
+// other statement that would change the file is an engine error.
 //
 // - Table-type recordsets walk the table in storage order, or an index of
 //   the file in key order: SetIndex takes the file's index names (ignoring
