@@ -14,6 +14,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <random>
 
 #include "base/CodePage.h"
 
@@ -258,6 +259,39 @@ TEST(EscritorJet, DamagedFilesAreRefusedUntouched) {
     }
     EXPECT_TRUE(rechazada);
   }
+}
+
+// Random damage to the pages the writer reads: it may still write (the
+// damage was somewhere it does not look), or it refuses, and a refusal
+// leaves every byte as it was; nothing crashes.
+TEST(EscritorJet, RandomDamageIsRefusedOrWrittenNeverWorse) {
+  auto a = Archivo::DesdeMemoria(Estadisticas(), "x");
+  const Tabla* t = a->BuscaTabla("Consultas");
+  const std::vector<std::uint32_t> paginas = {1, t->pagina_definicion, t->paginas_datos.back(),
+                                              t->paginas_datos.back() - 1, t->paginas_datos.back() + 1};
+  std::mt19937 azar(20261122);
+  int rechazadas = 0;
+  for (int i = 0; i < 400; ++i) {
+    std::string base = Estadisticas();
+    for (int k = 0; k < 1 + i % 4; ++k) {
+      const std::uint32_t pagina = paginas[azar() % paginas.size()];
+      // Mostly the headers and row tables, where the pointers are.
+      const std::size_t en = azar() % 2 == 0 ? azar() % 80 : azar() % kTamanoPagina;
+      base[std::size_t{pagina} * kTamanoPagina + en] = static_cast<char>(azar());
+    }
+    EnMemoria m(base);
+    for (int n = 0; n < 80; ++n) {
+      const std::string antes = m.Bytes();
+      try {
+        Agrega(m, Consulta(n));
+      } catch (const ErrorJet&) {
+        ++rechazadas;
+        ASSERT_EQ(m.Bytes(), antes) << "damage " << i << ", row " << n;
+        break;
+      }
+    }
+  }
+  EXPECT_GT(rechazadas, 0);
 }
 
 TEST(EscritorJet, OldLayoutWithoutTheNewColumns) {
