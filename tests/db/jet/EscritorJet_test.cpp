@@ -271,7 +271,7 @@ TEST(EscritorJet, RandomDamageIsRefusedOrWrittenNeverWorse) {
                                               t->paginas_datos.back() - 1, t->paginas_datos.back() + 1};
   std::mt19937 azar(20261122);
   int rechazadas = 0;
-  for (int i = 0; i < 400; ++i) {
+  for (int i = 0; i < 150; ++i) {
     std::string base = Estadisticas();
     for (int k = 0; k < 1 + i % 4; ++k) {
       const std::uint32_t pagina = paginas[azar() % paginas.size()];
