@@ -699,6 +699,10 @@ jet::Valor ValorParaColumna(const jet::Columna& c, sqlite3_value* v) {
                  CodePage::Windows1252().FromUtf8(c.nombre) + "'.");
 }
 
+// Why the last row could not be written (Windows-1252), for Execute to
+// report in the writer's own words.
+std::string g_error_escritura;
+
 // INSERT: the row is appended to the file itself, under the writers' lock,
 // from a fresh reading of the file. Nothing else changes a Jet table.
 int VActualiza(sqlite3_vtab* vtab, int argc, sqlite3_value** argv, sqlite3_int64*) {
@@ -718,8 +722,9 @@ int VActualiza(sqlite3_vtab* vtab, int argc, sqlite3_value** argv, sqlite3_int64
     jet::AgregaFila(*fresco, *destino, v.tabla->nombre, valores);
     return SQLITE_OK;
   } catch (const std::exception& e) {
+    g_error_escritura = e.what();
     sqlite3_free(vtab->zErrMsg);
-    vtab->zErrMsg = sqlite3_mprintf("%s", CodePage::Windows1252().ToUtf8(e.what()).c_str());
+    vtab->zErrMsg = sqlite3_mprintf("%s", e.what());
     return SQLITE_ERROR;
   }
 }
@@ -786,9 +791,11 @@ class JetDatabase : public Database {
     }
     if (verbo == "INSERT") {
       std::int64_t filas = 0;
+      g_error_escritura.clear();
       try {
         filas = Sql().Execute(sql);
       } catch (const RuntimeError& e) {
+        if (!g_error_escritura.empty()) throw RuntimeError(kErrSoloLectura, g_error_escritura);
         // A column the table does not have, in Jet's words.
         constexpr std::string_view kSinColumna = "has no column named ";
         const std::string& d = e.description();

@@ -5,6 +5,8 @@
 // file: a failed row would show on the page.
 
 #include <gtest/gtest.h>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -196,6 +198,30 @@ TEST(EstadisticasJet, AnOldTableIsReportedAndLeftAlone) {
       << pagina.substr(0, 3000);
   EXPECT_NE(pagina.find("Ficha "), std::string::npos);
   EXPECT_EQ(ReadFile(jet.dir() / "bases" / "estadisticas.mdb"), ReadFile(antigua));
+}
+
+// The library's own program has the statistics file open (its Jet lock
+// file is held): the search is served, the row is not written, and the page
+// says why in the writer's words.
+TEST(EstadisticasJet, AFileOpenInAnotherProgramIsNotWritten) {
+  const Programa jet("jet_estadisticas_bloqueadas", "jet");
+  const fs::path archivo = jet.dir() / "bases" / "estadisticas.mdb";
+  const fs::path ldb = jet.dir() / "bases" / "estadisticas.ldb";
+  WriteFile(ldb, "PC-BIBLIOTECA                   Admin");
+  const std::string antes = ReadFile(archivo);
+  const int fd = ::open(ldb.c_str(), O_RDWR);
+  ASSERT_GE(fd, 0);
+  ASSERT_EQ(::flock(fd, LOCK_EX), 0);
+  const std::string pagina = jet.Pagina(LIBROS "txtLIB=novela&Cantidad=10&FichaINI=1");
+  ::close(fd);
+  EXPECT_NE(pagina.find(Latin1("<H4>Error: 'La base de datos Jet '@DIR@/bases/estadisticas.mdb' está "
+                               "abierta en otro programa (@DIR@/bases/estadisticas.ldb está "
+                               "bloqueado): Orvex no escribe en ella.'<br/>--Agregar registro "
+                               "estadístico--</H4>")),
+            std::string::npos)
+      << pagina.substr(0, 3000);
+  EXPECT_NE(pagina.find("Ficha "), std::string::npos);
+  EXPECT_EQ(ReadFile(archivo), antes);
 }
 
 }  // namespace
