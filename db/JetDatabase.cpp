@@ -808,10 +808,9 @@ class JetDatabase : public Database {
                                Latin1("'. Asegúrese de que ha escrito el nombre correctamente e "
                                       "intente la operación de nuevo."));
       }
-      // What this connection had read of the file is out of date.
-      const std::string ruta = archivo_->Nombre();
-      sql_.reset();
-      archivo_ = Protege([&] { return jet::Archivo::Abre(ruta); });
+      // What this connection had read of the file is out of date; it is
+      // read again if the connection is used again.
+      releer_ = true;
       return filas;
     }
     if (verbo == "ALTER" || verbo == "CREATE" || verbo == "DROP") {
@@ -850,8 +849,15 @@ class JetDatabase : public Database {
   }
 
  private:
-  void RequiereAbierta() const {
+  // After an INSERT the file is read afresh before it is used again.
+  void RequiereAbierta() {
     if (!archivo_) throw RuntimeError(kErrOperacionNoValida, Latin1("La base de datos está cerrada."));
+    if (releer_) {
+      releer_ = false;
+      const std::string ruta = archivo_->Nombre();
+      sql_.reset();
+      archivo_ = Protege([&] { return jet::Archivo::Abre(ruta); });
+    }
   }
 
   // The SQL connection, made at the first statement: every table of the
@@ -878,6 +884,7 @@ class JetDatabase : public Database {
   }
 
   std::unique_ptr<jet::Archivo> archivo_;
+  bool releer_ = false;
   const CodePage& page_;
   std::unique_ptr<Database> sql_;
 };

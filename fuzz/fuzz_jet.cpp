@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 
 #include "db/jet/EscritorJet.h"
@@ -15,30 +14,6 @@
 namespace {
 
 using namespace orvex::db::jet;
-
-class EnMemoria final : public DestinoPaginas {
- public:
-  explicit EnMemoria(std::string bytes) : bytes_(std::move(bytes)) {}
-  std::uint32_t Paginas() const override {
-    return static_cast<std::uint32_t>(bytes_.size() / kTamanoPagina);
-  }
-  void Lee(std::uint32_t n, std::uint8_t* pagina) const override {
-    std::memcpy(pagina, bytes_.data() + std::size_t{n} * kTamanoPagina, kTamanoPagina);
-  }
-  void Escribe(std::uint32_t n, const std::uint8_t* pagina) override {
-    const std::size_t desde = std::size_t{n} * kTamanoPagina;
-    if (bytes_.size() < desde + kTamanoPagina) bytes_.resize(desde + kTamanoPagina);
-    std::memcpy(bytes_.data() + desde, pagina, kTamanoPagina);
-  }
-  void Sincroniza() override {}
-  void Trunca(std::uint32_t paginas) override { bytes_.resize(std::size_t{paginas} * kTamanoPagina); }
-  const std::string& Nombre() const override { return nombre_; }
-  const std::string& Bytes() const { return bytes_; }
-
- private:
-  std::string bytes_;
-  std::string nombre_ = "fuzz.mdb";
-};
 
 // One value of each kind the statistics row has, for each column.
 std::vector<Valor> Fila(const Tabla& t) {
@@ -86,7 +61,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* datos, std::size_t lar
       }
       // The writer takes whole pages only, as it does from a file.
       if (largo % kTamanoPagina != 0) continue;
-      EnMemoria destino(std::string(reinterpret_cast<const char*>(datos), largo));
+      PaginasEnMemoria destino(std::string(reinterpret_cast<const char*>(datos), largo), "fuzz.mdb");
       try {
         const Tabla* tabla = archivo->BuscaTabla(nombre);
         if (tabla != nullptr) AgregaFila(*archivo, destino, nombre, Fila(*tabla));

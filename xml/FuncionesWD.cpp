@@ -1,5 +1,6 @@
 #include "xml/FuncionesWD.h"
 
+#include <chrono>
 #include <cmath>
 #include <limits>
 #include <optional>
@@ -10,6 +11,7 @@
 #include <libxml/xpathInternals.h>
 #include <libxslt/extensions.h>
 
+#include "base/CodePage.h"
 #include "xml/PatronWD.h"
 
 namespace orvex::xml {
@@ -26,23 +28,9 @@ std::u32string Decodifica(std::string_view s) {
   std::u32string r;
   r.reserve(s.size());
   for (size_t i = 0; i < s.size();) {
-    const unsigned char c = static_cast<unsigned char>(s[i]);
-    const size_t largo = c < 0x80 ? 1 : (c >> 5) == 0x6 ? 2 : (c >> 4) == 0xE ? 3
-                                                           : (c >> 3) == 0x1E ? 4 : 0;
-    char32_t cp = largo == 1 ? c : largo == 2 ? (c & 0x1F) : largo == 3 ? (c & 0x0F) : (c & 0x07);
-    bool valido = largo > 0 && i + largo <= s.size();
-    for (size_t k = 1; valido && k < largo; ++k) {
-      const unsigned char d = static_cast<unsigned char>(s[i + k]);
-      valido = (d & 0xC0) == 0x80;
-      cp = (cp << 6) | (d & 0x3F);
-    }
-    if (!valido) {
-      r.push_back(c);
-      ++i;
-    } else {
-      r.push_back(cp);
-      i += largo;
-    }
+    const size_t antes = i;
+    const char32_t cp = NextUtf8(s, i);
+    r.push_back(cp == 0xFFFD && i == antes + 1 ? static_cast<unsigned char>(s[antes]) : cp);
   }
   return r;
 }
@@ -80,22 +68,6 @@ int Compara(std::string_view a, std::string_view b) {
   return primaria != 0 ? primaria : Signo(ca.compare(cb));
 }
 
-// Days from 1970-01-01 to a date of the proleptic Gregorian calendar.
-long long DiasDesde1970(long long anio, int mes, int dia) {
-  anio -= mes <= 2 ? 1 : 0;
-  const long long era = (anio >= 0 ? anio : anio - 399) / 400;
-  const long long del_era = anio - era * 400;
-  const long long del_anio = (153 * (mes + (mes > 2 ? -3 : 9)) + 2) / 5 + dia - 1;
-  const long long dia_era = del_era * 365 + del_era / 4 - del_era / 100 + del_anio;
-  return era * 146097 + dia_era - 719468;
-}
-
-int DiasDelMes(long long anio, int mes) {
-  static constexpr int kDias[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-  const bool bisiesto = (anio % 4 == 0 && anio % 100 != 0) || anio % 400 == 0;
-  return mes == 2 && bisiesto ? 29 : kDias[mes - 1];
-}
-
 // yyyy-mm-dd, optionally followed by T (or a blank) and hh:mm[:ss[.fff]]
 // and a zone (Z or +hh:mm), as a day number counted from 1899-12-30 with
 // the time as its fraction. The zone is accepted and not applied: the
@@ -126,7 +98,10 @@ std::optional<double> FechaISO(std::string_view s) {
   if (!numero(4, &anio) || !signo('-') || !numero(2, &mes) || !signo('-') || !numero(2, &dia)) {
     return std::nullopt;
   }
-  if (mes < 1 || mes > 12 || dia < 1 || dia > DiasDelMes(anio, mes)) return std::nullopt;
+  const std::chrono::year_month_day fecha{std::chrono::year(anio),
+                                          std::chrono::month(static_cast<unsigned>(mes)),
+                                          std::chrono::day(static_cast<unsigned>(dia))};
+  if (!fecha.ok()) return std::nullopt;
   double fraccion = 0;
   if (signo('T') || signo(' ')) {
     if (!numero(2, &hora) || !signo(':') || !numero(2, &minuto)) return std::nullopt;
@@ -152,8 +127,8 @@ std::optional<double> FechaISO(std::string_view s) {
     }
   }
   if (i != s.size()) return std::nullopt;
-  return static_cast<double>(DiasDesde1970(anio, mes, dia) - DiasDesde1970(1899, 12, 30)) +
-         fraccion;
+  const std::chrono::sys_days origen{std::chrono::year(1899) / std::chrono::December / 30};
+  return static_cast<double>((std::chrono::sys_days(fecha) - origen).count()) + fraccion;
 }
 
 // The string arguments, popped in order; false after an XPath error.

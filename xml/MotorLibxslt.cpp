@@ -221,31 +221,57 @@ void CompilaDocumento(MotorLibxslt::Hoja& hoja, xmlDocPtr doc) {
   }
 }
 
+// A sheet text made ready for libxslt: read, told apart by its dialect, and
+// translated when it is a working-draft sheet.
+struct Preparada {
+  RevisionHoja::Dialecto dialecto = RevisionHoja::Dialecto::Ninguno;
+  DocumentoXML xslt;  // null when there is nothing to compile
+  bool legible = false;  // the text is well-formed XML
+  ResultadoXSL::Estado fallo = ResultadoXSL::Estado::Correcto;  // when `xslt` is null
+  std::string error;
+  std::vector<std::string> avisos;
+};
+
+Preparada Prepara(std::string_view xsl) {
+  Preparada p;
+  DocumentoXML doc(Lee(xsl));
+  if (doc == nullptr) {
+    p.fallo = ResultadoXSL::Estado::HojaInvalida;
+    p.error = g_errores.mensaje_primero;
+    return p;
+  }
+  p.legible = true;
+  if (EsHojaXSLT(doc.get())) {
+    p.dialecto = RevisionHoja::Dialecto::XSLT;
+    p.xslt = std::move(doc);
+  } else if (EsHojaBorrador(doc.get())) {
+    p.dialecto = RevisionHoja::Dialecto::Borrador;
+    HojaTraducida traducida = TraduceHojaBorrador(doc.get());
+    p.avisos = std::move(traducida.avisos);
+    p.xslt = std::move(traducida.xslt);
+    if (p.xslt == nullptr) {
+      p.fallo = ResultadoXSL::Estado::FalloTransformacion;
+      p.error = std::move(traducida.error);
+    }
+  } else {
+    p.fallo = ResultadoXSL::Estado::HojaInvalida;
+    p.error = "el documento no es una hoja de estilo XSL";
+  }
+  return p;
+}
+
 }  // namespace
 
 MotorLibxslt::Hoja& MotorLibxslt::Compila(std::string_view xsl) {
   if (auto it = hojas_.find(xsl); it != hojas_.end()) return *it->second;
   auto hoja = std::make_unique<Hoja>();
-  xmlDocPtr doc = Lee(xsl);
-  if (doc == nullptr) {
-    hoja->fallo = ResultadoXSL::Estado::HojaInvalida;
-    hoja->descripcion = g_errores.mensaje_primero;
-  } else if (EsHojaXSLT(doc)) {
-    CompilaDocumento(*hoja, doc);
-  } else if (EsHojaBorrador(doc)) {
-    HojaTraducida traducida = TraduceHojaBorrador(doc);
-    xmlFreeDoc(doc);
-    hoja->avisos = std::move(traducida.avisos);
-    if (traducida.xslt == nullptr) {
-      hoja->fallo = ResultadoXSL::Estado::FalloTransformacion;
-      hoja->descripcion = traducida.error;
-    } else {
-      CompilaDocumento(*hoja, traducida.xslt.release());
-    }
+  Preparada p = Prepara(xsl);
+  hoja->avisos = std::move(p.avisos);
+  if (p.xslt != nullptr) {
+    CompilaDocumento(*hoja, p.xslt.release());
   } else {
-    hoja->fallo = ResultadoXSL::Estado::HojaInvalida;
-    hoja->descripcion = "el documento no es una hoja de estilo XSL";
-    xmlFreeDoc(doc);
+    hoja->fallo = p.fallo;
+    hoja->descripcion = std::move(p.error);
   }
   return *hojas_.emplace(std::string(xsl), std::move(hoja)).first->second;
 }
@@ -309,33 +335,21 @@ ResultadoXSL MotorLibxslt::Transforma(std::string_view xml, std::string_view xsl
 RevisionHoja RevisaHoja(std::string_view xsl) {
   IniciaBibliotecas();
   RevisionHoja r;
-  xmlDocPtr doc = Lee(xsl);
-  if (doc == nullptr) {
-    r.error = "la hoja no es XML bien formado: " + g_errores.mensaje_primero;
+  Preparada p = Prepara(xsl);
+  r.dialecto = p.dialecto;
+  r.avisos = std::move(p.avisos);
+  if (!p.legible) {
+    r.error = "la hoja no es XML bien formado: " + p.error;
     if (g_errores.hay) r.error += " (línea " + std::to_string(g_errores.primero.line) + ")";
     return r;
   }
-  if (EsHojaXSLT(doc)) {
-    r.dialecto = RevisionHoja::Dialecto::XSLT;
-  } else if (EsHojaBorrador(doc)) {
-    r.dialecto = RevisionHoja::Dialecto::Borrador;
-    HojaTraducida traducida = TraduceHojaBorrador(doc);
-    xmlFreeDoc(doc);
-    doc = nullptr;
-    r.avisos = std::move(traducida.avisos);
-    if (traducida.xslt == nullptr) {
-      r.error = traducida.error;
-      return r;
-    }
-    r.xslt = TextoDeHoja(traducida.xslt.get());
-    doc = traducida.xslt.release();
-  } else {
-    xmlFreeDoc(doc);
-    r.error = "el documento no es una hoja de estilo XSL";
+  if (p.xslt == nullptr) {
+    r.error = std::move(p.error);
     return r;
   }
+  if (p.dialecto == RevisionHoja::Dialecto::Borrador) r.xslt = TextoDeHoja(p.xslt.get());
   MotorLibxslt::Hoja hoja;
-  CompilaDocumento(hoja, doc);
+  CompilaDocumento(hoja, p.xslt.release());
   r.compila = hoja.fallo == ResultadoXSL::Estado::Correcto;
   if (!r.compila) r.error = hoja.descripcion;
   return r;

@@ -15,7 +15,6 @@
 // Exit status: 0 when every sheet will run, 1 when one will not, 2 when a
 // file cannot be read or the arguments are wrong.
 
-#include <cctype>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
@@ -59,8 +58,7 @@ bool HojasDeLaBase(const std::string& base, std::vector<Hoja>& hojas) {
     auto tabla = bd->OpenRecordset("Configuracion", orvex::db::RecordsetType::Table);
     const std::string columna_clave = orvex::Latin1("Descripción");
     for (; !tabla->Eof(); tabla->MoveNext()) {
-      std::string clave = tabla->Field(columna_clave).AsText();
-      for (char& c : clave) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+      const std::string clave = orvex::UpperLatin1(tabla->Field(columna_clave).AsText());
       std::string valor = tabla->Field("Valor").AsText();
       if (clave.starts_with("XSL") && !valor.empty()) {
         hojas.push_back({base + ": Configuracion " + clave, std::move(valor)});

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cerrno>
 #include <cmath>
@@ -14,6 +15,7 @@
 #include <optional>
 
 #include "base/CodePage.h"
+#include "db/jet/Bytes.h"
 
 namespace orvex::db::jet {
 namespace {
@@ -26,19 +28,6 @@ constexpr std::uint16_t kMaximoFilasPorPagina = 255;  // a row pointer keeps the
 constexpr std::uint32_t kPaginasPorMapa = (kTamanoPagina - 4) * 8;
 constexpr std::uint32_t kPaginaMapaGlobal = 1;
 
-std::uint16_t U16(const std::uint8_t* p) { return static_cast<std::uint16_t>(p[0] | p[1] << 8); }
-std::uint32_t U32(const std::uint8_t* p) {
-  return static_cast<std::uint32_t>(p[0]) | static_cast<std::uint32_t>(p[1]) << 8 |
-         static_cast<std::uint32_t>(p[2]) << 16 | static_cast<std::uint32_t>(p[3]) << 24;
-}
-void Pon16(std::uint8_t* p, std::uint16_t v) {
-  p[0] = static_cast<std::uint8_t>(v);
-  p[1] = static_cast<std::uint8_t>(v >> 8);
-}
-void Pon32(std::uint8_t* p, std::uint32_t v) {
-  for (int i = 0; i < 4; ++i) p[i] = static_cast<std::uint8_t>(v >> (8 * i));
-}
-
 [[noreturn]] void Falla(const std::string& archivo, const std::string& que) {
   throw ErrorJet(Latin1("No se pudo agregar la fila a la base de datos Jet '") + archivo + "': " +
                  Latin1(que) + ".");
@@ -47,21 +36,9 @@ void Pon32(std::uint8_t* p, std::uint32_t v) {
 // UTF-8 to UTF-16 code units; false for bytes that are not UTF-8.
 bool Utf16(std::string_view utf8, std::u16string& r) {
   for (std::size_t i = 0; i < utf8.size();) {
-    const auto c = static_cast<unsigned char>(utf8[i]);
-    std::uint32_t cp = 0;
-    std::size_t n = 0;
-    if (c < 0x80) { cp = c; n = 1; }
-    else if ((c & 0xE0) == 0xC0) { cp = c & 0x1F; n = 2; }
-    else if ((c & 0xF0) == 0xE0) { cp = c & 0x0F; n = 3; }
-    else if ((c & 0xF8) == 0xF0) { cp = c & 0x07; n = 4; }
-    else return false;
-    if (i + n > utf8.size()) return false;
-    for (std::size_t k = 1; k < n; ++k) {
-      const auto d = static_cast<unsigned char>(utf8[i + k]);
-      if ((d & 0xC0) != 0x80) return false;
-      cp = cp << 6 | (d & 0x3F);
-    }
-    i += n;
+    const std::size_t antes = i;
+    char32_t cp = NextUtf8(utf8, i);
+    if (cp == 0xFFFD && i == antes + 1) return false;  // a malformed sequence, not U+FFFD itself
     if (cp >= 0x10000) {
       cp -= 0x10000;
       r += static_cast<char16_t>(0xD800 + (cp >> 10));
@@ -218,8 +195,9 @@ struct Mapa {
   std::size_t fin = 0;
 };
 
-Mapa UbicaMapa(const Pagina& p, std::uint32_t puntero, std::uint32_t pagina,
-               const std::string& archivo) {
+// The map row that `puntero` (row in the low byte, page above) names, in
+// its page `p`.
+Mapa UbicaMapa(const Pagina& p, std::uint32_t puntero, const std::string& archivo) {
   const std::uint16_t fila = puntero & 0xFF;
   if (p[0] != kPaginaDatos || fila >= U16(p.data() + 12)) {
     Falla(archivo, "un mapa de uso no está donde la definición dice");
@@ -230,7 +208,7 @@ Mapa UbicaMapa(const Pagina& p, std::uint32_t puntero, std::uint32_t pagina,
   if (inicio >= fin || fin > kTamanoPagina || fin - inicio < 5) {
     Falla(archivo, "un mapa de uso está dañado");
   }
-  return Mapa{pagina, inicio, fin};
+  return Mapa{puntero >> 8, inicio, fin};
 }
 
 // The pages the writer changes, read once and written in a fixed order.
@@ -296,11 +274,9 @@ class Cambios {
   std::map<std::uint32_t, Pagina> paginas_, originales_;
 };
 
-bool BitDe(const std::uint8_t* p, std::size_t byte, int bit) { return (p[byte] >> bit & 1) != 0; }
-
-// Sets page `n`'s bit in a table's usage map (inline or by reference) to
-// `valor`; false when the map cannot list that page.
-bool MarcaEnMapa(Cambios& cambios, const Mapa& m, std::uint32_t n, bool valor) {
+// Sets page `n`'s bit in a table's usage map (inline or by reference);
+// false when the map cannot list that page.
+bool MarcaEnMapa(Cambios& cambios, const Mapa& m, std::uint32_t n) {
   Pagina& fila = cambios.Toma(m.pagina);
   std::uint8_t* r = fila.data() + m.inicio;
   const std::size_t largo = m.fin - m.inicio;
@@ -323,11 +299,7 @@ bool MarcaEnMapa(Cambios& cambios, const Mapa& m, std::uint32_t n, bool valor) {
   } else {
     return false;
   }
-  if (valor) {
-    *byte = static_cast<std::uint8_t>(*byte | 1 << bit);
-  } else {
-    *byte = static_cast<std::uint8_t>(*byte & ~(1 << bit));
-  }
+  *byte = static_cast<std::uint8_t>(*byte | 1 << bit);
   return true;
 }
 
@@ -342,7 +314,7 @@ std::optional<bool> BitGlobal(Cambios& cambios, std::uint32_t n, std::size_t& by
   if (n < primera || inicio + 5 + (n - primera) / 8 >= kTamanoPagina) return std::nullopt;
   byte = inicio + 5 + (n - primera) / 8;
   bit = static_cast<int>((n - primera) % 8);
-  return BitDe(p.data(), byte, bit);
+  return (p[byte] >> bit & 1) != 0;
 }
 
 // A Jet file on disk, locked for the writer's turn.
@@ -418,6 +390,27 @@ bool BloqueadoPorOtro(const std::string& ruta) {
 
 }  // namespace
 
+PaginasEnMemoria::PaginasEnMemoria(std::string bytes, std::string nombre)
+    : bytes_(std::move(bytes)), nombre_(std::move(nombre)) {}
+
+std::uint32_t PaginasEnMemoria::Paginas() const {
+  return static_cast<std::uint32_t>(bytes_.size() / kTamanoPagina);
+}
+
+void PaginasEnMemoria::Lee(std::uint32_t n, std::uint8_t* pagina) const {
+  std::memcpy(pagina, bytes_.data() + std::size_t{n} * kTamanoPagina, kTamanoPagina);
+}
+
+void PaginasEnMemoria::Escribe(std::uint32_t n, const std::uint8_t* pagina) {
+  const std::size_t desde = std::size_t{n} * kTamanoPagina;
+  if (bytes_.size() < desde + kTamanoPagina) bytes_.resize(desde + kTamanoPagina);
+  std::memcpy(bytes_.data() + desde, pagina, kTamanoPagina);
+}
+
+void PaginasEnMemoria::Trunca(std::uint32_t paginas) {
+  bytes_.resize(std::size_t{paginas} * kTamanoPagina);
+}
+
 std::unique_ptr<DestinoPaginas> AbreParaEscribir(const std::string& ruta) {
   const int fd = ::open(ruta.c_str(), O_RDWR | O_CLOEXEC);
   if (fd < 0) {
@@ -449,22 +442,19 @@ std::unique_ptr<DestinoPaginas> AbreParaEscribir(const std::string& ruta) {
 
 bool DiasDeFechaISO(std::string_view iso, double& dias) {
   int a = 0, m = 0, d = 0, h = 0, mi = 0, se = 0;
-  char resto = 0;
   const std::string texto(iso);
   if (texto.size() != 10 && texto.size() != 19) return false;
-  const int n = std::sscanf(texto.c_str(), "%4d-%2d-%2d %2d:%2d:%2d%c", &a, &m, &d, &h, &mi, &se, &resto);
+  const int n = std::sscanf(texto.c_str(), "%4d-%2d-%2d %2d:%2d:%2d", &a, &m, &d, &h, &mi, &se);
   if (n != (texto.size() == 10 ? 3 : 6) || m < 1 || m > 12 || d < 1 || d > 31 || h > 23 || mi > 59 || se > 59 ||
       h < 0 || mi < 0 || se < 0 || a < 100) {
     return false;
   }
-  // Days from the civil date (proleptic Gregorian), then from 1899-12-30.
-  const int y = a - (m <= 2 ? 1 : 0);
-  const int era = (y >= 0 ? y : y - 399) / 400;
-  const int yoe = y - era * 400;
-  const int doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
-  const int doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
-  const long dias_civiles = static_cast<long>(era) * 146097 + doe - 719468;  // from 1970-01-01
-  const long desde_1899 = dias_civiles + 25569;
+  using namespace std::chrono;
+  // Days past a month's end run on into the next month.
+  const long desde_1899 =
+      (sys_days(year(a) / month(static_cast<unsigned>(m)) / day(static_cast<unsigned>(d))) -
+       sys_days(year(1899) / December / day(30)))
+          .count();
   const double fraccion = (h * 3600 + mi * 60 + se) / 86400.0;
   // Before 1899-12-30 Jet counts the day back and the time forward.
   dias = desde_1899 >= 0 ? desde_1899 + fraccion : desde_1899 - fraccion;
@@ -529,8 +519,8 @@ void AgregaFila(const Archivo& archivo, DestinoPaginas& destino, std::string_vie
     // The table's two maps: the pages it owns and the pages with room.
     for (std::size_t desplazamiento : {0x37u, 0x3Bu}) {
       const std::uint32_t puntero = U32(definicion.data() + desplazamiento);
-      const Mapa m = UbicaMapa(cambios.Toma(puntero >> 8), puntero, puntero >> 8, nombre);
-      if (!MarcaEnMapa(cambios, m, numero_nueva, true)) {
+      const Mapa m = UbicaMapa(cambios.Toma(puntero >> 8), puntero, nombre);
+      if (!MarcaEnMapa(cambios, m, numero_nueva)) {
         Falla(nombre, "el mapa de uso de la tabla " + t->nombre + " no alcanza la página " +
                           std::to_string(numero_nueva));
       }

@@ -28,6 +28,24 @@ class DestinoPaginas {
   virtual const std::string& Nombre() const = 0;
 };
 
+// A Jet file held in memory, for tests and fuzzing: pages are read and
+// written in `Bytes()`, and nothing needs flushing.
+class PaginasEnMemoria : public DestinoPaginas {
+ public:
+  PaginasEnMemoria(std::string bytes, std::string nombre);
+  std::uint32_t Paginas() const override;
+  void Lee(std::uint32_t n, std::uint8_t* pagina) const override;
+  void Escribe(std::uint32_t n, const std::uint8_t* pagina) override;
+  void Sincroniza() override {}
+  void Trunca(std::uint32_t paginas) override;
+  const std::string& Nombre() const override { return nombre_; }
+  const std::string& Bytes() const { return bytes_; }
+
+ private:
+  std::string bytes_;
+  std::string nombre_;
+};
+
 // Appends a row to the table `tabla` of `archivo` (the same file as
 // `destino`, read after the writer's lock was taken), with one value per
 // column in Tabla::columnas order:

@@ -5,6 +5,7 @@
 #include <unordered_map>
 
 #include "base/CodePage.h"
+#include "db/jet/Bytes.h"
 #include "db/jet/Jet4.h"
 
 // An index of a Jet 4 file is a B-tree of pages: intermediate pages (type
@@ -30,9 +31,6 @@ constexpr int kProfundidadMaxima = 32;
   throw ErrorJet(Latin1("Base de datos Jet dañada '") + f.Nombre() + Latin1("': índice ") + que);
 }
 
-std::uint32_t U32(const std::uint8_t* p) {
-  return p[0] | p[1] << 8 | p[2] << 16 | static_cast<std::uint32_t>(p[3]) << 24;
-}
 std::uint32_t BE(const std::uint8_t* p, int n) {
   std::uint32_t v = 0;
   for (int i = 0; i < n; ++i) v = v << 8 | p[i];
@@ -204,7 +202,6 @@ bool ClaveTexto(std::string_view texto, std::string& clave) {
   return true;
 }
 
-
 }  // namespace
 
 struct CursorIndice::Estado {
@@ -263,7 +260,6 @@ CursorIndice::CursorIndice(const FuentePaginas& archivo, const Tabla& tabla, con
     : e_(std::make_unique<Estado>(archivo, tabla, indice)) {}
 CursorIndice::~CursorIndice() = default;
 
-
 std::optional<std::string> CursorIndice::Clave(const std::vector<Valor>& claves) const {
   std::string r;
   for (std::size_t k = 0; k < claves.size(); ++k) {
@@ -294,7 +290,6 @@ std::optional<std::string> CursorIndice::Clave(const std::vector<Valor>& claves)
   }
   return r;
 }
-
 
 bool CursorIndice::Busca(std::string_view clave) {
   Estado& e = *e_;
@@ -346,7 +341,6 @@ bool CursorIndice::Valido() const { return e_->valido && e_->i < e_->hoja->entra
 std::string_view CursorIndice::ClaveActual() const {
   return Valido() ? e_->hoja->Clave(e_->i) : std::string_view();
 }
-
 
 std::optional<Valor> CursorIndice::ValorDeClave(std::size_t k) const {
   if (!Valido() || k >= e_->indice.columnas.size()) return std::nullopt;

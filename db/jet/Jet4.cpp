@@ -13,17 +13,10 @@
 
 #include "base/CodePage.h"
 #include "base/Runtime.h"
+#include "db/jet/Bytes.h"
 
 namespace orvex::db::jet {
 namespace {
-
-// --- bytes ------------------------------------------------------------------------
-
-std::uint16_t U16(const std::uint8_t* p) { return static_cast<std::uint16_t>(p[0] | p[1] << 8); }
-std::uint32_t U32(const std::uint8_t* p) {
-  return p[0] | p[1] << 8 | p[2] << 16 | static_cast<std::uint32_t>(p[3]) << 24;
-}
-std::uint64_t U64(const std::uint8_t* p) { return U32(p) | static_cast<std::uint64_t>(U32(p + 4)) << 32; }
 
 [[noreturn]] void Danada(const std::string& nombre, const std::string& que) {
   throw ErrorJet(Latin1("Base de datos Jet dañada '") + nombre + "': " + que);

@@ -31,26 +31,15 @@ std::string LeeArchivo(const fs::path& ruta) {
 }
 
 // A file in memory that can be made to fail at its k-th write or sync.
-class EnMemoria final : public DestinoPaginas {
+class EnMemoria final : public PaginasEnMemoria {
  public:
-  explicit EnMemoria(std::string bytes) : bytes_(std::move(bytes)) {}
-  std::uint32_t Paginas() const override {
-    return static_cast<std::uint32_t>(bytes_.size() / kTamanoPagina);
-  }
-  void Lee(std::uint32_t n, std::uint8_t* pagina) const override {
-    std::memcpy(pagina, bytes_.data() + std::size_t{n} * kTamanoPagina, kTamanoPagina);
-  }
+  explicit EnMemoria(std::string bytes) : PaginasEnMemoria(std::move(bytes), "estadisticas.mdb") {}
   void Escribe(std::uint32_t n, const std::uint8_t* pagina) override {
     Paso("escritura");
-    const std::size_t desde = std::size_t{n} * kTamanoPagina;
-    if (bytes_.size() < desde + kTamanoPagina) bytes_.resize(desde + kTamanoPagina);
-    std::memcpy(bytes_.data() + desde, pagina, kTamanoPagina);
+    PaginasEnMemoria::Escribe(n, pagina);
   }
   void Sincroniza() override { Paso("sincronización"); }
-  void Trunca(std::uint32_t paginas) override { bytes_.resize(std::size_t{paginas} * kTamanoPagina); }
-  const std::string& Nombre() const override { return nombre_; }
 
-  const std::string& Bytes() const { return bytes_; }
   int pasos = 0;
   int falla_en = -1;  // the step that fails, counting from 0; -1: none
 
@@ -58,8 +47,6 @@ class EnMemoria final : public DestinoPaginas {
   void Paso(const char* que) {
     if (pasos++ == falla_en) throw ErrorJet(std::string("falla provocada en la ") + que);
   }
-  std::string bytes_;
-  std::string nombre_ = "estadisticas.mdb";
 };
 
 // One statistics row: date, searched text, count, form, client.
