@@ -25,8 +25,9 @@ class Environment {
 class Input {
  public:
   virtual ~Input() = default;
-  // Reads at most `size` bytes; returns how many were read, 0 at end of input
-  // or on an error.
+  // Reads at most `size` bytes; returns how many were read, 0 at end of input,
+  // on an error, or when nothing came within a short wait (a tenth of a
+  // second at most), so that a caller never blocks for long in one read.
   virtual std::size_t Read(char* buffer, std::size_t size) = 0;
   // Called when a read brought nothing: waits a moment before the next one.
   virtual void Pause() = 0;
@@ -62,6 +63,15 @@ class FileSystem {
   virtual bool Remove(const std::string& path) = 0;
   // The names in a directory (not "." and ".."); empty when it cannot be read.
   virtual std::vector<std::string> List(const std::string& directory) = 0;
+  // The absolute path of an existing file or directory with every symbolic
+  // link, "." and ".." resolved; nullopt when there is none.
+  virtual std::optional<std::string> RealPath(const std::string& path) = 0;
+  // The whole text of a regular file of at most `limit` bytes; nullopt when
+  // there is no such file, or it is not a regular file (a directory, device,
+  // pipe or socket is never waited on nor read), or it is larger. Raises 70
+  // when it exists but cannot be read.
+  virtual std::optional<std::string> ReadRegularFile(const std::string& path,
+                                                     std::size_t limit) = 0;
 };
 
 // The two engines the gateway cannot work without.

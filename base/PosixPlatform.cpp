@@ -2,10 +2,12 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <ctime>
 
@@ -37,16 +39,31 @@ std::optional<std::string> PosixEnvironment::Get(const std::string& name) {
 }
 
 std::size_t StdInput::Read(char* buffer, std::size_t size) {
+  // At most a tenth of a second without data, so that the reader can look
+  // at the request's deadline between reads.
+  pollfd p{STDIN_FILENO, POLLIN, 0};
+  const int listo = ::poll(&p, 1, 100);
+  if (listo == 0 || (listo < 0 && errno == EINTR)) {
+    fin_ = false;
+    return 0;
+  }
   for (;;) {
     const ssize_t n = ::read(STDIN_FILENO, buffer, size);
-    if (n >= 0) return static_cast<std::size_t>(n);
-    if (errno != EINTR) return 0;
+    if (n > 0) {
+      fin_ = false;
+      return static_cast<std::size_t>(n);
+    }
+    if (n < 0 && errno == EINTR) continue;
+    fin_ = true;  // end of input, or an error that reading again repeats
+    return 0;
   }
 }
 
 void StdInput::Pause() {
-  // The body is short of CONTENT_LENGTH: the gateway waits for the rest until
-  // the web server ends it, without spinning on a closed input.
+  // The body is short of CONTENT_LENGTH: the gateway waits for the rest
+  // until the web server or the request's deadline ends it, without
+  // spinning on a closed input. A read that found nothing has waited already.
+  if (!fin_) return;
   const timespec pause{0, 100 * 1000 * 1000};
   nanosleep(&pause, nullptr);
 }
@@ -161,6 +178,47 @@ std::vector<std::string> PosixFileSystem::List(const std::string& directory) {
   }
   ::closedir(dir);
   return names;
+}
+
+std::optional<std::string> PosixFileSystem::RealPath(const std::string& path) {
+  if (HasNul(path)) return std::nullopt;
+  char resuelta[PATH_MAX];
+  if (::realpath(path.c_str(), resuelta) == nullptr) return std::nullopt;
+  return std::string(resuelta);
+}
+
+std::optional<std::string> PosixFileSystem::ReadRegularFile(const std::string& path,
+                                                            std::size_t limit) {
+  if (HasNul(path)) return std::nullopt;
+  // Non-blocking, so that opening a pipe whose writer never comes returns
+  // at once; the kind of file is checked before a byte is read.
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  if (fd < 0) {
+    if (errno == EACCES || errno == EPERM) Raise(kErrPermisoDenegado);
+    return std::nullopt;
+  }
+  struct stat st {};
+  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || static_cast<std::size_t>(st.st_size) > limit) {
+    ::close(fd);
+    return std::nullopt;
+  }
+  // The file may grow while it is read: no more than the limit is taken.
+  std::string content;
+  content.reserve(static_cast<std::size_t>(st.st_size));
+  char buffer[65536];
+  while (content.size() <= limit) {
+    const ssize_t n = ::read(fd, buffer, sizeof buffer);
+    if (n == 0) break;
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      ::close(fd);
+      Raise(kErrAccesoRuta);
+    }
+    content.append(buffer, static_cast<std::size_t>(n));
+  }
+  ::close(fd);
+  if (content.size() > limit) return std::nullopt;
+  return content;
 }
 
 }  // namespace orvex

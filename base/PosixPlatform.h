@@ -13,8 +13,12 @@ class PosixEnvironment : public Environment {
 // Standard input, file descriptor 0.
 class StdInput : public Input {
  public:
+  // Waits at most 100 ms for data: 0 when none came, or at end of input.
   std::size_t Read(char* buffer, std::size_t size) override;
   void Pause() override;
+
+ private:
+  bool fin_ = false;  // the last read met the end of input
 };
 
 // Standard output, file descriptor 1: one write(2) per call, nothing buffered.
@@ -42,6 +46,8 @@ class PosixFileSystem : public FileSystem {
   void WriteAll(const std::string& path, std::string_view content) override;
   bool Remove(const std::string& path) override;
   std::vector<std::string> List(const std::string& directory) override;
+  std::optional<std::string> RealPath(const std::string& path) override;
+  std::optional<std::string> ReadRegularFile(const std::string& path, std::size_t limit) override;
 
  private:
   std::string program_directory_;

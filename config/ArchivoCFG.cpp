@@ -1,6 +1,7 @@
 #include "config/ArchivoCFG.h"
 
 #include "base/CodePage.h"
+#include "base/Html.h"
 #include "base/Runtime.h"
 #include "config/Plantillas.h"
 
@@ -49,19 +50,52 @@ std::string MensajeBasesMultiples(const std::string& ruta_base) {
 
 }  // namespace
 
-std::string CargaCFG(std::string& archivo, Servicios& sys) {
+std::optional<std::string> UbicaArchivoCFG(std::string_view nombre, FileSystem& archivos,
+                                           bool cualquier_ruta) {
+  if (nombre.empty() || nombre.find('\0') != std::string_view::npos) return std::nullopt;
+  const std::string directorio = archivos.ProgramDirectory();
+  if (cualquier_ruta) {
+    return FindFile(archivos, HasSeparator(nombre) ? std::string(nombre) : JoinPath(directorio, nombre));
+  }
+  constexpr std::string_view kExtension = ".cfg";
+  if (HasSeparator(nombre) || nombre.find("..") != std::string_view::npos ||
+      nombre.size() <= kExtension.size() ||
+      !EqualsIgnoringCase(nombre.substr(nombre.size() - kExtension.size()), kExtension)) {
+    return std::nullopt;
+  }
+  const std::optional<std::string> ruta = FindFile(archivos, JoinPath(directorio, nombre));
+  if (!ruta) return std::nullopt;
+  // A link may stand in the directory, but only for a file of the directory.
+  const std::optional<std::string> real = archivos.RealPath(*ruta);
+  const std::optional<std::string> real_directorio = archivos.RealPath(directorio);
+  if (!real || !real_directorio) return std::nullopt;
+  const std::size_t barra = real->rfind('/');
+  if (barra == std::string::npos) return std::nullopt;
+  const std::string_view padre = std::string_view(*real).substr(0, barra == 0 ? 1 : barra);
+  if (padre != *real_directorio) return std::nullopt;
+  return real;
+}
+
+std::optional<std::string> LeeTextoCFG(FileSystem& archivos, const std::string& ruta) {
+  return archivos.ReadRegularFile(ruta, kLargoMaximoCFG);
+}
+
+std::string CargaCFG(std::string& archivo, Servicios& sys, const Ajustes& ajustes) {
+  const std::string nombre = archivo;
   if (!archivo.empty() && !HasSeparator(archivo)) {
     archivo = JoinPath(sys.archivos.ProgramDirectory(), archivo);
   }
-  const auto ruta = archivo.empty() ? std::nullopt : FindFile(sys.archivos, archivo);
-  if (!ruta) {
+  const auto ruta = UbicaArchivoCFG(nombre, sys.archivos, ajustes.cfg_cualquier_ruta);
+  std::optional<std::string> texto;
+  if (ruta) texto = LeeTextoCFG(sys.archivos, *ruta);
+  if (!texto) {
     MensajeH4(sys.salida,
-              Latin1("No se encontró la definición del archivo CFG (") + archivo +
+              Latin1("No se encontró la definición del archivo CFG (") + (ajustes.ecos_literales ? archivo : EscapaEco(archivo)) +
                   Latin1("). Verifique la sintaxis de su página HTML de consulta y "
                          "asegurese que contiene una "));
     return std::string();
   }
-  return sys.archivos.ReadAll(*ruta);
+  return std::move(*texto);
 }
 
 std::string SeccionCFG(std::string_view texto, std::string_view etiqueta, Clock& reloj) {

@@ -1,11 +1,13 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "base/Platform.h"
+#include "config/Ajustes.h"
 
 namespace orvex::config {
 
@@ -30,12 +32,33 @@ struct Configuracion {
 inline constexpr std::string_view kErrorBasesMultiples =
     "error en sntaxis de CFG BASE: para Bases multiples";
 
+// The largest configuration file Orvex reads.
+inline constexpr std::size_t kLargoMaximoCFG = std::size_t{1} << 20;
+
+// Where the configuration file a request names is, when Orvex may read it.
+// By default only a plain name ending in ".cfg" (any letter case) names a
+// file, and only one in the program's directory (found regardless of letter
+// case): a name with "/" or "\", "..", a NUL, or a symbolic link that leads
+// out of the directory names none. With `cualquier_ruta` (the old rule) a
+// name with a separator is used as it stands and a plain one is taken in the
+// program's directory. nullopt when there is no such file.
+std::optional<std::string> UbicaArchivoCFG(std::string_view nombre, FileSystem& archivos,
+                                           bool cualquier_ruta);
+
+// The text of the configuration file at `ruta`; nullopt when it is not a
+// regular file of at most kLargoMaximoCFG bytes (a device, a pipe or a
+// directory is never read). Raises 70 when it cannot be read.
+std::optional<std::string> LeeTextoCFG(FileSystem& archivos, const std::string& ruta);
+
 // Completes `archivo` into a path in the program's directory when it holds no
-// separator, and returns the file's whole text. When the name is empty or no
-// such file exists (letter case aside) it writes the "No se encontró la
-// definición del archivo CFG (" message, before any HTTP header, and returns
-// empty text. A file that exists but cannot be read raises.
-std::string CargaCFG(std::string& archivo, Servicios& sys);
+// separator, and returns the file's whole text. When the name is empty, names
+// no file Orvex may read (UbicaArchivoCFG) or names one that is not a regular
+// file of at most 1 MiB, it writes the "No se encontró la definición del
+// archivo CFG (" message, before any HTTP header (the name escaped unless the
+// installation echoes request text verbatim), and returns empty text. The
+// settings `ajustes` say which names Orvex takes. A file that exists but
+// cannot be read raises.
+std::string CargaCFG(std::string& archivo, Servicios& sys, const Ajustes& ajustes);
 
 // The body of the first section labelled `etiqueta` (exact, case-sensitive,
 // anywhere in the text): the characters after the next "{" up to the next

@@ -9,6 +9,7 @@
 
 #include "base/Clock.h"
 #include "base/CodePage.h"
+#include "base/Plazo.h"
 
 // The database layer: one small interface in the manner the gateway has
 // always used its databases (open a database, open recordsets on a table or
@@ -113,6 +114,10 @@ struct OpenOptions {
   // written back to the file by the engine's own checkpoints: a crash of
   // the machine can lose the last rows, never the file.
   int busy_timeout_ms = 0;
+  // The request's deadline: a statement still running, or a wait for a
+  // lock still waiting, when it passes stops with TiempoAgotado. None: only
+  // the engine's own limits apply.
+  Plazo* plazo = nullptr;
 };
 
 // Opens the database in `path`, telling the engine by the file's first
@@ -127,13 +132,28 @@ class Opener {
  public:
   virtual ~Opener() = default;
   virtual std::unique_ptr<Database> Open(const std::string& path, const OpenOptions& options) = 0;
+
+  // The deadline that every database opened from now on is held to (its
+  // OpenOptions::plazo, unless the caller gave one); nullptr: none.
+  void Vigila(Plazo* plazo) { plazo_ = plazo; }
+
+ protected:
+  // `options` with the deadline that Vigila set.
+  OpenOptions Vigiladas(const OpenOptions& options) const {
+    OpenOptions o = options;
+    if (o.plazo == nullptr) o.plazo = plazo_;
+    return o;
+  }
+
+ private:
+  Plazo* plazo_ = nullptr;
 };
 
 class EngineOpener : public Opener {
  public:
   explicit EngineOpener(const CodePage& page) : page_(page) {}
   std::unique_ptr<Database> Open(const std::string& path, const OpenOptions& options) override {
-    return OpenDatabase(path, page_, options);
+    return OpenDatabase(path, page_, Vigiladas(options));
   }
 
  private:

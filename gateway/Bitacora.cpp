@@ -13,7 +13,16 @@ namespace {
 // begin in the same second share one log.
 std::string ParteHost(const std::string& /*remote_host*/) { return std::string(); }
 
-void Timer1_Timer(Solicitud& s) {
+void Timer1_Timer(Solicitud& s) { PaginaTiempoAgotado(s); }
+
+void Timer2_Timer(Solicitud& s) {
+  s.CONSULTA.ConexionCerrada = true;
+  s.CONSULTA.Timer2.activo = false;
+}
+
+}  // namespace
+
+void PaginaTiempoAgotado(Solicitud& s) {
   s.CONSULTA.Timer1.activo = false;
   const std::string archivo_err = FormatFileStamp(s.sys.reloj.Now()) + ".err";
   // Kept on purpose: the error record is opened on file number 0, which is
@@ -24,12 +33,17 @@ void Timer1_Timer(Solicitud& s) {
                      "<br>ArchivoErr:" + archivo_err);
 }
 
-void Timer2_Timer(Solicitud& s) {
-  s.CONSULTA.ConexionCerrada = true;
-  s.CONSULTA.Timer2.activo = false;
+bool Vigilancia::Vencido() {
+  return s_.CONSULTA.Timer1.Vencido(s_.sys.reloj.Milliseconds());
 }
 
-}  // namespace
+std::int64_t Vigilancia::RestanteMs() {
+  // No watchdog, no deadline: a day stands for "unbounded".
+  constexpr std::int64_t kSinPlazo = 24 * 3600 * 1000;
+  if (!s_.CONSULTA.Timer1.activo) return kSinPlazo;
+  const std::int64_t resta = s_.CONSULTA.Timer1.vence_ms - s_.sys.reloj.Milliseconds();
+  return resta > 0 ? resta : 0;
+}
 
 void PaginaError(Solicitud& s, const std::string& mensaje) {
   Output& salida = s.sys.salida;
@@ -80,7 +94,7 @@ void IniciaVigilancia(Solicitud& s) {
     s.CONSULTA.creada = true;
     s.CONSULTA.Timer2.Activa(ahora);
   }
-  s.CONSULTA.Timer1.Activa(ahora);
+  if (!s.CONSULTA.Timer1.activo) s.CONSULTA.Timer1.Activa(ahora);
 }
 
 void Cede(Solicitud& s) {

@@ -23,8 +23,15 @@ void CreaLog(Solicitud& s);
 void BorraLog(Solicitud& s);
 
 // Creates the hidden form on first use (Timer2 starts with it) and enables
-// the watchdog Timer1.
+// the watchdog Timer1. A watchdog already running keeps its deadline: the
+// entry procedure starts it before reading the body, and the request's ten
+// seconds count from then.
 void IniciaVigilancia(Solicitud& s);
+
+// The watchdog's page ("Timer Out:" with error 52), which ends the process:
+// what a request gets when its time is up, at a yield point or inside an
+// operation that stopped with TiempoAgotado.
+[[noreturn]] void PaginaTiempoAgotado(Solicitud& s);
 
 // A yield point: delivers the timer events that are due. The watchdog ends
 // the process from here; the connection time-out sets ConexionCerrada.

@@ -4,6 +4,7 @@
 
 #include "base/CodePage.h"
 #include "base/EnviaLinea.h"
+#include "base/Plazo.h"
 #include "base/Runtime.h"
 #include "base/RuntimeError.h"
 #include "config/ArchivoCFG.h"
@@ -22,6 +23,20 @@ void PaginaSinArchivoCFG(Solicitud& s) {
   EnviaLinea(salida, "<HTML><BODY>");
   EnviaLinea(salida, Latin1("<h3>No se recibió parametro de ArchivoCFG. Ejecución finalizada </h3>"));
   EnviaLinea(salida, "<h4>" + s.VersionPrograma + "</h4>");
+  EnviaLinea(salida, "</BODY></HTML>");
+}
+
+// The answer to a request larger than the installation accepts, given
+// before its body is read.
+void PaginaSolicitudExcesiva(Solicitud& s) {
+  Output& salida = s.sys.salida;
+  EnviaEncabezado(s, "");
+  EnviaLinea(salida, "<HTML><BODY>");
+  EnviaLinea(salida, Latin1("<h3>La solicitud es demasiado grande: Orvex acepta formularios de "
+                            "hasta ") +
+                         std::to_string(s.ajustes.cuerpo_maximo) +
+                         Latin1(" bytes. Revise la página de consulta que la envió.</h3>"));
+  EnviaLinea(salida, "<h4>" + std::string(kVersionPrograma) + "</h4>");
   EnviaLinea(salida, "</BODY></HTML>");
 }
 
@@ -58,7 +73,7 @@ void CGI_Main(Solicitud& s) {
     PaginaSinArchivoCFG(s);
     return;
   }
-  s.cfg.TextoCFG = config::CargaCFG(s.cfg.ArchivoCFG, s.sys);
+  s.cfg.TextoCFG = config::CargaCFG(s.cfg.ArchivoCFG, s.sys, s.ajustes);
 
   s.TextoLIB = ExpresionNormalizada(s, "txtLIB");
   std::string expresion = s.TextoLIB;
@@ -97,10 +112,24 @@ bool ComandoDiagnostico(Solicitud& s, const std::string& expresion) {
 int Principal(Servicios& sys, db::Opener& bases, circulation::Red* red) {
   Solicitud s(sys, bases);
   s.red = red;
+  s.ajustes = config::LeeAjustes(sys.archivos, sys.archivos.ProgramDirectory());
+  // Every database of the request stops when the request's time is up.
+  struct Vigilante {
+    db::Opener& bases;
+    ~Vigilante() { bases.Vigila(nullptr); }
+  } vigilante{bases};
+  bases.Vigila(&s.plazo);
   try {
     try {
+      // The watchdog runs from the start, so that a body that never comes
+      // holds the request no longer than any other step.
+      IniciaVigilancia(s);
       LeeVariablesCGI(s.cgi, sys.entorno);
-      LeeDatosForma(s.cgi, sys.entrada);
+      if (SolicitudExcesiva(s.cgi, s.ajustes.cuerpo_maximo)) {
+        PaginaSolicitudExcesiva(s);
+        return 0;
+      }
+      LeeDatosForma(s.cgi, sys.entrada, &s.plazo);
       if (!sys.motores.DatabaseEngineWorks()) {
         EnviaLinea(sys.salida,
                    Latin1("<html><body> <center> <h1> No se encontró el DAO 3.6 <br> instalado en "
@@ -116,6 +145,8 @@ int Principal(Servicios& sys, db::Opener& bases, circulation::Red* red) {
         CGI_Main(s);
       }
       BorraLog(s);
+    } catch (const TiempoAgotado&) {
+      PaginaTiempoAgotado(s);
     } catch (const RuntimeError& error) {
       ErrorInesperado(s, error);
     } catch (const std::bad_alloc&) {

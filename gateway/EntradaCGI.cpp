@@ -23,12 +23,52 @@ constexpr std::size_t kMaximoLectura = 1 << 20;
 
 }  // namespace
 
-void ParesCGI::Agrega(ParCGI par) {
-  if (vacias_ > 0) {
-    campos_.resize(campos_.size() + vacias_);
-    vacias_ = 0;
+ParCGI ParesCGI::Campo(std::size_t i) const {
+  const Indice& x = indices_[i];
+  const std::string_view textos = textos_;
+  return {textos.substr(x.nombre, x.largo_nombre), textos.substr(x.valor, x.largo_valor)};
+}
+
+std::vector<ParCGI> ParesCGI::Campos() const {
+  std::vector<ParCGI> campos;
+  campos.reserve(indices_.size());
+  for (std::size_t i = 0; i < indices_.size(); ++i) campos.push_back(Campo(i));
+  return campos;
+}
+
+void ParesCGI::Cierra() {
+  const auto fin = static_cast<std::uint32_t>(textos_.size());
+  indices_.insert(indices_.end(), vacias_, Indice{fin, 0, fin, 0});
+  vacias_ = 0;
+}
+
+void ParesCGI::Separa(std::string_view texto) {
+  const auto n = static_cast<std::size_t>(std::count(texto.begin(), texto.end(), '='));
+  if (n == 0) return;
+  // Every field but the last ends at an "&": no more fields than that can
+  // come, however many "=" the text holds.
+  const auto y = static_cast<std::size_t>(std::count(texto.begin(), texto.end(), '&'));
+  if (vacias_ > 0) Cierra();
+  indices_.reserve(indices_.size() + std::min(n, y + 1));
+  textos_.reserve(textos_.size() + texto.size());
+  std::size_t start = 1;
+  std::size_t llenas = 0;
+  for (; llenas < n; ++llenas) {
+    const std::size_t e = InStr(start, texto, "=");
+    if (e == 0) break;
+    std::size_t a = InStr(e, texto, "&");
+    if (a == 0) a = texto.size() + 1;
+    Indice x{};
+    x.nombre = static_cast<std::uint32_t>(textos_.size());
+    DecodificaURL(texto.substr(start - 1, e - start), textos_);
+    x.largo_nombre = static_cast<std::uint32_t>(textos_.size() - x.nombre);
+    x.valor = static_cast<std::uint32_t>(textos_.size());
+    DecodificaURL(texto.substr(e, a - e - 1), textos_);
+    x.largo_valor = static_cast<std::uint32_t>(textos_.size() - x.valor);
+    indices_.push_back(x);
+    start = a + 1;
   }
-  campos_.push_back(std::move(par));
+  vacias_ += n - llenas;
 }
 
 const std::string& EntradaCGI::Variable(std::string_view nombre) const {
@@ -47,14 +87,22 @@ void LeeVariablesCGI(EntradaCGI& cgi, Environment& entorno) {
   cgi.pares = ParesCGI();
 }
 
-void LeeDatosForma(EntradaCGI& cgi, Input& entrada) {
+bool SolicitudExcesiva(const EntradaCGI& cgi, std::size_t maximo) {
+  if (cgi.Variable("QUERY_STRING").size() > maximo) return true;
+  return cgi.Variable("REQUEST_METHOD") == "POST" && cgi.LongitudContenido > 0 &&
+         static_cast<std::size_t>(cgi.LongitudContenido) > maximo;
+}
+
+void LeeDatosForma(EntradaCGI& cgi, Input& entrada, Plazo* plazo) {
   if (cgi.Variable("REQUEST_METHOD") == "POST") {
     if (cgi.LongitudContenido < 0) Raise(kErrArgumentoNoValido);
     const auto longitud = static_cast<std::size_t>(cgi.LongitudContenido);
     std::string buffer(std::min(longitud, kMaximoLectura), '\0');
     // Kept: every read asks for the full length, not the remainder, and the
-    // loop has no other exit than a body of the declared length.
+    // loop has no other exit than a body of the declared length, or the
+    // request's deadline.
     while (cgi.DatosPost.size() < longitud) {
+      if (plazo != nullptr && plazo->Vencido()) throw TiempoAgotado{};
       const std::size_t n = entrada.Read(buffer.data(), buffer.size());
       if (n == 0) {
         entrada.Pause();
@@ -70,47 +118,41 @@ void LeeDatosForma(EntradaCGI& cgi, Input& entrada) {
   SeparaPares(cgi.pares, cgi.Variable("QUERY_STRING"));
 }
 
-void SeparaPares(ParesCGI& pares, std::string_view texto) {
-  const auto n = static_cast<std::size_t>(std::count(texto.begin(), texto.end(), '='));
-  std::size_t start = 1;
-  std::size_t llenas = 0;
-  for (; llenas < n; ++llenas) {
-    const std::size_t e = InStr(start, texto, "=");
-    if (e == 0) break;
-    std::size_t a = InStr(e, texto, "&");
-    if (a == 0) a = texto.size() + 1;
-    ParCGI par;
-    par.nombre = DecodificaURL(texto.substr(start - 1, e - start));
-    par.valor = DecodificaURL(texto.substr(e, a - e - 1));
-    pares.Agrega(std::move(par));
-    start = a + 1;
-  }
-  pares.AgregaVacias(n - llenas);
-}
+void SeparaPares(ParesCGI& pares, std::string_view texto) { pares.Separa(texto); }
 
 std::string DecodificaURL(std::string_view texto) {
-  std::string s(texto);
-  std::replace(s.begin(), s.end(), '+', ' ');
-  std::size_t p = s.find('%');
-  while (p != std::string::npos) {
-    const std::size_t disponibles = std::min<std::size_t>(2, s.size() - p - 1);
-    if (disponibles == 0) Raise(kErrTiposNoCoinciden);
-    int valor = 0;
-    for (std::size_t k = 1; k <= disponibles; ++k) {
-      const int d = HexDigit(s[p + k]);
-      if (d < 0) Raise(kErrTiposNoCoinciden);
-      valor = valor * 16 + d;
-    }
-    s[p] = static_cast<char>(valor);
-    s.erase(p + 1, disponibles);
-    p = s.find('%', p + 1);
-  }
+  std::string s;
+  DecodificaURL(texto, s);
   return s;
+}
+
+void DecodificaURL(std::string_view texto, std::string& destino) {
+  for (std::size_t i = 0; i < texto.size(); ++i) {
+    const char c = texto[i];
+    if (c == '+') {
+      destino += ' ';
+    } else if (c != '%') {
+      destino += c;
+    } else {
+      // The up to two characters after the "%", read as a hexadecimal number.
+      const std::size_t disponibles = std::min<std::size_t>(2, texto.size() - i - 1);
+      if (disponibles == 0) Raise(kErrTiposNoCoinciden);
+      int valor = 0;
+      for (std::size_t k = 1; k <= disponibles; ++k) {
+        const int d = HexDigit(texto[i + k]);
+        if (d < 0) Raise(kErrTiposNoCoinciden);
+        valor = valor * 16 + d;
+      }
+      destino += static_cast<char>(valor);
+      i += disponibles;
+    }
+  }
 }
 
 std::string ValorCGI(const EntradaCGI& cgi, std::string_view nombre) {
   const std::string buscado = UpperLatin1(nombre);
-  for (const ParCGI& par : cgi.pares.Campos()) {
+  for (std::size_t i = 0; i < cgi.pares.NumeroCampos(); ++i) {
+    const ParCGI par = cgi.pares.Campo(i);
     if (par.nombre.size() == buscado.size() && UpperLatin1(par.nombre) == buscado) {
       return TrimBlanks(par.valor);
     }

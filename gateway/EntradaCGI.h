@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/Plazo.h"
 #include "base/Platform.h"
 
 namespace orvex::gateway {
@@ -20,31 +21,42 @@ inline constexpr std::array<const char*, 21> kVariablesCGI = {
     "SERVER_SOFTWARE", "SERVER_NAME",     "SERVER_PORT",    "SERVER_PROTOCOL",
     "HTTP_USER_AGENT"};
 
-// One request field, decoded, name in the case it was sent.
+// One request field, decoded, name in the case it was sent. The texts live
+// in the ParesCGI that gave them, and only as long as it is not changed.
 struct ParCGI {
-  std::string nombre;
-  std::string valor;
+  std::string_view nombre;
+  std::string_view valor;
 };
 
 // The request fields. Entry 0 exists before any parsing and is never
 // consulted; real fields follow in arrival order (body first, then query
 // string). A pair text with more "=" than fields leaves trailing empty
 // entries: they are counted, not stored, so a body of a million "=" costs no
-// memory.
+// memory. The decoded names and values share one buffer and each field
+// costs sixteen bytes beside it, so the fields of any text take at most
+// about nine times its size.
 class ParesCGI {
  public:
   // Number of entries, entry 0 included (the upper bound plus one).
-  std::size_t Entradas() const { return 1 + campos_.size() + vacias_; }
-  // The real fields in order (the trailing empty entries left out).
-  const std::vector<ParCGI>& Campos() const { return campos_; }
+  std::size_t Entradas() const { return 1 + indices_.size() + vacias_; }
+  // The number of stored fields (the trailing empty entries left out), and
+  // field `i` of them, in order.
+  std::size_t NumeroCampos() const { return indices_.size(); }
+  ParCGI Campo(std::size_t i) const;
+  // The stored fields in order.
+  std::vector<ParCGI> Campos() const;
 
-  // Appends one field; closes any run of empty entries first.
-  void Agrega(ParCGI par);
-  // Appends `n` empty entries.
-  void AgregaVacias(std::size_t n) { vacias_ += n; }
+  // Appends the fields of one "name=value&name=value" text (SeparaPares).
+  void Separa(std::string_view texto);
 
  private:
-  std::vector<ParCGI> campos_;
+  struct Indice {
+    std::uint32_t nombre, largo_nombre, valor, largo_valor;
+  };
+  void Cierra();  // stores the run of empty entries before a new field
+
+  std::string textos_;  // every decoded name and value, one after another
+  std::vector<Indice> indices_;
   std::size_t vacias_ = 0;  // empty entries after the last stored field
 };
 
@@ -65,19 +77,28 @@ struct EntradaCGI {
 // does not fit in 32 bits).
 void LeeVariablesCGI(EntradaCGI& cgi, Environment& entorno);
 
+// True when the request is larger than `maximo` bytes: a POST whose
+// CONTENT_LENGTH says so, or a query string of that size. Such a request is
+// answered before its body is read.
+bool SolicitudExcesiva(const EntradaCGI& cgi, std::size_t maximo);
+
 // Reads the body of a POST (REQUEST_METHOD exactly "POST") until it holds
 // LongitudContenido bytes, asking for the full length on every read; a body
-// that ends early keeps the process waiting until the web server ends it.
-// Splits the body when CONTENT_TYPE contains "www-form-urlencoded" (any
-// case), then always the query string. Raises 5 on a negative length.
-void LeeDatosForma(EntradaCGI& cgi, Input& entrada);
+// that ends early keeps the process waiting until the web server ends it or
+// `plazo` passes (then TiempoAgotado is thrown). Splits the body when
+// CONTENT_TYPE contains "www-form-urlencoded" (any case), then always the
+// query string. Raises 5 on a negative length.
+void LeeDatosForma(EntradaCGI& cgi, Input& entrada, Plazo* plazo = nullptr);
 
 // Appends the fields of one "name=value&name=value" text.
 void SeparaPares(ParesCGI& pares, std::string_view texto);
 
-// Form-URL decoding: "+" is a blank and "%hh" the byte hh. A decoded "%" is
-// not decoded again. A "%" followed by no hexadecimal digit raises 13.
+// Form-URL decoding: "+" is a blank and "%hh" the byte hh, in one pass over
+// the text. A decoded "%" is not decoded again. A "%" followed by no
+// hexadecimal digit raises 13.
 std::string DecodificaURL(std::string_view texto);
+// The same, appended to `destino`.
+void DecodificaURL(std::string_view texto, std::string& destino);
 
 // The blank-trimmed value of the first field named `nombre`, ignoring case;
 // empty when there is none. A field sent empty reads the same.

@@ -7,7 +7,10 @@
 #include <string_view>
 #include <vector>
 
+#include "base/Html.h"
+#include "base/Plazo.h"
 #include "base/Platform.h"
+#include "config/Ajustes.h"
 #include "config/ArchivoCFG.h"
 #include "config/Instalacion.h"
 #include "db/Database.h"
@@ -41,12 +44,29 @@ struct FormaConsulta {
   bool ConexionCerrada = false;
 };
 
+struct Solicitud;
+
+// The watchdog's deadline as the operations below the driver see it: Timer1
+// of the request's hidden form. Without a running watchdog there is no
+// deadline.
+class Vigilancia final : public Plazo {
+ public:
+  explicit Vigilancia(Solicitud& s) : s_(s) {}
+  bool Vencido() override;
+  std::int64_t RestanteMs() override;
+
+ private:
+  Solicitud& s_;
+};
+
 // Everything one request knows, owned by the entry procedure and passed down.
 struct Solicitud {
   Solicitud(Servicios& servicios, db::Opener& abridor) : sys(servicios), bases(abridor) {}
 
   Servicios& sys;
   db::Opener& bases;
+  config::Ajustes ajustes;  // the installation's safety settings (orvex.ini)
+  Vigilancia plazo{*this};  // the watchdog's deadline
   EntradaCGI cgi;
   config::Configuracion cfg;
   config::Instalacion instalacion;  // the settings of the bibliographic database
@@ -91,6 +111,12 @@ struct Solicitud {
     bool disponible = false;
   };
   std::map<std::string, ChequeoServidor> servidores_revisados;
+
+  // Request text as a page echoes it: escaped, unless the installation
+  // asked for the old verbatim echo ("Ecos = literales").
+  std::string Eco(std::string_view texto) const {
+    return ajustes.ecos_literales ? std::string(texto) : EscapaEco(texto);
+  }
 
   // The body of the configuration section `etiqueta`, dates filled in.
   std::string Seccion(std::string_view etiqueta) const {

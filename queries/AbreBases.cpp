@@ -3,6 +3,7 @@
 #include "base/CodePage.h"
 #include "base/EnviaLinea.h"
 #include "base/RuntimeError.h"
+#include "config/ArchivoCFG.h"
 #include "config/Plantillas.h"
 #include "gateway/EntradaCGI.h"
 
@@ -57,17 +58,16 @@ std::vector<std::string> ArchivosFaltantes(gateway::Solicitud& s, std::string_vi
 
 bool LeeArchivoCFG(gateway::Solicitud& s) {
   Servicios& sys = s.sys;
-  std::string archivo = gateway::ValorCGI(s.cgi, "ArchivoCFG");
-  if (!archivo.empty() && !HasSeparator(archivo)) {
-    archivo = JoinPath(sys.archivos.ProgramDirectory(), archivo);
-  }
-  const auto ruta = archivo.empty() ? std::nullopt : FindFile(sys.archivos, archivo);
-  if (!ruta) {
+  const std::string archivo = gateway::ValorCGI(s.cgi, "ArchivoCFG");
+  const auto ruta = config::UbicaArchivoCFG(archivo, sys.archivos, s.ajustes.cfg_cualquier_ruta);
+  std::optional<std::string> texto;
+  if (ruta) texto = config::LeeTextoCFG(sys.archivos, *ruta);
+  if (!texto) {
     config::MensajeH4(sys.salida, Latin1("No se encontró la definición del archivo CFG. "
                                          "Verifique la sintaxis de su página HTML"));
     return false;
   }
-  s.cfg.TextoCFG = sys.archivos.ReadAll(*ruta);
+  s.cfg.TextoCFG = std::move(*texto);
   return true;
 }
 

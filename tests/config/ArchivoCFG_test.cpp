@@ -16,37 +16,29 @@ const std::string kMensajeFaltaCola =
 
 class CargaCFGTest : public ::testing::Test {
  protected:
+  std::string Carga(std::string& archivo) { return CargaCFG(archivo, p_.sys, ajustes_); }
+
   testing::FakePlatform p_;
+  Ajustes ajustes_;
 };
 
 TEST_F(CargaCFGTest, CompletesABareNameInTheProgramDirectory) {
   p_.archivos.files["/prog/libros.cfg"] = "BASE:{/bases}";
   std::string archivo = "libros.cfg";
-  EXPECT_EQ(CargaCFG(archivo, p_.sys), "BASE:{/bases}");
+  EXPECT_EQ(Carga(archivo), "BASE:{/bases}");
   EXPECT_EQ(archivo, "/prog/libros.cfg");
   EXPECT_TRUE(p_.salida.contents.empty());
-}
-
-TEST_F(CargaCFGTest, UsesANameWithASeparatorAsItStands) {
-  p_.archivos.files["/otro/libros.cfg"] = "x";
-  p_.archivos.files["D:/cfg/libros.cfg"] = "y";
-  std::string absoluto = "/otro/libros.cfg";
-  EXPECT_EQ(CargaCFG(absoluto, p_.sys), "x");
-  EXPECT_EQ(absoluto, "/otro/libros.cfg");
-  std::string windows = "D:\\cfg\\libros.cfg";
-  EXPECT_EQ(CargaCFG(windows, p_.sys), "y");
-  EXPECT_EQ(windows, "D:\\cfg\\libros.cfg");
 }
 
 TEST_F(CargaCFGTest, FindsTheFileRegardlessOfLetterCase) {
   p_.archivos.files["/prog/Libros.CFG"] = "z";
   std::string archivo = "libros.cfg";
-  EXPECT_EQ(CargaCFG(archivo, p_.sys), "z");
+  EXPECT_EQ(Carga(archivo), "z");
 }
 
 TEST_F(CargaCFGTest, ReportsAMissingFileAndReturnsNothing) {
   std::string archivo = "noexiste.cfg";
-  EXPECT_EQ(CargaCFG(archivo, p_.sys), "");
+  EXPECT_EQ(Carga(archivo), "");
   EXPECT_EQ(p_.salida.contents, kMensajeFalta + "/prog/noexiste.cfg" + kMensajeFaltaCola);
 }
 
@@ -54,7 +46,98 @@ TEST_F(CargaCFGTest, AnUnreadableFileRaises) {
   p_.archivos.files["/prog/x.cfg"] = "x";
   p_.archivos.unreadable.insert("/prog/x.cfg");
   std::string archivo = "x.cfg";
-  EXPECT_EQ(testing::ErrorNumberOf([&] { CargaCFG(archivo, p_.sys); }), kErrPermisoDenegado);
+  EXPECT_EQ(testing::ErrorNumberOf([&] { Carga(archivo); }), kErrPermisoDenegado);
+}
+
+// What a request may name: by default a plain "*.cfg" name of a regular
+// file of at most 1 MiB in the program's directory, and nothing else; with
+// "ArchivoCFG = cualquier_ruta" a path is used as it stands, but a device,
+// a pipe or a huge file is still never read.
+TEST_F(CargaCFGTest, TakesOnlyPlainCfgNamesOfSmallRegularFilesOfTheProgramDirectory) {
+  auto& f = p_.archivos;
+  f.files["/prog/libros.cfg"] = "libros";
+  f.files["/prog/a..b.cfg"] = "puntos";
+  f.files["/prog/20081215_093011-.log"] = "ENCABEZADO:{<script>}";
+  f.files["/prog/orvex.ini"] = "Ecos = literales";
+  f.files["/prog/sin_extension"] = "x";
+  f.files["/prog/enlace.cfg"] = "root:x:0:0";  // the system follows the link
+  f.links["/prog/enlace.cfg"] = "/etc/passwd.cfg";
+  f.files["/etc/passwd.cfg"] = "root:x:0:0";
+  f.files["/prog/dentro.cfg"] = "libros";
+  f.links["/prog/dentro.cfg"] = "/prog/libros.cfg";
+  f.files["/proc/self/environ"] = "BASE:{/} DIAGNOSTICO:{0.0.0.0}";
+  f.files["/prog/tubo.cfg"] = "";
+  f.special.insert("/prog/tubo.cfg");
+  f.files["/prog/enorme.cfg"] = std::string(kLargoMaximoCFG + 1, 'x');
+  f.files["/prog/justo.cfg"] = std::string(kLargoMaximoCFG, 'x');
+  f.files["/dev/zero"] = "";
+  f.special.insert("/dev/zero");
+
+  struct Case {
+    std::string nombre;
+    bool seguro;   // read with the default settings
+    bool antiguo;  // read with "ArchivoCFG = cualquier_ruta"
+    std::string texto;  // what is read when it is
+  } cases[] = {
+      {"libros.cfg", true, true, "libros"},
+      {"LIBROS.CFG", true, true, "libros"},
+      {"justo.cfg", true, true, std::string(kLargoMaximoCFG, 'x')},
+      {"dentro.cfg", true, true, "libros"},       // a link to a file of the directory
+      {"enlace.cfg", false, true, "root:x:0:0"},  // a link out of it
+      {"a..b.cfg", false, true, "puntos"},
+      {"20081215_093011-.log", false, true, "ENCABEZADO:{<script>}"},
+      {"orvex.ini", false, true, "Ecos = literales"},
+      {"sin_extension", false, true, "x"},
+      {".cfg", false, false, ""},
+      {"/prog/libros.cfg", false, true, "libros"},
+      {"\\prog\\libros.cfg", false, true, "libros"},
+      {"/proc/self/environ", false, true, "BASE:{/} DIAGNOSTICO:{0.0.0.0}"},
+      {std::string("libros.cfg\0.log", 15), false, false, ""},
+      {"tubo.cfg", false, false, ""},
+      {"enorme.cfg", false, false, ""},
+      {"/dev/zero", false, false, ""},
+      {"", false, false, ""},
+  };
+  for (const Case& c : cases) {
+    for (const bool antiguo : {false, true}) {
+      ajustes_.cfg_cualquier_ruta = antiguo;
+      p_.salida.contents.clear();
+      p_.salida.position = 0;
+      std::string archivo = c.nombre;
+      const std::string texto = Carga(archivo);
+      const bool leido = p_.salida.contents.empty();
+      EXPECT_EQ(leido, antiguo ? c.antiguo : c.seguro)
+          << c.nombre << (antiguo ? " (cualquier_ruta)" : "");
+      EXPECT_EQ(texto, leido ? c.texto : "") << c.nombre;
+      if (!leido) {
+        EXPECT_TRUE(p_.salida.contents.starts_with(kMensajeFalta)) << c.nombre;
+      }
+    }
+  }
+}
+
+TEST_F(CargaCFGTest, TheMissingFileMessageEscapesTheNameUnlessEchoesAreVerbatim) {
+  std::string archivo = "<b onmouseover='x' class=\"y\">&.cfg";
+  Carga(archivo);
+  EXPECT_EQ(p_.salida.contents,
+            kMensajeFalta + "/prog/&lt;b onmouseover=&#39;x&#39; class=&quot;y&quot;&gt;&amp;.cfg" +
+                kMensajeFaltaCola);
+  p_.salida.contents.clear();
+  p_.salida.position = 0;
+  ajustes_.ecos_literales = true;
+  archivo = "<b>.cfg";
+  Carga(archivo);
+  EXPECT_EQ(p_.salida.contents, kMensajeFalta + "/prog/<b>.cfg" + kMensajeFaltaCola);
+}
+
+TEST(UbicaArchivoCFG, GivesTheResolvedPathOfAFileOfTheDirectory) {
+  testing::MemoryFileSystem f;
+  f.files["/prog/Libros.cfg"] = "x";
+  f.files["/prog/alias.cfg"] = "";
+  f.links["/prog/alias.cfg"] = "/prog/Libros.cfg";
+  EXPECT_EQ(UbicaArchivoCFG("libros.cfg", f, false), "/prog/Libros.cfg");
+  EXPECT_EQ(UbicaArchivoCFG("alias.cfg", f, false), "/prog/Libros.cfg");
+  EXPECT_EQ(UbicaArchivoCFG("otro.cfg", f, false), std::nullopt);
 }
 
 TEST(SeccionCFG, CutsTheFirstLabelledBody) {

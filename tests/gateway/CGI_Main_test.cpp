@@ -114,5 +114,80 @@ TEST_F(PrincipalTest, TheEngineChecksHaveTheirFixedPages) {
             "</html> \r\n");
 }
 
+// A request larger than the installation accepts is answered before a byte
+// of its body is read; "CuerpoMaximo" in orvex.ini moves the limit.
+TEST_F(PrincipalTest, ARequestOverTheBodyLimitGetsItsPageAtOnce) {
+  struct Case {
+    std::string ini, metodo, longitud, query;
+    bool excede;
+  } cases[] = {
+      {"", "POST", "1048576", "", false},
+      {"", "POST", "1048577", "", true},
+      {"", "GET", "99999999", "", false},  // a GET has no body to read
+      {"", "GET", "", std::string(1048577, 'a'), true},
+      {"CuerpoMaximo = 2048", "POST", "2049", "", true},
+      {"CuerpoMaximo = 2048", "POST", "2048", "", false},
+  };
+  for (const Case& c : cases) {
+    testing::FakePlatform p;
+    if (!c.ini.empty()) p.archivos.files["/prog/orvex.ini"] = c.ini;
+    p.entorno.vars = {{"REQUEST_METHOD", c.metodo},
+                      {"CONTENT_LENGTH", c.longitud},
+                      {"CONTENT_TYPE", "application/x-www-form-urlencoded"},
+                      {"QUERY_STRING", c.query}};
+    try {
+      Principal(p.sys, p.bases);
+    } catch (const testing::ScriptedInput::InputStillWaiting&) {
+      // Accepted: the reader waits for a body that this test never sends.
+    }
+    const bool pagina = p.salida.contents.find("La solicitud es demasiado grande") != std::string::npos;
+    EXPECT_EQ(pagina, c.excede) << c.ini << " " << c.metodo << " " << c.longitud;
+    if (c.excede) {
+      EXPECT_TRUE(p.entrada.requested.empty());
+      EXPECT_EQ(p.salida.contents.rfind(kCabecera, 0), 0u);
+    }
+  }
+}
+
+// A body that stops short of CONTENT_LENGTH holds the request only until
+// the watchdog's ten seconds are up: then the watchdog's page.
+TEST_F(PrincipalTest, ABodyThatNeverComesEndsWithTheWatchdogsPage) {
+  class RelojQueAvanza : public testing::FixedClock {
+   public:
+    std::int64_t Milliseconds() override { return millis += 100; }
+  };
+  RelojQueAvanza reloj;
+  Servicios sys{p_.entorno, p_.entrada, p_.salida, reloj, p_.archivos, p_.motores};
+  p_.entorno.vars = {{"REQUEST_METHOD", "POST"},
+                     {"CONTENT_LENGTH", "10"},
+                     {"CONTENT_TYPE", "application/x-www-form-urlencoded"}};
+  p_.entrada.chunks = {"a=1"};
+  p_.entrada.max_pauses = 1000000;
+  EXPECT_EQ(Principal(sys, p_.bases), 0);
+  EXPECT_NE(p_.salida.contents.find("Timer Out:52--"), std::string::npos) << p_.salida.contents;
+  EXPECT_LT(p_.entrada.pauses, 200);  // about ten seconds of tenths
+}
+
+// The watchdog's deadline reaches every database the request opens, and is
+// taken away when the request ends.
+TEST_F(PrincipalTest, TheOpenerIsHeldToTheRequestsDeadlineOnlyDuringIt) {
+  class Espia : public testing::FaultyOpener {
+   public:
+    std::unique_ptr<db::Database> Open(const std::string& path, const db::OpenOptions& o) override {
+      plazos.push_back(Vigiladas(o).plazo);
+      return FaultyOpener::Open(path, o);
+    }
+    Plazo* Actual() const { return Vigiladas({}).plazo; }
+    std::vector<Plazo*> plazos;
+  } espia;
+  p_.archivos.files["/prog/libros.cfg"] = "BASE:{/no/existe}";
+  p_.entorno.vars["QUERY_STRING"] = "ArchivoCFG=libros.cfg&txtLIB=show_bdt";
+  p_.archivos.files["/no/existe/KORVEL8.MDB"] = "";
+  Principal(p_.sys, espia);
+  ASSERT_FALSE(espia.plazos.empty());
+  EXPECT_NE(espia.plazos.front(), nullptr);
+  EXPECT_EQ(espia.Actual(), nullptr);
+}
+
 }  // namespace
 }  // namespace orvex::gateway

@@ -73,6 +73,15 @@ TEST(DecodificaURL, DecodesPlusAndPercent) {
   for (const Case& c : cases) EXPECT_EQ(DecodificaURL(c.texto), c.resultado) << c.texto;
 }
 
+TEST(DecodificaURL, DecodesAFewMegabytesInOnePass) {
+  // Decoding once went back over the rest of the text at every escape.
+  std::string texto;
+  for (int i = 0; i < 400000; ++i) texto += "%41+";
+  const std::string decodificado = DecodificaURL(texto);
+  ASSERT_EQ(decodificado.size(), 800000u);
+  EXPECT_EQ(decodificado.substr(0, 6), "A A A ");
+}
+
 TEST(DecodificaURL, AMalformedEscapeRaisesATypeMismatch) {
   for (const char* bad : {"%", "a%", "%G1", "%4G", "%-1", "% 1", "%%"}) {
     EXPECT_EQ(testing::ErrorNumberOf([&] { DecodificaURL(bad); }), kErrTiposNoCoinciden) << bad;
@@ -154,6 +163,58 @@ TEST_F(LecturaTest, AShortBodyKeepsTheReaderWaiting) {
   EXPECT_THROW(LeeDatosForma(cgi_, p_.entrada), testing::ScriptedInput::InputStillWaiting);
   EXPECT_EQ(p_.entrada.pauses, 5);
   EXPECT_EQ(cgi_.DatosPost, "a=1");
+}
+
+// A deadline that passes after a given number of looks at it.
+class PlazoContado : public Plazo {
+ public:
+  explicit PlazoContado(int miradas) : restantes_(miradas) {}
+  bool Vencido() override { return --restantes_ < 0; }
+  std::int64_t RestanteMs() override { return restantes_ > 0 ? 1000 : 0; }
+
+ private:
+  int restantes_;
+};
+
+TEST_F(LecturaTest, AShortBodyWaitsNoLongerThanTheDeadline) {
+  Variables({{"REQUEST_METHOD", "POST"},
+             {"CONTENT_TYPE", "application/x-www-form-urlencoded"},
+             {"CONTENT_LENGTH", "10"}});
+  p_.entrada.chunks = {"a=1", "&b"};
+  p_.entrada.max_pauses = 1000;
+  PlazoContado plazo(7);
+  EXPECT_THROW(LeeDatosForma(cgi_, p_.entrada, &plazo), TiempoAgotado);
+  EXPECT_EQ(cgi_.DatosPost, "a=1&b");
+  EXPECT_EQ(p_.entrada.pauses, 5);
+}
+
+TEST_F(LecturaTest, ABodyThatArrivesInTimeIsRead) {
+  Variables({{"REQUEST_METHOD", "POST"},
+             {"CONTENT_TYPE", "application/x-www-form-urlencoded"},
+             {"CONTENT_LENGTH", "5"}});
+  p_.entrada.chunks = {"a=1", "&b"};
+  PlazoContado plazo(2);
+  LeeDatosForma(cgi_, p_.entrada, &plazo);
+  EXPECT_EQ(Campos(cgi_.pares), (Pares{{"a", "1"}}));
+}
+
+TEST_F(LecturaTest, ARequestIsExcessiveByItsDeclaredBodyOrItsQueryString) {
+  struct Case {
+    std::map<std::string, std::string> vars;
+    bool excesiva;
+  } cases[] = {
+      {{{"REQUEST_METHOD", "POST"}, {"CONTENT_LENGTH", "100"}}, false},
+      {{{"REQUEST_METHOD", "POST"}, {"CONTENT_LENGTH", "101"}}, true},
+      {{{"REQUEST_METHOD", "post"}, {"CONTENT_LENGTH", "101"}}, false},  // its body is not read
+      {{{"REQUEST_METHOD", "POST"}, {"CONTENT_LENGTH", "-5"}}, false},   // the error page's
+      {{{"QUERY_STRING", std::string(100, 'q')}}, false},
+      {{{"QUERY_STRING", std::string(101, 'q')}}, true},
+  };
+  for (const Case& c : cases) {
+    Variables(c.vars);
+    EXPECT_EQ(SolicitudExcesiva(cgi_, 100), c.excesiva)
+        << c.vars.begin()->second << " " << cgi_.LongitudContenido;
+  }
 }
 
 TEST_F(LecturaTest, OtherContentTypesLeaveTheBodyUnparsed) {

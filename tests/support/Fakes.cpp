@@ -69,12 +69,31 @@ std::vector<std::string> MemoryFileSystem::List(const std::string& directory) {
   return names;
 }
 
+std::optional<std::string> MemoryFileSystem::RealPath(const std::string& path) {
+  const auto link = links.find(path);
+  const std::string target = link == links.end() ? path : link->second;
+  if (files.count(target) > 0) return target;
+  const std::string prefix = target.empty() || target.back() == '/' ? target : target + "/";
+  for (const auto& [file, content] : files) {
+    if (file.compare(0, prefix.size(), prefix) == 0) return target;
+  }
+  return std::nullopt;
+}
+
+std::optional<std::string> MemoryFileSystem::ReadRegularFile(const std::string& path,
+                                                             std::size_t limit) {
+  if (unreadable.count(path)) Raise(kErrPermisoDenegado);
+  const auto it = files.find(path);
+  if (it == files.end() || special.count(path) > 0 || it->second.size() > limit) return std::nullopt;
+  return it->second;
+}
+
 std::unique_ptr<db::Database> FaultyOpener::Open(const std::string& path,
                                                  const db::OpenOptions& options) {
   opened.push_back(path);
   const auto failure = failures.find(path);
   if (failure != failures.end()) throw failure->second;
-  return db::OpenDatabase(path, CodePage::Windows1252(), options);
+  return db::OpenDatabase(path, CodePage::Windows1252(), Vigiladas(options));
 }
 
 FakePlatform::FakePlatform()

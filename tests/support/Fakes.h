@@ -67,10 +67,16 @@ class MemoryFileSystem : public FileSystem {
   void WriteAll(const std::string& path, std::string_view content) override;
   bool Remove(const std::string& path) override { return files.erase(path) > 0; }
   std::vector<std::string> List(const std::string& directory) override;
+  // A path in `links` resolves to its target; a file or a directory that
+  // holds files resolves to itself; anything else to nothing.
+  std::optional<std::string> RealPath(const std::string& path) override;
+  std::optional<std::string> ReadRegularFile(const std::string& path, std::size_t limit) override;
 
   std::string program_directory = "/prog";
   std::map<std::string, std::string> files;
-  std::set<std::string> unreadable;  // ReadAll raises 70 for these
+  std::set<std::string> unreadable;  // ReadAll and ReadRegularFile raise 70 for these
+  std::set<std::string> special;     // files that are not regular (devices, pipes)
+  std::map<std::string, std::string> links;  // symbolic links: path => resolved target
   bool read_only = false;            // WriteAll raises 75
 };
 
