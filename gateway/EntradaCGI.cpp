@@ -25,8 +25,9 @@ constexpr std::size_t kMaximoLectura = 1 << 20;
 
 ParCGI ParesCGI::Campo(std::size_t i) const {
   const Indice& x = indices_[i];
+  const std::size_t fin = i + 1 < indices_.size() ? indices_[i + 1].nombre : textos_.size();
   const std::string_view textos = textos_;
-  return {textos.substr(x.nombre, x.largo_nombre), textos.substr(x.valor, x.largo_valor)};
+  return {textos.substr(x.nombre, x.valor - x.nombre), textos.substr(x.valor, fin - x.valor)};
 }
 
 std::vector<ParCGI> ParesCGI::Campos() const {
@@ -38,7 +39,7 @@ std::vector<ParCGI> ParesCGI::Campos() const {
 
 void ParesCGI::Cierra() {
   const auto fin = static_cast<std::uint32_t>(textos_.size());
-  indices_.insert(indices_.end(), vacias_, Indice{fin, 0, fin, 0});
+  indices_.insert(indices_.end(), vacias_, Indice{fin, fin});
   vacias_ = 0;
 }
 
@@ -61,10 +62,8 @@ void ParesCGI::Separa(std::string_view texto) {
     Indice x{};
     x.nombre = static_cast<std::uint32_t>(textos_.size());
     DecodificaURL(texto.substr(start - 1, e - start), textos_);
-    x.largo_nombre = static_cast<std::uint32_t>(textos_.size() - x.nombre);
     x.valor = static_cast<std::uint32_t>(textos_.size());
     DecodificaURL(texto.substr(e, a - e - 1), textos_);
-    x.largo_valor = static_cast<std::uint32_t>(textos_.size() - x.valor);
     indices_.push_back(x);
     start = a + 1;
   }
@@ -97,18 +96,20 @@ void LeeDatosForma(EntradaCGI& cgi, Input& entrada, Plazo* plazo) {
   if (cgi.Variable("REQUEST_METHOD") == "POST") {
     if (cgi.LongitudContenido < 0) Raise(kErrArgumentoNoValido);
     const auto longitud = static_cast<std::size_t>(cgi.LongitudContenido);
-    std::string buffer(std::min(longitud, kMaximoLectura), '\0');
-    // Kept: every read asks for the full length, not the remainder, and the
-    // loop has no other exit than a body of the declared length, or the
-    // request's deadline.
-    while (cgi.DatosPost.size() < longitud) {
-      if (plazo != nullptr && plazo->Vencido()) throw TiempoAgotado{};
-      const std::size_t n = entrada.Read(buffer.data(), buffer.size());
-      if (n == 0) {
-        entrada.Pause();
-        continue;
+    {
+      std::string buffer(std::min(longitud, kMaximoLectura), '\0');
+      // Kept: every read asks for the full length, not the remainder, and
+      // the loop has no other exit than a body of the declared length, or
+      // the request's deadline.
+      while (cgi.DatosPost.size() < longitud) {
+        if (plazo != nullptr && plazo->Vencido()) throw TiempoAgotado{};
+        const std::size_t n = entrada.Read(buffer.data(), buffer.size());
+        if (n == 0) {
+          entrada.Pause();
+          continue;
+        }
+        cgi.DatosPost.append(buffer.data(), n);
       }
-      cgi.DatosPost.append(buffer.data(), n);
     }
     if (UpperLatin1(cgi.Variable("CONTENT_TYPE")).find("WWW-FORM-URLENCODED") !=
         std::string::npos) {

@@ -32,9 +32,9 @@ struct ParCGI {
 // consulted; real fields follow in arrival order (body first, then query
 // string). A pair text with more "=" than fields leaves trailing empty
 // entries: they are counted, not stored, so a body of a million "=" costs no
-// memory. The decoded names and values share one buffer and each field
-// costs sixteen bytes beside it, so the fields of any text take at most
-// about nine times its size.
+// memory. The decoded names and values share one buffer, one after another,
+// and each field costs eight bytes beside it (where its name and its value
+// begin), so the fields of any text take at most about five times its size.
 class ParesCGI {
  public:
   // Number of entries, entry 0 included (the upper bound plus one).
@@ -50,8 +50,10 @@ class ParesCGI {
   void Separa(std::string_view texto);
 
  private:
+  // Where a field's name and value begin in textos_; the value ends where
+  // the next field's name begins.
   struct Indice {
-    std::uint32_t nombre, largo_nombre, valor, largo_valor;
+    std::uint32_t nombre, valor;
   };
   void Cierra();  // stores the run of empty entries before a new field
 
