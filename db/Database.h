@@ -95,6 +95,12 @@ class Database {
                                                    RecordsetType type) = 0;
   // Runs a statement; returns the rows it affected.
   virtual std::int64_t Execute(std::string_view sql) = 0;
+  // Runs a statement whose parameters ("?", outside its strings) take
+  // `params` in order, texts in the code page: a value never becomes part
+  // of the statement's text, whatever characters it holds. Raises 3075 when
+  // the statement has another number of parameters. Returns the rows it
+  // affected.
+  virtual std::int64_t Execute(std::string_view sql, const std::vector<Value>& params) = 0;
 
   virtual std::vector<std::string> TableNames() = 0;
   virtual std::vector<std::string> ColumnNames(std::string_view table) = 0;

@@ -98,8 +98,9 @@ const jet::Indice* BuscaIndice(const jet::Tabla& tabla, std::string_view nombre,
 
 class JetTablaRecordset : public Recordset {
  public:
-  JetTablaRecordset(const jet::Archivo& archivo, const jet::Tabla& tabla, const CodePage& page)
-      : archivo_(archivo), tabla_(tabla), page_(page),
+  JetTablaRecordset(const jet::Archivo& archivo, const jet::Tabla& tabla, const CodePage& page,
+                    Plazo* plazo)
+      : archivo_(archivo), tabla_(tabla), page_(page), plazo_(plazo),
         filas_(std::make_unique<jet::Filas>(archivo, tabla)) {}
 
   bool Eof() override {
@@ -150,7 +151,8 @@ class JetTablaRecordset : public Recordset {
     Protege([&] {
       Carga();
       jet::PosicionFila ultima = filas_->Posicion();
-      for (;;) {
+      for (std::size_t vistas = 0;; ++vistas) {
+        MiraPlazo(vistas);
         MoveNext();
         if (!en_fila_) break;
         Carga();
@@ -311,7 +313,8 @@ class JetTablaRecordset : public Recordset {
     if (lista_hecha_) return;
     lista_.clear();
     filas_->Reinicia();
-    while (filas_->Siguiente()) {
+    for (std::size_t vistas = 0; filas_->Siguiente(); ++vistas) {
+      MiraPlazo(vistas);
       Entrada e{filas_->Posicion(), {}};
       for (const jet::ColumnaIndice& c : indice_->columnas) {
         e.claves.push_back(ValorDe(filas_->Lee(c.columna), page_));
@@ -342,6 +345,15 @@ class JetTablaRecordset : public Recordset {
     lista_i_ = static_cast<size_t>(elegida - lista_.begin());
     en_fila_ = elegida != lista_.end();
     no_match_ = !en_fila_ || (op == "=" && elegida == hasta);
+  }
+
+  // The walks of a whole table in one call (MoveLast, the sorted rows) look
+  // at the deadline every so many rows.
+  void MiraPlazo(std::size_t vistas) const {
+    constexpr std::size_t kFilasEntreMiradas = 1024;
+    if (plazo_ != nullptr && vistas % kFilasEntreMiradas == 0 && plazo_->Vencido()) {
+      throw TiempoAgotado{};
+    }
   }
 
   int Compara(const std::vector<Value>& a, const std::vector<Value>& b, size_t n) const {
@@ -379,6 +391,7 @@ class JetTablaRecordset : public Recordset {
   const jet::Archivo& archivo_;
   const jet::Tabla& tabla_;
   const CodePage& page_;
+  Plazo* plazo_;
   std::unique_ptr<jet::Filas> filas_;
   const jet::Indice* indice_ = nullptr;
   std::unique_ptr<jet::CursorIndice> cursor_;
@@ -398,8 +411,20 @@ class JetTablaRecordset : public Recordset {
 
 // --- the virtual tables of the SQL connection -------------------------------------
 
+// What the SQL connection's tables share with their database: the file as
+// read, the writers' lock wait, and what the last INSERT met, for Execute
+// to report once SQLite has returned.
+struct ContextoJet {
+  const jet::Archivo* archivo = nullptr;
+  Plazo* plazo = nullptr;  // the request's deadline; none: no deadline
+  int espera_ms = 0;       // the longest wait for the writers' lock
+  std::string error_escritura;  // why the last row was not written (Windows-1252)
+  bool vencido = false;         // the wait for the lock reached the deadline
+};
+
 struct VTabla {
   sqlite3_vtab base{};
+  ContextoJet* contexto = nullptr;
   const jet::Archivo* archivo = nullptr;
   const jet::Tabla* tabla = nullptr;
 };
@@ -454,7 +479,8 @@ std::string Citado(std::string_view nombre) {
 
 int VConecta(sqlite3* db, void* aux, int argc, const char* const* argv, sqlite3_vtab** vtab,
              char** error) {
-  const auto* archivo = static_cast<const jet::Archivo*>(aux);
+  auto* contexto = static_cast<ContextoJet*>(aux);
+  const jet::Archivo* archivo = contexto->archivo;
   try {
     if (argc < 4) return SQLITE_ERROR;
     const std::vector<std::string> nombres = archivo->NombresTablas();
@@ -470,6 +496,7 @@ int VConecta(sqlite3* db, void* aux, int argc, const char* const* argv, sqlite3_
     const int rc = sqlite3_declare_vtab(db, esquema.c_str());
     if (rc != SQLITE_OK) return rc;
     auto* v = new VTabla();
+    v->contexto = contexto;
     v->archivo = archivo;
     v->tabla = tabla;
     *vtab = &v->base;
@@ -661,7 +688,8 @@ jet::Valor ValorParaColumna(const jet::Columna& c, sqlite3_value* v) {
   const int tipo = sqlite3_value_type(v);
   if (tipo == SQLITE_NULL) return jet::Valor::Nulo();
   const char* texto = reinterpret_cast<const char*>(sqlite3_value_text(v));
-  const std::string como_texto = texto == nullptr ? "" : texto;
+  const std::string como_texto =
+      texto == nullptr ? "" : std::string(texto, static_cast<std::size_t>(sqlite3_value_bytes(v)));
   jet::Valor r;
   switch (c.tipo) {
     case jet::TipoColumna::Texto:
@@ -699,14 +727,13 @@ jet::Valor ValorParaColumna(const jet::Columna& c, sqlite3_value* v) {
                  CodePage::Windows1252().FromUtf8(c.nombre) + "'.");
 }
 
-// Why the last row could not be written (Windows-1252), for Execute to
-// report in the writer's own words.
-std::string g_error_escritura;
-
 // INSERT: the row is appended to the file itself, under the writers' lock,
-// from a fresh reading of the file. Nothing else changes a Jet table.
+// from a fresh reading of the file. Nothing else changes a Jet table. Why a
+// row was not written is left in the context, in the writer's own words;
+// nothing is thrown through SQLite.
 int VActualiza(sqlite3_vtab* vtab, int argc, sqlite3_value** argv, sqlite3_int64*) {
   auto& v = *reinterpret_cast<VTabla*>(vtab);
+  ContextoJet& contexto = *v.contexto;
   try {
     if (argc < 2 || sqlite3_value_type(argv[0]) != SQLITE_NULL) {
       throw ErrorJet(Latin1("No se puede actualizar. La base de datos '") + v.archivo->Nombre() +
@@ -717,14 +744,17 @@ int VActualiza(sqlite3_vtab* vtab, int argc, sqlite3_value** argv, sqlite3_int64
       valores.push_back(ValorParaColumna(v.tabla->columnas[i], argv[i + 2]));
     }
     const std::string& ruta = v.archivo->Nombre();
-    auto destino = jet::AbreParaEscribir(ruta);
+    auto destino = jet::AbreParaEscribir(ruta, contexto.espera_ms, contexto.plazo);
     auto fresco = jet::Archivo::Abre(ruta);
     jet::AgregaFila(*fresco, *destino, v.tabla->nombre, valores);
     return SQLITE_OK;
   } catch (const std::exception& e) {
-    g_error_escritura = e.what();
+    contexto.error_escritura = e.what();
     sqlite3_free(vtab->zErrMsg);
     vtab->zErrMsg = sqlite3_mprintf("%s", e.what());
+    return SQLITE_ERROR;
+  } catch (const TiempoAgotado&) {
+    contexto.vencido = true;
     return SQLITE_ERROR;
   }
 }
@@ -760,8 +790,12 @@ const sqlite3_module kModulo = {
 
 class JetDatabase : public Database {
  public:
-  JetDatabase(std::unique_ptr<jet::Archivo> archivo, const CodePage& page)
-      : archivo_(std::move(archivo)), page_(page) {}
+  JetDatabase(std::unique_ptr<jet::Archivo> archivo, const CodePage& page,
+              const OpenOptions& options)
+      : archivo_(std::move(archivo)), page_(page) {
+    contexto_.plazo = options.plazo;
+    contexto_.espera_ms = std::max(options.busy_timeout_ms, 0);
+  }
   ~JetDatabase() override { Close(); }
 
   std::unique_ptr<Recordset> OpenRecordset(std::string_view source, RecordsetType type) override {
@@ -772,14 +806,18 @@ class JetDatabase : public Database {
         throw RuntimeError(kErrTablaNoEncontrada, Latin1("No se encuentra la tabla o consulta de entrada '") +
                                                       std::string(source) + "'.");
       }
-      return std::make_unique<JetTablaRecordset>(*archivo_, *tabla, page_);
+      return std::make_unique<JetTablaRecordset>(*archivo_, *tabla, page_, contexto_.plazo);
     }
     return Sql().OpenRecordset(source, type);
   }
 
-  // INSERT appends rows (tables without indexes only, see jet::AgregaFila);
-  // every other statement that would change the file is refused.
-  std::int64_t Execute(std::string_view sql) override {
+  std::int64_t Execute(std::string_view sql) override { return Execute(sql, {}); }
+
+  // INSERT appends rows (tables without indexes only, see jet::AgregaFila),
+  // waiting for the writers' lock as long as the options say and never past
+  // the deadline; every other statement that would change the file is
+  // refused.
+  std::int64_t Execute(std::string_view sql, const std::vector<Value>& params) override {
     RequiereAbierta();
     std::string verbo;
     for (char c : sql) {
@@ -791,11 +829,15 @@ class JetDatabase : public Database {
     }
     if (verbo == "INSERT") {
       std::int64_t filas = 0;
-      g_error_escritura.clear();
+      contexto_.error_escritura.clear();
+      contexto_.vencido = false;
       try {
-        filas = Sql().Execute(sql);
+        filas = Sql().Execute(sql, params);
       } catch (const RuntimeError& e) {
-        if (!g_error_escritura.empty()) throw RuntimeError(kErrSoloLectura, g_error_escritura);
+        if (contexto_.vencido) throw TiempoAgotado{};
+        if (!contexto_.error_escritura.empty()) {
+          throw RuntimeError(kErrSoloLectura, contexto_.error_escritura);
+        }
         // A column the table does not have, in Jet's words.
         constexpr std::string_view kSinColumna = "has no column named ";
         const std::string& d = e.description();
@@ -865,8 +907,9 @@ class JetDatabase : public Database {
   Database& Sql() {
     if (sql_) return *sql_;
     const std::vector<std::string> nombres = Protege([&] { return archivo_->NombresTablas(); });
+    contexto_.archivo = archivo_.get();
     sql_ = OpenSqliteEnMemoria(page_, [&](sqlite3* db) {
-      sqlite3_create_module(db, "orvex_jet", &kModulo, archivo_.get());
+      sqlite3_create_module(db, "orvex_jet", &kModulo, &contexto_);
       for (size_t i = 0; i < nombres.size(); ++i) {
         const std::string sql = "CREATE VIRTUAL TABLE " + Citado(nombres[i]) +
                                 " USING orvex_jet(" + std::to_string(i) + ")";
@@ -879,27 +922,28 @@ class JetDatabase : public Database {
                                  "' de '" + archivo_->Nombre() + "': " + detalle);
         }
       }
-    });
+    }, contexto_.plazo);
     return *sql_;
   }
 
   std::unique_ptr<jet::Archivo> archivo_;
   bool releer_ = false;
   const CodePage& page_;
+  ContextoJet contexto_;  // before sql_, whose tables point to it
   std::unique_ptr<Database> sql_;
 };
 
 }  // namespace
 
 std::unique_ptr<Database> OpenJetDatabase(const std::string& path, const CodePage& page,
-                                          const OpenOptions&) {
+                                          const OpenOptions& options) {
   std::unique_ptr<jet::Archivo> archivo;
   try {
     archivo = jet::Archivo::Abre(path);
   } catch (const ErrorJet& e) {
     throw RuntimeError(kErrFormatoNoReconocido, e.what());
   }
-  return std::make_unique<JetDatabase>(std::move(archivo), page);
+  return std::make_unique<JetDatabase>(std::move(archivo), page, options);
 }
 
 }  // namespace orvex::db

@@ -20,7 +20,12 @@
 //   catalogues (dates as ISO text, the dialect's comparisons). An "=" on the
 //   first column of an index, and a LIKE with a fixed start on a text one,
 //   become seeks.
-// - Writing (Execute) raises 3027: the file is read-only to Orvex.
+// - Execute appends the rows of an INSERT (jet::AgregaFila), waiting for the
+//   writers' lock up to OpenOptions::busy_timeout_ms; a lock not had in time
+//   raises 3027 with the writer's message. Any other change raises 3027:
+//   the file is otherwise read-only to Orvex.
+// - With OpenOptions::plazo, statements, whole-table walks and the wait for
+//   the writers' lock stop with TiempoAgotado once the deadline passes.
 // Damage found in the file raises 3343 with the reader's message, which
 // names the file.
 namespace orvex::db {

@@ -1,5 +1,6 @@
 #include "db/JetSql.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <optional>
 
@@ -65,6 +66,27 @@ void AppendQuoted(std::string& out, std::string_view text, char quote) {
   out += quote;
 }
 
+// A text literal compared without regard to letter case. SQLite ends a
+// literal at a NUL byte, so a text that holds one is written as the
+// concatenation of its pieces with char(0) between them: every byte of the
+// text reaches the engine.
+void AppendTextLiteral(std::string& out, std::string_view text) {
+  if (text.find('\0') == std::string_view::npos) {
+    AppendQuoted(out, text, '\'');
+    out += " COLLATE JET";
+    return;
+  }
+  out += '(';
+  for (std::size_t i = 0;; ++i) {
+    const std::size_t nul = std::min(text.find('\0', i), text.size());
+    AppendQuoted(out, text.substr(i, nul - i), '\'');
+    if (nul == text.size()) break;
+    out += "||char(0)||";
+    i = nul;
+  }
+  out += " COLLATE JET)";
+}
+
 bool MatchSet(std::string_view pattern, std::size_t& p, char c) {
   // pattern[p] is just after "["; leaves p after "]".
   bool negate = false;
@@ -90,34 +112,45 @@ bool MatchSet(std::string_view pattern, std::size_t& p, char c) {
   return found != negate;
 }
 
-bool Like(std::string_view pattern, std::size_t p, std::string_view text, std::size_t t) {
-  while (p < pattern.size()) {
-    const char pc = pattern[p];
-    if (pc == '*') {
+// Matches one character against the pattern element at `p` (anything but
+// "*") and leaves `p` after the element.
+bool MatchOne(std::string_view pattern, std::size_t& p, char c) {
+  const char pc = pattern[p++];
+  const char tc = UpperLatin1(c);
+  if (pc == '?') return true;
+  if (pc == '#') return IsDigit(tc);
+  if (pc == '[') return MatchSet(pattern, p, tc);
+  return UpperLatin1(pc) == tc;
+}
+
+// Every element but "*" takes exactly one character, so when an element
+// fails only the last "*" seen needs to take one character more: the
+// earlier ones can keep what they took. The work is at most the pattern's
+// length times the text's, whatever the pattern.
+bool Like(std::string_view pattern, std::string_view text) {
+  constexpr std::size_t kSinComodin = std::string_view::npos;
+  std::size_t p = 0, t = 0;
+  std::size_t tras_comodin = kSinComodin;  // the pattern just after the last "*"
+  std::size_t desde = 0;                   // where that "*"'s run ends in the text
+  while (t < text.size()) {
+    if (p < pattern.size() && pattern[p] == '*') {
       while (p < pattern.size() && pattern[p] == '*') ++p;
-      if (p == pattern.size()) return true;
-      for (std::size_t k = t; k <= text.size(); ++k) {
-        if (Like(pattern, p, text, k)) return true;
-      }
-      return false;
+      tras_comodin = p;
+      desde = t;
+      continue;
     }
-    if (t >= text.size()) return false;
-    const char tc = UpperLatin1(text[t]);
-    if (pc == '?') {
-      ++p;
-    } else if (pc == '#') {
-      if (!IsDigit(tc)) return false;
-      ++p;
-    } else if (pc == '[') {
-      ++p;
-      if (!MatchSet(pattern, p, tc)) return false;
-    } else {
-      if (UpperLatin1(pc) != tc) return false;
-      ++p;
+    std::size_t siguiente = p;
+    if (p < pattern.size() && MatchOne(pattern, siguiente, text[t])) {
+      p = siguiente;
+      ++t;
+      continue;
     }
-    ++t;
+    if (tras_comodin == kSinComodin) return false;
+    p = tras_comodin;
+    t = ++desde;
   }
-  return t == text.size();
+  while (p < pattern.size() && pattern[p] == '*') ++p;
+  return p == pattern.size();
 }
 
 }  // namespace
@@ -145,8 +178,7 @@ std::string JetToSqlite(std::string_view jet) {
         out.append(jet.substr(i));
         break;
       }
-      AppendQuoted(out, literal, '\'');
-      out += " COLLATE JET";
+      AppendTextLiteral(out, literal);
       i = j + 1;
     } else if (c == '[') {
       const std::size_t j = jet.find(']', i + 1);
@@ -188,7 +220,7 @@ std::string CitaTexto(std::string_view texto) {
   return citado + "'";
 }
 
-bool JetLike(std::string_view pattern, std::string_view text) { return Like(pattern, 0, text, 0); }
+bool JetLike(std::string_view pattern, std::string_view text) { return Like(pattern, text); }
 
 int CompareIgnoringCase(std::string_view a, std::string_view b) {
   const std::size_t n = a.size() < b.size() ? a.size() : b.size();

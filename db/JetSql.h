@@ -10,7 +10,9 @@ namespace orvex::db {
 // Rewrites a statement of the catalogue's dialect for SQLite, text in the
 // code page on both sides:
 // - '...' and "..." strings become '...' strings compared without regard to
-//   letter case (COLLATE JET);
+//   letter case (COLLATE JET), every byte of their text kept: nothing inside
+//   a string is rewritten, and a NUL byte, which would end an SQLite
+//   literal, joins the string's pieces as char(0);
 // - [bracketed names] become "quoted" names;
 // - #mm/dd/yyyy# and #mm/dd/yyyy hh:nn:ss# dates become the ISO text
 //   'yyyy-mm-dd hh:nn:ss' in which the catalogues store dates;
@@ -22,6 +24,7 @@ std::string JetToSqlite(std::string_view jet);
 // LIKE as the catalogue's dialect has it, letters compared without regard to
 // case: "*" any run, "?" one character, "#" one digit, "[abc]", "[a-z]" and
 // "[!abc]" one character of (or not of) a set. Code-page text.
+// Takes at most the pattern's length times the text's steps.
 bool JetLike(std::string_view pattern, std::string_view text);
 
 // A text as a literal of the dialect: between apostrophes, its own

@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <optional>
@@ -18,9 +20,70 @@
 namespace orvex::db {
 namespace {
 
+// --- the request's deadline -------------------------------------------------------
+
+// What a connection's handlers know of the request's deadline and of the
+// wait for a lock. The handlers run inside SQLite and never throw: they note
+// that the deadline passed and make the engine stop, and the statement's
+// caller throws TiempoAgotado once SQLite has returned.
+struct Vigia {
+  Plazo* plazo = nullptr;  // none: only the engine's own limits apply
+  int espera_ms = 0;       // the longest wait for another writer's lock
+  bool vencido = false;    // a handler stopped the engine at the deadline
+  std::chrono::steady_clock::time_point espera_desde;
+
+  // True once the deadline has passed, as noted or as the deadline says.
+  bool Vence() noexcept {
+    if (!vencido && plazo != nullptr) {
+      try {
+        vencido = plazo->Vencido();
+      } catch (...) {
+        vencido = true;  // nothing may cross SQLite's frames: stop instead
+      }
+    }
+    return vencido;
+  }
+};
+
+// VM steps between two looks at the deadline: a look costs a clock read,
+// and a few thousand steps take some microseconds.
+constexpr int kPasosEntreMiradas = 4096;
+
+int MiraPlazo(void* vigia) { return static_cast<Vigia*>(vigia)->Vence() ? 1 : 0; }
+
+// The wait for a lock that another connection holds: short sleeps, longer
+// as the wait goes on (as SQLite's own busy wait sleeps), for at most
+// espera_ms, never past the deadline.
+int EsperaTurno(void* datos, int veces) {
+  auto& vigia = *static_cast<Vigia*>(datos);
+  static constexpr int kPausasMs[] = {1, 2, 5, 10, 15, 20, 25, 25, 25, 50, 50, 100};
+  constexpr int kUltima = static_cast<int>(std::size(kPausasMs)) - 1;
+  if (vigia.Vence()) return 0;
+  const auto ahora = std::chrono::steady_clock::now();
+  if (veces == 0) vigia.espera_desde = ahora;
+  const auto esperado =
+      std::chrono::duration_cast<std::chrono::milliseconds>(ahora - vigia.espera_desde).count();
+  if (esperado >= vigia.espera_ms) return 0;
+  std::int64_t pausa = std::min<std::int64_t>(kPausasMs[std::min(veces, kUltima)],
+                                              vigia.espera_ms - esperado);
+  if (vigia.plazo != nullptr) {
+    try {
+      pausa = std::min(pausa, vigia.plazo->RestanteMs());
+    } catch (...) {
+      vigia.vencido = true;
+      return 0;
+    }
+  }
+  sqlite3_sleep(static_cast<int>(std::max<std::int64_t>(pausa, 1)));
+  return 1;
+}
+
 // --- errors --------------------------------------------------------------------
 
-[[noreturn]] void RaiseEngine(sqlite3* db, int rc) {
+// Raises the engine's error `rc` as a RuntimeError; TiempoAgotado instead
+// when a handler of the connection stopped the engine at the deadline.
+[[noreturn]] void RaiseEngine(sqlite3* db, int rc, const Vigia* vigia = nullptr) {
+  if (vigia != nullptr && vigia->vencido) throw TiempoAgotado{};
   const std::string detail = db != nullptr ? sqlite3_errmsg(db) : sqlite3_errstr(rc);
   switch (rc & 0xFF) {
     case SQLITE_BUSY:
@@ -72,8 +135,16 @@ void LikeFunction(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
   }
   (void)argc;
   const CodePage& page = *PageOf(sqlite3_user_data(ctx));
-  // like(pattern, text): "text LIKE pattern".
-  const bool match = JetLike(page.FromUtf8(TextArg(argv[0])), page.FromUtf8(TextArg(argv[1])));
+  // like(pattern, text): "text LIKE pattern". One call runs to its end
+  // between two looks at the deadline: the pattern's length is bounded, as
+  // SQLite bounds its own LIKE's.
+  const std::string_view pattern = TextArg(argv[0]);
+  if (pattern.size() > static_cast<std::size_t>(sqlite3_limit(
+                           sqlite3_context_db_handle(ctx), SQLITE_LIMIT_LIKE_PATTERN_LENGTH, -1))) {
+    sqlite3_result_error(ctx, "LIKE or GLOB pattern too complex", -1);
+    return;
+  }
+  const bool match = JetLike(page.FromUtf8(pattern), page.FromUtf8(TextArg(argv[1])));
   sqlite3_result_int(ctx, match ? 1 : 0);
 }
 
@@ -132,6 +203,7 @@ std::string Quoted(std::string_view name) {
 // opens a recordset per lookup, and preparing the same few statements again
 // and again cost more than running them.
 struct Memoria {
+  Vigia vigia;  // the connection's handlers look at it
   std::optional<std::vector<std::string>> tablas;
   std::map<std::string, std::vector<std::string>, std::less<>> indices;
   std::multimap<std::string, sqlite3_stmt*, std::less<>> libres;
@@ -155,7 +227,7 @@ struct Memoria {
 class Statement {
  public:
   Statement(std::shared_ptr<Memoria> memoria, sqlite3* db, const std::string& utf8_sql)
-      : db_(db), memoria_(std::move(memoria)) {
+      : db_(db), vigia_(&memoria->vigia), memoria_(std::move(memoria)) {
     const auto libre = memoria_->libres.find(utf8_sql);
     if (libre != memoria_->libres.end()) {
       stmt_ = libre->second;
@@ -165,7 +237,10 @@ class Statement {
     }
     sql_ = utf8_sql;
   }
-  Statement(sqlite3* db, const std::string& utf8_sql) : db_(db) { Prepara(utf8_sql); }
+  Statement(const Vigia& vigia, sqlite3* db, const std::string& utf8_sql)
+      : db_(db), vigia_(&vigia) {
+    Prepara(utf8_sql);
+  }
   ~Statement() {
     if (memoria_ && !memoria_->cerrada && stmt_ != nullptr) {
       sqlite3_reset(stmt_);
@@ -184,7 +259,7 @@ class Statement {
     const int rc = sqlite3_step(stmt_);
     if (rc == SQLITE_ROW) return true;
     if (rc == SQLITE_DONE) return false;
-    RaiseEngine(db_, rc);
+    RaiseEngine(db_, rc, vigia_);
   }
   void Reset() { sqlite3_reset(stmt_); }
 
@@ -193,7 +268,7 @@ class Statement {
     const char* tail = nullptr;
     const int rc = sqlite3_prepare_v2(db_, utf8_sql.c_str(), static_cast<int>(utf8_sql.size()),
                                       &stmt_, &tail);
-    if (rc != SQLITE_OK) RaiseEngine(db_, rc);
+    if (rc != SQLITE_OK) RaiseEngine(db_, rc, vigia_);
     if (stmt_ == nullptr) throw RuntimeError(kErrSintaxis, Latin1("Instrucción SQL vacía."));
     for (; tail != nullptr && *tail != '\0'; ++tail) {
       if (*tail != ' ' && *tail != '\t' && *tail != '\r' && *tail != '\n' && *tail != ';') {
@@ -206,6 +281,7 @@ class Statement {
   }
 
   sqlite3* db_;
+  const Vigia* vigia_;
   std::shared_ptr<Memoria> memoria_;
   std::string sql_;
   sqlite3_stmt* stmt_ = nullptr;
@@ -524,12 +600,12 @@ class SqliteRecordset : public Recordset {
     if (conocido != memoria_->indices.end()) return conocido->second;
     std::vector<std::string> columns;
     {
-      Statement info(db_, "SELECT name FROM pragma_index_info(?) ORDER BY seqno");
+      Statement info(memoria_->vigia, db_, "SELECT name FROM pragma_index_info(?) ORDER BY seqno");
       sqlite3_bind_text(info.get(), 1, name.c_str(), static_cast<int>(name.size()), SQLITE_TRANSIENT);
       while (info.Step()) columns.emplace_back(reinterpret_cast<const char*>(sqlite3_column_text(info.get(), 0)));
     }
     if (columns.empty() && EqualsIgnoringCase(index, "PrimaryKey")) {
-      Statement info(db_, "SELECT name FROM pragma_table_info(?) WHERE pk > 0 ORDER BY pk");
+      Statement info(memoria_->vigia, db_, "SELECT name FROM pragma_table_info(?) WHERE pk > 0 ORDER BY pk");
       const std::string table = page_.ToUtf8(table_);
       sqlite3_bind_text(info.get(), 1, table.c_str(), static_cast<int>(table.size()), SQLITE_TRANSIENT);
       while (info.Step()) columns.emplace_back(reinterpret_cast<const char*>(sqlite3_column_text(info.get(), 0)));
@@ -589,8 +665,16 @@ class SqliteRecordset : public Recordset {
 
 class SqliteDatabase : public Database {
  public:
-  SqliteDatabase(sqlite3* db, const CodePage& page)
-      : db_(db), page_(page), memoria_(std::make_shared<Memoria>()) {}
+  // Holds the statements of `db` to `plazo` (none: no deadline) and waits
+  // up to `espera_ms` for another connection's lock (0: no wait).
+  SqliteDatabase(sqlite3* db, const CodePage& page, Plazo* plazo, int espera_ms)
+      : db_(db), page_(page), memoria_(std::make_shared<Memoria>()) {
+    Vigia& vigia = memoria_->vigia;
+    vigia.plazo = plazo;
+    vigia.espera_ms = espera_ms;
+    if (plazo != nullptr) sqlite3_progress_handler(db, kPasosEntreMiradas, MiraPlazo, &vigia);
+    if (espera_ms > 0) sqlite3_busy_handler(db, EsperaTurno, &vigia);
+  }
   ~SqliteDatabase() override { Close(); }
 
   std::unique_ptr<Recordset> OpenRecordset(std::string_view source, RecordsetType type) override {
@@ -621,10 +705,18 @@ class SqliteDatabase : public Database {
                                              "");
   }
 
-  std::int64_t Execute(std::string_view sql) override {
+  std::int64_t Execute(std::string_view sql) override { return Execute(sql, {}); }
+
+  std::int64_t Execute(std::string_view sql, const std::vector<Value>& params) override {
     RequireOpen();
     memoria_->Olvida();
-    Statement statement(db_, page_.ToUtf8(JetToSqlite(sql)));
+    Statement statement(memoria_->vigia, db_, page_.ToUtf8(JetToSqlite(sql)));
+    if (static_cast<size_t>(sqlite3_bind_parameter_count(statement.get())) != params.size()) {
+      throw RuntimeError(kErrSintaxis, Latin1("Número de parámetros incorrecto para la instrucción SQL."));
+    }
+    for (size_t i = 0; i < params.size(); ++i) {
+      Bind(db_, statement.get(), static_cast<int>(i + 1), params[i], page_);
+    }
     while (statement.Step()) {
     }
     return sqlite3_stmt_readonly(statement.get()) ? 0 : sqlite3_changes64(db_);
@@ -634,7 +726,7 @@ class SqliteDatabase : public Database {
     RequireOpen();
     if (memoria_->tablas) return *memoria_->tablas;
     std::vector<std::string> names;
-    Statement list(db_, "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite\\_%' ESCAPE '\\' ORDER BY rowid");
+    Statement list(memoria_->vigia, db_, "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite\\_%' ESCAPE '\\' ORDER BY rowid");
     while (list.Step()) names.push_back(page_.FromUtf8(reinterpret_cast<const char*>(sqlite3_column_text(list.get(), 0))));
     memoria_->tablas = names;
     return names;
@@ -643,7 +735,7 @@ class SqliteDatabase : public Database {
   std::vector<std::string> ColumnNames(std::string_view table) override {
     RequireOpen();
     std::vector<std::string> names;
-    Statement info(db_, "SELECT name FROM pragma_table_info(?) ORDER BY cid");
+    Statement info(memoria_->vigia, db_, "SELECT name FROM pragma_table_info(?) ORDER BY cid");
     const std::string utf8 = page_.ToUtf8(table);
     sqlite3_bind_text(info.get(), 1, utf8.c_str(), static_cast<int>(utf8.size()), SQLITE_TRANSIENT);
     while (info.Step()) names.push_back(page_.FromUtf8(reinterpret_cast<const char*>(sqlite3_column_text(info.get(), 0))));
@@ -655,6 +747,8 @@ class SqliteDatabase : public Database {
     if (db_ != nullptr) sqlite3_close_v2(db_);
     db_ = nullptr;
   }
+
+  Vigia& vigia() { return memoria_->vigia; }
 
  private:
   void RequireOpen() const {
@@ -701,18 +795,55 @@ bool EnRegistroPrevio(const std::string& path) {
   return n == static_cast<ssize_t>(sizeof cabecera) && cabecera[18] == 2 && cabecera[19] == 2;
 }
 
-// The dialect's comparisons on a new connection.
+// The dialect's comparisons on a new connection. like() has no side
+// effects, so a view or trigger of a catalogue may use it even though the
+// schema is not trusted.
 void HablaDialecto(sqlite3* db, const CodePage& page) {
   void* user = const_cast<CodePage*>(&page);
   sqlite3_create_collation(db, "JET", SQLITE_UTF8, user, CollateJet);
-  sqlite3_create_function(db, "like", 2, SQLITE_UTF8 | SQLITE_DETERMINISTIC, user, LikeFunction,
-                          nullptr, nullptr);
+  sqlite3_create_function(db, "like", 2, SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS,
+                          user, LikeFunction, nullptr, nullptr);
+}
+
+// The engine's limits on what one statement may ask for. Each is many times
+// what the catalogue and the pages need: the largest values are a record's
+// tag string (under 100 000 bytes, the most a MARC record holds) and a
+// word's list chunk (4096 postings, some tens of kilobytes); statements
+// are a few hundred bytes with a handful of parameters, and a LIKE pattern
+// is a word or a value the reader typed. What they stop is a statement
+// that builds a value of hundreds of megabytes, nests or chains without
+// end, or reaches another file.
+constexpr std::pair<int, int> kLimites[] = {
+    {SQLITE_LIMIT_LENGTH, 8 << 20},          // a text, a blob, a row: 8 MB
+    {SQLITE_LIMIT_SQL_LENGTH, 1 << 20},      // a statement: 1 MB, the request body's limit
+    {SQLITE_LIMIT_EXPR_DEPTH, 200},
+    {SQLITE_LIMIT_COMPOUND_SELECT, 100},
+    {SQLITE_LIMIT_VDBE_OP, 250000},
+    {SQLITE_LIMIT_LIKE_PATTERN_LENGTH, 1000},
+    {SQLITE_LIMIT_VARIABLE_NUMBER, 100},
+    {SQLITE_LIMIT_TRIGGER_DEPTH, 10},
+    {SQLITE_LIMIT_ATTACHED, 0},              // no statement opens another file
+    {SQLITE_LIMIT_WORKER_THREADS, 0},
+};
+
+// Closes what a statement or a database's own schema could use against the
+// server: writes to the schema and to the file's pages behind the engine's
+// back, functions and virtual tables run from a schema the file brings
+// along, tokenizers given as pointers, loadable extensions; and sets the
+// limits above.
+void Endurece(sqlite3* db) {
+  sqlite3_db_config(db, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+  sqlite3_db_config(db, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+  sqlite3_db_config(db, SQLITE_DBCONFIG_ENABLE_FTS3_TOKENIZER, 0, nullptr);
+  sqlite3_db_config(db, SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, 0, nullptr);
+  for (const auto& [limite, valor] : kLimites) sqlite3_limit(db, limite, valor);
 }
 
 }  // namespace
 
 std::unique_ptr<Database> OpenSqliteEnMemoria(const CodePage& page,
-                                              const std::function<void(sqlite3*)>& prepara) {
+                                              const std::function<void(sqlite3*)>& prepara,
+                                              Plazo* plazo) {
   ConfigureSqliteEngine();
   sqlite3* db = nullptr;
   const int rc = sqlite3_open_v2(":memory:", &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX,
@@ -722,7 +853,8 @@ std::unique_ptr<Database> OpenSqliteEnMemoria(const CodePage& page,
     throw RuntimeError(kErrNoSePuedeAbrir, Latin1("No se pudo preparar el motor SQL (") +
                                                sqlite3_errstr(rc) + ").");
   }
-  auto database = std::make_unique<SqliteDatabase>(db, page);
+  Endurece(db);
+  auto database = std::make_unique<SqliteDatabase>(db, page, plazo, 0);
   HablaDialecto(db, page);
   prepara(db);
   return database;
@@ -741,24 +873,26 @@ std::unique_ptr<Database> OpenSqliteDatabase(const std::string& path, const Code
     throw RuntimeError(kErrNoSePuedeAbrir,
                        Latin1("No se puede abrir el archivo '") + path + "' (" + detail + ").");
   }
-  auto database = std::make_unique<SqliteDatabase>(db, page);
+  Endurece(db);
+  auto database = std::make_unique<SqliteDatabase>(db, page, options.plazo,
+                                                   std::max(options.busy_timeout_ms, 0));
   HablaDialecto(db, page);
   if (options.busy_timeout_ms > 0) {
-    sqlite3_busy_timeout(db, options.busy_timeout_ms);
     // Switching a file to write-ahead logging takes an exclusive lock, and
     // SQLite answers a writer that holds it at that moment with "busy"
     // straight away, without its busy handler: wait here instead, as long
-    // as the handler would have.
+    // as the handler would have, and never past the deadline.
     // A file already in that mode says so in its header (read and write
     // format versions 2), and it stays so.
     if (!EnRegistroPrevio(path)) {
+      Vigia& vigia = database->vigia();
       int esperado_ms = 0;
       while ((rc = sqlite3_exec(db, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr)) ==
                  SQLITE_BUSY &&
-             esperado_ms < options.busy_timeout_ms) {
+             esperado_ms < options.busy_timeout_ms && !vigia.Vence()) {
         esperado_ms += sqlite3_sleep(2);
       }
-      if (rc != SQLITE_OK) RaiseEngine(db, rc);
+      if (rc != SQLITE_OK) RaiseEngine(db, rc, &vigia);
     }
     // A request writes one row: creating, flushing, checkpointing and
     // deleting the log for each would cost more than the search. The log

@@ -14,13 +14,21 @@ namespace orvex::db {
 // comparisons ignore letter case, LIKE takes the dialect's wildcards, and
 // index names are looked up as "<table>_<index>", the form SQLite files of
 // the catalogue use. Raises 3051 when the file cannot be opened.
+// Every connection the gateway opens is hardened: the schema cannot be
+// written behind the engine's back, a file's own schema runs no function
+// with side effects, extensions cannot load, no other file can be attached,
+// and values, statements and LIKE patterns have bounded sizes. With
+// options.plazo, a statement still running, or a wait for a lock still
+// waiting, when the deadline passes stops with TiempoAgotado.
 std::unique_ptr<Database> OpenSqliteDatabase(const std::string& path, const CodePage& page,
                                              const OpenOptions& options);
 
-// A connection in memory that speaks the same dialect, for an engine that
-// presents its own tables to SQLite as virtual tables: `prepara` registers
-// them on the new connection before any statement runs.
+// A connection in memory that speaks the same dialect, hardened as above,
+// for an engine that presents its own tables to SQLite as virtual tables:
+// `prepara` registers them on the new connection before any statement
+// runs. Its statements are held to `plazo` (none: no deadline).
 std::unique_ptr<Database> OpenSqliteEnMemoria(const CodePage& page,
-                                              const std::function<void(sqlite3*)>& prepara);
+                                              const std::function<void(sqlite3*)>& prepara,
+                                              Plazo* plazo = nullptr);
 
 }  // namespace orvex::db

@@ -17,7 +17,9 @@
 namespace orvex::search {
 namespace {
 
-constexpr std::size_t kLargoBuscado = 40;  // the width of the Buscado column
+// The widths of the text columns the statistics row fills.
+constexpr std::size_t kLargoBuscado = 40;
+constexpr std::size_t kLargoCliente = 100;  // IP_Address
 
 // Many requests write the statistics at once: the writers wait their turn.
 constexpr int kEsperaBloqueoMs = 3000;
@@ -51,33 +53,36 @@ void ActualizaConsultas(gateway::Solicitud& s, db::Database& bd) {
 
 bool RegistraConsulta(gateway::Solicitud& s, std::string_view base, std::int32_t encontrados,
                       const std::array<std::string, 4>& cajas) {
-  const std::string fecha = FormatUsDateTime(s.sys.reloj.Now());
   std::string buscado;
-  std::string adv_search;
+  std::int64_t adv_search = 0;  // the form, one digit
   if (s.cfg.BUSQ_AVANZADA != 1) {
     buscado = TrimBlanks(cajas[0] + " " + cajas[1] + " " + cajas[2] + " " + cajas[3]);
-    adv_search = "2";
+    adv_search = 2;
   } else {
     buscado = s.Expresion;
-    adv_search = "3";
+    adv_search = 3;
   }
   // Kept as designed: the client variables' values are looked up as request
-  // field names, so the text is usually just "-".
+  // field names, so the text is usually just "-". Anyone can send those
+  // fields, so it is any text at all.
   const std::string cliente = gateway::ValorCGI(s.cgi, s.cgi.Variable("REMOTE_ADDR")) + "-" +
                               gateway::ValorCGI(s.cgi, s.cgi.Variable("REMOTE_HOST"));
 
   config::ReemplazaTexto(buscado, "  ", " ");
   buscado = NormalizaVocales(buscado.substr(0, kLargoBuscado));
-  config::ReemplazaTexto(buscado, "'", "''");
 
-  // AdvSearch goes unquoted and the client text is not quote-doubled.
-  const std::string valores = "#" + fecha + "#,'" + buscado + "'," + std::to_string(encontrados) +
-                              "," + adv_search + ",'" + cliente + "'";
-  return AgregaRegistro(s, base, kCamposConsultas, kTablaConsultas, valores) > 0;
+  // The values go as parameters, never into the statement's text: whatever
+  // the texts hold, the statement inserts exactly one row with exactly them.
+  // AdvSearch goes as a number, as it always has.
+  return AgregaRegistro(s, base, kCamposConsultas, kTablaConsultas, "?,?,?,?,?",
+                        {db::Value::Of(s.sys.reloj.Now()), db::Value::Of(buscado),
+                         db::Value::Of(std::int64_t{encontrados}), db::Value::Of(adv_search),
+                         db::Value::Of(cliente.substr(0, kLargoCliente))}) > 0;
 }
 
 std::int32_t AgregaRegistro(gateway::Solicitud& s, std::string_view base, std::string_view campos,
-                            std::string_view tabla, std::string_view valores) {
+                            std::string_view tabla, std::string_view valores,
+                            const std::vector<db::Value>& parametros) {
   const std::string ruta = JoinPath(base, "estadisticas.mdb");
   try {
     // A file that is not there reaches the opener, whose error is the message.
@@ -86,7 +91,7 @@ std::int32_t AgregaRegistro(gateway::Solicitud& s, std::string_view base, std::s
     if (UpperLatin1(tabla) == "CONSULTAS") ActualizaConsultas(s, *bd);
     const std::string sql = "INSERT INTO " + std::string(tabla) + " (" + std::string(campos) +
                             ") " + " VALUES (" + std::string(valores) + ")";
-    const auto escritas = static_cast<std::int32_t>(bd->Execute(sql));
+    const auto escritas = static_cast<std::int32_t>(bd->Execute(sql, parametros));
     gateway::Cede(s);
     bd->Close();
     return escritas;

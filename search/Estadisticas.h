@@ -4,7 +4,9 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "db/Database.h"
 #include "gateway/Solicitud.h"
 
 // The search statistics: one row in "Consultas" of the statistics database
@@ -22,22 +24,27 @@ inline constexpr std::string_view kTablaConsultas = "Consultas";
 // client text. The simple form records the four box texts `cajas`, in box
 // order, joined by single spaces and trimmed; the advanced form records
 // s.Expresion. The searched text has its double blanks halved once, is cut
-// to 40 characters and folded by NormalizaVocales. True when a row was
-// written; a failure shows AgregaRegistro's message and never stops the
-// search.
+// to 40 characters and folded by NormalizaVocales; the client text is cut
+// to 100 characters. Every text reaches the row as it is, whatever
+// characters it holds, and one call adds at most one row. True when a row
+// was written; a failure shows AgregaRegistro's message and never stops
+// the search.
 bool RegistraConsulta(gateway::Solicitud& s, std::string_view base, std::int32_t encontrados,
                       const std::array<std::string, 4>& cajas);
 
 // The general insert into the statistics database "estadisticas.mdb" in
 // `base` (found regardless of letter case): runs
 // "INSERT INTO tabla (campos)  VALUES (valores)" and returns the rows the
-// database reports written. `valores` is SQL text, quotes already doubled.
+// database reports written. `valores` is SQL text, quotes already doubled;
+// each "?" in it takes the next of `parametros` (code-page texts, numbers,
+// dates), which never become part of the statement's text.
 // For table "Consultas" an old layout without IP_Address first gains the
 // columns IP_Address and AdvSearch. Any database error is shown with
 // MensajeH4 ("Error: '<description>'<br/>--Agregar registro estadístico--")
 // and gives 0. Yields (gateway::Cede) after each statement; the watchdog's
 // ProcessEnd passes through.
 std::int32_t AgregaRegistro(gateway::Solicitud& s, std::string_view base, std::string_view campos,
-                            std::string_view tabla, std::string_view valores);
+                            std::string_view tabla, std::string_view valores,
+                            const std::vector<db::Value>& parametros = {});
 
 }  // namespace orvex::search

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <iterator>
 #include <map>
 #include <optional>
 
@@ -388,6 +389,37 @@ bool BloqueadoPorOtro(const std::string& ruta) {
   return bloqueado || con_flock;
 }
 
+// Takes the writers' exclusive lock on `fd`. Writers of the same file take
+// turns: while another holds the lock, tries again after short sleeps,
+// longer as the wait goes on, for at most `espera_ms`, and never past the
+// deadline. A blocking lock would wait for ever on a writer that never
+// lets go.
+void EsperaTurno(int fd, const std::string& ruta, int espera_ms, Plazo* plazo) {
+  static constexpr int kPausasMs[] = {1, 2, 5, 10, 10, 20};
+  constexpr std::size_t kUltima = std::size(kPausasMs) - 1;
+  const auto desde = std::chrono::steady_clock::now();
+  for (std::size_t intento = 0;; ++intento) {
+    if (::flock(fd, LOCK_EX | LOCK_NB) == 0) return;
+    if (errno == EINTR) continue;
+    if (errno != EWOULDBLOCK) {
+      throw ErrorJet(Latin1("No se pudo bloquear la base de datos Jet '") + ruta + "'.");
+    }
+    if (plazo != nullptr && plazo->Vencido()) throw TiempoAgotado{};
+    const auto esperado = std::chrono::duration_cast<std::chrono::milliseconds>(
+                              std::chrono::steady_clock::now() - desde)
+                              .count();
+    if (esperado >= espera_ms) {
+      throw ErrorJet(Latin1("No se pudo actualizar; la base de datos Jet '") + ruta +
+                     Latin1("' está bloqueada: otra escritura la tuvo más de ") +
+                     std::to_string(espera_ms) + " ms.");
+    }
+    std::int64_t pausa = std::min<std::int64_t>(kPausasMs[std::min(intento, kUltima)],
+                                                espera_ms - esperado);
+    if (plazo != nullptr) pausa = std::min(pausa, plazo->RestanteMs());
+    ::usleep(static_cast<useconds_t>(std::max<std::int64_t>(pausa, 1) * 1000));
+  }
+}
+
 }  // namespace
 
 PaginasEnMemoria::PaginasEnMemoria(std::string bytes, std::string nombre)
@@ -411,19 +443,18 @@ void PaginasEnMemoria::Trunca(std::uint32_t paginas) {
   bytes_.resize(std::size_t{paginas} * kTamanoPagina);
 }
 
-std::unique_ptr<DestinoPaginas> AbreParaEscribir(const std::string& ruta) {
+std::unique_ptr<DestinoPaginas> AbreParaEscribir(const std::string& ruta, int espera_ms,
+                                                 Plazo* plazo) {
   const int fd = ::open(ruta.c_str(), O_RDWR | O_CLOEXEC);
   if (fd < 0) {
     throw ErrorJet(Latin1("No se pudo abrir para escribir la base de datos Jet '") + ruta + "': " +
                    std::strerror(errno) + ".");
   }
-  // Writers of the same file take turns; the wait ends when the other
-  // writer closes the file.
-  while (::flock(fd, LOCK_EX) != 0) {
-    if (errno != EINTR) {
-      ::close(fd);
-      throw ErrorJet(Latin1("No se pudo bloquear la base de datos Jet '") + ruta + "'.");
-    }
+  try {
+    EsperaTurno(fd, ruta, espera_ms, plazo);
+  } catch (...) {
+    ::close(fd);
+    throw;
   }
   const std::string bloqueo = ArchivoDeBloqueo(ruta);
   if (::access(bloqueo.c_str(), F_OK) == 0 && BloqueadoPorOtro(bloqueo)) {

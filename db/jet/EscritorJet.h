@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/Plazo.h"
 #include "db/jet/Jet4.h"
 
 // The smallest writer Orvex needs in a Jet 4 file: one row appended to a
@@ -67,10 +68,14 @@ void AgregaFila(const Archivo& archivo, DestinoPaginas& destino, std::string_vie
 
 // A Jet file opened for writing. The object holds an exclusive advisory lock
 // (flock) on the file until it is destroyed, so that writers of the same
-// file take turns. Throws ErrorJet when the file cannot be opened or locked,
-// or when the Jet lock file beside it (".ldb") exists and another program
-// holds a lock on it.
-std::unique_ptr<DestinoPaginas> AbreParaEscribir(const std::string& ruta);
+// file take turns: while another writer holds it, the lock is tried again
+// for up to `espera_ms` milliseconds (0: once). Throws ErrorJet when the
+// file cannot be opened, when the lock is not had in that time, or when the
+// Jet lock file beside it (".ldb") exists and another program holds a lock
+// on it; throws TiempoAgotado when `plazo` (none: no deadline) passes while
+// it waits.
+std::unique_ptr<DestinoPaginas> AbreParaEscribir(const std::string& ruta, int espera_ms,
+                                                 Plazo* plazo = nullptr);
 
 // The days since 1899-12-30 of an ISO date "YYYY-MM-DD[ HH:MM:SS]", as Jet
 // stores dates; false for any other text.

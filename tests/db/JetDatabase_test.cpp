@@ -10,6 +10,8 @@
 #include <unistd.h>
 
 #include "base/RuntimeError.h"
+#include "db/JetSql.h"
+#include "tests/db/PlazoDeMiradas.h"
 #include "tests/support/Fakes.h"
 
 namespace orvex::db {
@@ -251,6 +253,144 @@ TEST(JetDatabase, IsReadOnlyAndReportsWhatIsMissing) {
   EXPECT_EQ(std::set<std::string>(tablas.begin(), tablas.end()),
             (std::set<std::string>{"Fichas", "Ejemplares", "Configuracion", "Fichas Revistas",
                                    "Analiticas"}));
+}
+
+constexpr const char* kMotores[] = {"jet", "sqlite"};
+
+// A statement that would run for ever ends when the deadline passes, in
+// either engine (Jet statements run in an SQLite connection of their own).
+TEST(AmbosMotores, ARunawayStatementEndsAtTheDeadline) {
+  const std::string kSinFin =
+      "WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x+1 FROM c) "
+      "SELECT max(x) AS n FROM c, Configuracion";
+  for (const char* motor : kMotores) {
+    SCOPED_TRACE(motor);
+    testing::PlazoDeMiradas plazo(5);
+    auto db = OpenDatabase((kCatalogo / motor / "KORVEL8.MDB").string(), kPage,
+                           {.read_only = true, .plazo = &plazo});
+    EXPECT_THROW(db->OpenRecordset(kSinFin, RecordsetType::Snapshot), TiempoAgotado);
+    EXPECT_GT(plazo.Miradas(), 5);
+  }
+}
+
+// Without a deadline, or before it passes, statements answer as always.
+TEST(AmbosMotores, BeforeTheDeadlineStatementsAnswerAsAlways) {
+  const std::string kLarga =
+      "WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x+1 FROM c WHERE x < 100000) "
+      "SELECT max(x) AS n FROM c";
+  for (const char* motor : kMotores) {
+    SCOPED_TRACE(motor);
+    const std::string archivo = (kCatalogo / motor / "KORVEL8.MDB").string();
+    testing::PlazoDeMiradas nunca(1 << 30);
+    for (Plazo* plazo : {static_cast<Plazo*>(nullptr), static_cast<Plazo*>(&nunca)}) {
+      auto db = OpenDatabase(archivo, kPage, {.read_only = true, .plazo = plazo});
+      EXPECT_EQ(db->OpenRecordset(kLarga, RecordsetType::Snapshot)->Field("n").integer, 100000);
+      auto fichas = db->OpenRecordset("Fichas", RecordsetType::Table);
+      fichas->MoveLast();
+      EXPECT_EQ(fichas->RecordCount(), 347);
+    }
+    EXPECT_GT(nunca.Miradas(), 0);  // the statement was watched
+  }
+}
+
+// The Jet engine's own walks of a whole table look at the deadline too.
+TEST(JetDatabase, WholeTableWalksEndAtTheDeadline) {
+  struct Caso {
+    const char* nombre;
+    std::function<void(Recordset&)> recorre;
+  } casos[] = {
+      {"MoveLast", [](Recordset& rs) { rs.MoveLast(); }},
+      {"sorted scan",
+       [](Recordset& rs) {
+         rs.SetIndex("FRASE");
+         rs.Seek("=", {Value::Of(std::string("COMPUT*"))});
+       }},
+  };
+  for (const Caso& c : casos) {
+    testing::PlazoDeMiradas plazo(1);
+    auto db = OpenDatabase((kCatalogo / "jet" / "INDIZADO.MDB").string(), kPage,
+                           {.read_only = true, .plazo = &plazo});
+    auto rs = db->OpenRecordset("TABLA", RecordsetType::Table);
+    EXPECT_THROW(c.recorre(*rs), TiempoAgotado) << c.nombre;
+  }
+}
+
+// What no page asks for and only an attacker would: each engine's SQL
+// connection refuses it, and still takes what pages ask for.
+TEST(AmbosMotores, TheConnectionsRefuseWhatNoPageAsksFor) {
+  testing::DirectorioTemporal tmp;
+  const std::string otra = tmp.Copia(kCatalogo / "sqlite" / "KORVEL8.MDB", "otra.mdb").string();
+  const auto cadena = [](int n) {  // an expression tree n deep
+    std::string sql = "SELECT 1";
+    for (int i = 1; i < n; ++i) sql += "+1";
+    return sql + " AS v";
+  };
+  const auto patron = [](std::size_t n) {
+    return "SELECT 1 AS v WHERE 'abc' LIKE '" + std::string(n - 1, '?') + "*'";
+  };
+  const std::string refusadas[] = {
+      "SELECT length(zeroblob(100000000)) AS v",  // a value of 100 MB
+      "SELECT hex(zeroblob(5000000)) AS v",       // a text of 10 MB
+      "SELECT load_extension('/no/existe.so') AS v",
+      "ATTACH DATABASE '" + otra + "' AS otra",
+      "SELECT fts3_tokenizer('simple', x'0000000000000000') AS v",
+      cadena(300),
+      patron(1001),
+      "SELECT ?101 AS v",
+  };
+  const std::string admitidas[] = {
+      "SELECT length(zeroblob(1000000)) AS v",
+      cadena(150),
+      patron(1000),
+  };
+  for (const char* motor : kMotores) {
+    SCOPED_TRACE(motor);
+    const fs::path copia = tmp.Copia(kCatalogo / motor / "estadisticas.mdb", "estadisticas.mdb");
+    auto db = OpenDatabase(copia.string(), kPage, {.busy_timeout_ms = 3000});
+    for (const std::string& sql : refusadas) {
+      EXPECT_NE(testing::ErrorNumberOf([&] { db->OpenRecordset(sql, RecordsetType::Snapshot); }), 0)
+          << sql.substr(0, 80);
+    }
+    for (const std::string& sql : admitidas) {
+      EXPECT_EQ(testing::ErrorNumberOf([&] { db->OpenRecordset(sql, RecordsetType::Snapshot); }), 0)
+          << sql.substr(0, 80);
+    }
+  }
+}
+
+// Any text, as a literal of the dialect, reaches the engine byte for byte,
+// and as a parameter too.
+TEST(AmbosMotores, TextsReachTheEngineWhole) {
+  using namespace std::string_literals;
+  const std::string textos[] = {
+      "#12/15/2008#", "[x]", "\"dice\"", "a & b", "-- nada", "a; b", "\\'\\", "\r\n",
+      "'');DELETE FROM Consultas;--", "\xD1" "and\xFA \x80\x81\x9D\xFF", "antes\0despu\xE9s"s,
+      "\0"s, "\0\0'\0"s, "?",
+  };
+  testing::DirectorioTemporal tmp;
+  for (const char* motor : kMotores) {
+    SCOPED_TRACE(motor);
+    const fs::path copia = tmp.Copia(kCatalogo / motor / "estadisticas.mdb", "estadisticas.mdb");
+    auto db = OpenDatabase(copia.string(), kPage, {.busy_timeout_ms = 3000});
+    for (const std::string& texto : textos) {
+      auto rs = db->OpenRecordset("SELECT " + CitaTexto(texto) + " AS v", RecordsetType::Snapshot);
+      EXPECT_EQ(rs->Field("v").AsText(), texto);
+      EXPECT_EQ(db->Execute("INSERT INTO Consultas (Buscado,Encontrados,IP_Address) VALUES (?,?,?)",
+                            {Value::Of(texto.substr(0, 40)), Value::Of(std::int64_t{7}),
+                             Value::Of(texto)}),
+                1);
+      auto fila = db->OpenRecordset("SELECT * FROM Consultas", RecordsetType::Snapshot);
+      fila->MoveLast();
+      EXPECT_EQ(fila->Field("IP_Address").AsText(), texto);
+      EXPECT_EQ(fila->Field("Encontrados").integer, 7);
+    }
+    EXPECT_EQ(testing::ErrorNumberOf([&] {
+                db->Execute("INSERT INTO Consultas (Buscado) VALUES (?)", {});
+              }),
+              kErrSintaxis);
+    auto todas = db->OpenRecordset("SELECT count(*) AS n FROM Consultas", RecordsetType::Snapshot);
+    EXPECT_EQ(todas->Field("n").integer, 3 + static_cast<std::int64_t>(std::size(textos)));
+  }
 }
 
 TEST(JetDatabase, DamageIsAnEngineErrorNamingTheFile) {

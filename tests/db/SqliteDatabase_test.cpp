@@ -6,6 +6,7 @@
 #include <fstream>
 
 #include "base/RuntimeError.h"
+#include "tests/db/PlazoDeMiradas.h"
 #include "tests/support/Fakes.h"
 
 namespace orvex::db {
@@ -251,6 +252,61 @@ TEST_F(CopiaEscribible, TheWriteAheadLogStaysShortAcrossManyWriters) {
   auto rs = db->OpenRecordset("select * from Consultas", RecordsetType::Snapshot);
   rs->MoveLast();
   EXPECT_EQ(rs->RecordCount(), 303);
+}
+
+std::int64_t Cuenta(const std::string& archivo) {
+  auto db = OpenDatabase(archivo, kPage, {.read_only = true});
+  auto rs = db->OpenRecordset("SELECT count(*) AS n FROM Consultas", RecordsetType::Snapshot);
+  return rs->Field("n").integer;
+}
+
+// The schema cannot be written behind the engine's back, even by a
+// statement that asks to.
+TEST_F(CopiaEscribible, TheSchemaCannotBeWrittenDirectly) {
+  auto db = OpenDatabase(copia_, kPage, {.busy_timeout_ms = 5000});
+  db->Execute("PRAGMA writable_schema=ON");
+  EXPECT_NE(testing::ErrorNumberOf([&] {
+              db->Execute("UPDATE sqlite_master SET sql = 'CREATE TABLE Consultas (x)' "
+                          "WHERE name = 'Consultas'");
+            }),
+            0);
+  EXPECT_NE(testing::ErrorNumberOf([&] { db->Execute("DELETE FROM sqlite_master"); }), 0);
+  db->Close();
+  EXPECT_EQ(OpenDatabase(copia_, kPage)->ColumnNames("Consultas"),
+            (std::vector<std::string>{"Fecha", "Buscado", "Encontrados", "AdvSearch", "IP_Address"}));
+  EXPECT_EQ(Cuenta(copia_), 3);
+}
+
+// Another writer holds the file: the wait for it ends at the deadline,
+// whether the file is already in write-ahead log mode (the engine's busy
+// wait) or is being switched to it (the switch's own wait); without a
+// deadline, at the wait's end with the engine's lock error.
+TEST_F(CopiaEscribible, TheWaitForAnotherWriterEndsAtTheDeadline) {
+  for (const bool ya_en_registro : {true, false}) {
+    SCOPED_TRACE(ya_en_registro ? "write-ahead log" : "switch to the log");
+    testing::DirectorioTemporal tmp;
+    const std::string copia = tmp.Copia(kSqlite / "estadisticas.mdb", "estadisticas.mdb").string();
+    const OpenOptions del_otro = ya_en_registro ? OpenOptions{.busy_timeout_ms = 100} : OpenOptions{};
+    auto otro = OpenDatabase(copia, kPage, del_otro);
+    otro->Execute("BEGIN EXCLUSIVE");
+    const std::string insert =
+        "INSERT INTO Consultas (Fecha,Buscado,Encontrados,AdvSearch,IP_Address)  "
+        "VALUES (#12/15/2008 09:30:11#,'GATO',1,2,'-')";
+
+    testing::PlazoDeMiradas plazo(3);
+    EXPECT_THROW(OpenDatabase(copia, kPage, {.busy_timeout_ms = 600000, .plazo = &plazo})->Execute(insert),
+                 TiempoAgotado);
+    EXPECT_GT(plazo.Miradas(), 3);
+    if (ya_en_registro) {
+      EXPECT_EQ(testing::ErrorNumberOf([&] {
+                  OpenDatabase(copia, kPage, {.busy_timeout_ms = 30})->Execute(insert);
+                }),
+                kErrBloqueado);
+    }
+    otro->Execute("ROLLBACK");
+    otro.reset();
+    EXPECT_EQ(Cuenta(copia), 3);
+  }
 }
 
 TEST(OpenDatabase, RefusesMissingFilesAndOtherFormats) {

@@ -224,5 +224,27 @@ TEST(EstadisticasJet, AFileOpenInAnotherProgramIsNotWritten) {
   EXPECT_EQ(ReadFile(archivo), antes);
 }
 
+// Another writer holds the Jet statistics file and never lets go: the
+// request waits the statistics' 3 s for its turn, then serves the search
+// with the failed-insert message in the writer's words; the file is left
+// as it was.
+TEST(EstadisticasJet, AWriterThatNeverLetsGoDelaysTheRowNotThePage) {
+  const Programa jet("jet_estadisticas_escritor_retenido", "jet");
+  const fs::path archivo = jet.dir() / "bases" / "estadisticas.mdb";
+  const std::string antes = ReadFile(archivo);
+  const int fd = ::open(archivo.c_str(), O_RDWR);
+  ASSERT_GE(fd, 0);
+  ASSERT_EQ(::flock(fd, LOCK_EX), 0);
+  const std::string pagina = jet.Pagina(LIBROS "txtLIB=novela&Cantidad=10&FichaINI=1");
+  ::close(fd);
+  EXPECT_NE(pagina.find(Latin1("<H4>Error: 'No se pudo actualizar; la base de datos Jet "
+                               "'@DIR@/bases/estadisticas.mdb' está bloqueada: otra escritura la "
+                               "tuvo más de 3000 ms.'<br/>--Agregar registro estadístico--</H4>")),
+            std::string::npos)
+      << pagina.substr(0, 3000);
+  EXPECT_NE(pagina.find("Ficha "), std::string::npos);
+  EXPECT_EQ(ReadFile(archivo), antes);
+}
+
 }  // namespace
 }  // namespace orvex

@@ -1,6 +1,8 @@
 #include "search/Estadisticas.h"
 
 #include <gtest/gtest.h>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,14 +16,17 @@
 #include "base/RuntimeError.h"
 #include "gateway/Bitacora.h"
 #include "gateway/EntradaCGI.h"
+#include "tests/db/PlazoDeMiradas.h"
 #include "tests/support/Fakes.h"
 
 namespace orvex::search {
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::string_literals;
 
 const fs::path kActual = fs::path(ORVEX_FIXTURES) / "catalogo/sqlite/estadisticas.mdb";
+const fs::path kActualJet = fs::path(ORVEX_FIXTURES) / "catalogo/jet/estadisticas.mdb";
 const fs::path kAntigua =
     fs::path(ORVEX_FIXTURES) / "catalogo/estadisticas-antigua/sqlite/estadisticas.mdb";
 
@@ -100,6 +105,108 @@ TEST_F(Estadisticas, RecordsTheSearchOfEitherForm) {
     const auto filas = Filas(archivo);
     ASSERT_EQ(filas.size(), 4u);
     EXPECT_EQ(filas.back(), Registro(c.buscado, c.encontrados, c.adv_search, c.cliente));
+  }
+}
+
+// "%hh" for every byte: any text as a request field.
+std::string CodificaTodo(std::string_view texto) {
+  static const char kHex[] = "0123456789ABCDEF";
+  std::string r;
+  for (char c : texto) {
+    const auto b = static_cast<unsigned char>(c);
+    r += {'%', kHex[b >> 4], kHex[b & 15]};
+  }
+  return r;
+}
+
+std::string LeeBytes(const fs::path& ruta) {
+  std::ifstream in(ruta, std::ios::binary);
+  return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+// The client text is the value of a request field named after the client's
+// address: anyone can send any text there. Each gives one row holding that
+// text (with the "-" and the empty REMOTE_HOST field's value), cut to the
+// column's 100 characters, in an SQLite statistics file and in a Jet one.
+TEST_F(Estadisticas, AnyClientTextIsOneRowHoldingExactlyThatText) {
+  const std::string kRecursiva =
+      "'||(WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x+1 FROM c) SELECT max(x) FROM c)||'";
+  const std::string textos[] = {
+      "');DELETE FROM Consultas;--",
+      "'||hex(zeroblob(100000000))||'",
+      kRecursiva,
+      "a'),(#01/01/2000#,'forjada',0,2,'b",
+      "#12/15/2008#",
+      "[x]",
+      "\"dice\" & 'x' -- ; \\ \r\n fin",
+      "?,?",
+      "\xD1" "and\xFA \x80 \x81 \x9D \xFF",  // Windows-1252, its unassigned bytes too
+      "antes\0despu\xE9s"s,
+      std::string(300, 'x'),
+      std::string(99, 'y') + "'" + std::string(50, 'z'),  // the cut falls just after the apostrophe
+  };
+  for (const fs::path& origen : {kActual, kActualJet}) {
+    const fs::path archivo = Copia(origen);
+    std::size_t filas = Filas(archivo).size();
+    for (const std::string& texto : textos) {
+      SCOPED_TRACE(origen.parent_path().filename().string() + ": " + texto.substr(0, 60));
+      testing::FakePlatform p;
+      p.entorno.vars = {{"REMOTE_ADDR", "10.0.0.7"}};
+      gateway::Solicitud s(p.sys, p.bases);
+      gateway::LeeVariablesCGI(s.cgi, p.entorno);
+      gateway::SeparaPares(s.cgi.pares, "10.0.0.7=" + CodificaTodo(texto));
+      EXPECT_TRUE(RegistraConsulta(s, dir_.string(), 3, {"gato"}));
+      EXPECT_EQ(p.salida.contents, "");
+      const auto despues = Filas(archivo);
+      ASSERT_EQ(despues.size(), ++filas);
+      EXPECT_EQ(despues.back(), Registro("GATO", 3, "2", (texto + "-").substr(0, 100)));
+    }
+  }
+}
+
+// The searched text is the reader's, and goes into the row as it is too.
+TEST_F(Estadisticas, TheSearchedTextIsTakenAsText) {
+  for (const fs::path& origen : {kActual, kActualJet}) {
+    const fs::path archivo = Copia(origen);
+    testing::FakePlatform p;
+    gateway::Solicitud s(p.sys, p.bases);
+    EXPECT_TRUE(RegistraConsulta(s, dir_.string(), 1, {"#12/15/2008# [x]", "& 'a'", "--", ";"}));
+    EXPECT_EQ(Filas(archivo).back(), Registro("#12/15/2008# [X] & 'A' -- ;", 1, "2", "-"))
+        << origen;
+  }
+}
+
+// An ordinary search's row is the one the statistics have always had: in
+// SQLite the same values of the same types, in Jet the same bytes of the
+// file, as the literal statement of the same values writes them.
+TEST_F(Estadisticas, AnOrdinaryRowIsWhatTheLiteralStatementWrites) {
+  const std::string literal =
+      "INSERT INTO Consultas (Fecha,Buscado,Encontrados,AdvSearch,IP_Address)  VALUES "
+      "(#12/15/2008 09:30:11#,'D''ARC',5,2,'-')";
+  auto Ultima = [](const fs::path& archivo) {
+    auto bd = db::OpenDatabase(archivo.string(), CodePage::Windows1252());
+    auto rs = bd->OpenRecordset(
+        "SELECT quote(Fecha) || quote(Buscado) || quote(Encontrados) || quote(AdvSearch) || "
+        "quote(IP_Address) AS fila FROM Consultas",
+        db::RecordsetType::Snapshot);
+    rs->MoveLast();
+    return rs->Field("fila").AsText();
+  };
+  for (const fs::path& origen : {kActual, kActualJet}) {
+    SCOPED_TRACE(origen);
+    const fs::path esperado = tmp_.Copia(origen, "literal.mdb");
+    db::OpenDatabase(esperado.string(), CodePage::Windows1252(), {.busy_timeout_ms = 3000})
+        ->Execute(literal);
+    const fs::path archivo = Copia(origen);
+    testing::FakePlatform p;
+    gateway::Solicitud s(p.sys, p.bases);
+    EXPECT_TRUE(RegistraConsulta(s, dir_.string(), 5, {"d'arc"}));
+    EXPECT_EQ(Ultima(archivo), Ultima(esperado));
+    EXPECT_EQ(Ultima(archivo), "'2008-12-15 09:30:11''D''ARC'5'2''-'");
+    if (origen == kActualJet) {
+      EXPECT_EQ(LeeBytes(archivo), LeeBytes(esperado));
+    }
+    fs::remove(esperado);
   }
 }
 
@@ -183,16 +290,66 @@ TEST_F(Estadisticas, ReportsFailuresInThePageAndGoesOn) {
   }
 }
 
+// Another writer holds the statistics: the wait for it ends at the deadline
+// (the request then ends with the watchdog's page), not at the 3 s the
+// statistics wait, and no row is forced in.
+TEST_F(Estadisticas, TheWaitForAnotherWriterEndsAtTheDeadline) {
+  for (const fs::path& origen : {kActual, kActualJet}) {
+    SCOPED_TRACE(origen);
+    const fs::path archivo = Copia(origen);
+    const std::size_t antes = Filas(archivo).size();
+    // The other writer: a transaction held open, or the Jet writers' lock.
+    std::unique_ptr<db::Database> otro;
+    int fd = -1;
+    if (origen == kActual) {
+      otro = db::OpenDatabase(archivo.string(), CodePage::Windows1252(), {.busy_timeout_ms = 100});
+      otro->Execute("BEGIN EXCLUSIVE");
+    } else {
+      fd = ::open(archivo.c_str(), O_RDWR);
+      ASSERT_GE(fd, 0);
+      ASSERT_EQ(::flock(fd, LOCK_EX), 0);
+    }
+    testing::FakePlatform p;
+    testing::PlazoDeMiradas plazo(3);
+    p.bases.Vigila(&plazo);
+    gateway::Solicitud s(p.sys, p.bases);
+    EXPECT_THROW(RegistraConsulta(s, dir_.string(), 1, {"gato"}), TiempoAgotado);
+    EXPECT_EQ(p.salida.contents, "");
+    if (otro) otro->Execute("ROLLBACK");
+    if (fd >= 0) ::close(fd);
+    otro.reset();
+    EXPECT_EQ(Filas(archivo).size(), antes);
+  }
+}
+
 TEST_F(Estadisticas, AFileLockedTooLongIsReportedAndTheRowIsNotForced) {
-  const fs::path archivo = Copia(kActual);
-  auto otro = db::OpenDatabase(archivo.string(), CodePage::Windows1252(), {.busy_timeout_ms = 100});
-  otro->Execute("BEGIN EXCLUSIVE");  // another writer holds the file past the wait
-  testing::FakePlatform p;
-  gateway::Solicitud s(p.sys, p.bases);
-  EXPECT_FALSE(RegistraConsulta(s, dir_.string(), 1, {"gato"}));
-  EXPECT_NE(p.salida.contents.find(Latin1("bloqueada")), std::string::npos) << p.salida.contents;
-  otro->Execute("ROLLBACK");
-  EXPECT_EQ(Filas(archivo).size(), 3u);
+  {
+    const fs::path archivo = Copia(kActual);
+    auto otro = db::OpenDatabase(archivo.string(), CodePage::Windows1252(), {.busy_timeout_ms = 100});
+    otro->Execute("BEGIN EXCLUSIVE");  // another writer holds the file past the wait
+    testing::FakePlatform p;
+    gateway::Solicitud s(p.sys, p.bases);
+    EXPECT_FALSE(RegistraConsulta(s, dir_.string(), 1, {"gato"}));
+    EXPECT_NE(p.salida.contents.find(Latin1("bloqueada")), std::string::npos) << p.salida.contents;
+    otro->Execute("ROLLBACK");
+    EXPECT_EQ(Filas(archivo).size(), 3u);
+  }
+  {
+    // A Jet writer that never lets go: the wait ends, in the writer's words.
+    const fs::path archivo = Copia(kActualJet);
+    const std::string antes = LeeBytes(archivo);
+    const int fd = ::open(archivo.c_str(), O_RDWR);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(::flock(fd, LOCK_EX), 0);
+    testing::FakePlatform p;
+    gateway::Solicitud s(p.sys, p.bases);
+    EXPECT_FALSE(RegistraConsulta(s, dir_.string(), 1, {"gato"}));
+    ::close(fd);
+    EXPECT_EQ(p.salida.contents,
+              MensajeFalla(Latin1("No se pudo actualizar; la base de datos Jet '") + archivo.string() +
+                           Latin1("' está bloqueada: otra escritura la tuvo más de 3000 ms.")));
+    EXPECT_EQ(LeeBytes(archivo), antes);
+  }
 }
 
 TEST_F(Estadisticas, LetsTheWatchdogEndTheProcess) {

@@ -17,6 +17,7 @@
 #include <random>
 
 #include "base/CodePage.h"
+#include "tests/db/PlazoDeMiradas.h"
 
 namespace orvex::db::jet {
 namespace {
@@ -24,6 +25,8 @@ namespace {
 namespace fs = std::filesystem;
 
 const fs::path kCatalogo = fs::path(ORVEX_FIXTURES) / "catalogo";
+// A wait for the writers' lock no test should reach: writers take turns.
+constexpr int kEsperaLarga = 600000;
 
 std::string LeeArchivo(const fs::path& ruta) {
   std::ifstream in(ruta, std::ios::binary);
@@ -321,7 +324,7 @@ class EnDisco : public ::testing::Test {
   void TearDown() override { fs::remove_all(dir_); }
 
   void AgregaEnDisco(int i) {
-    auto destino = AbreParaEscribir(ruta_.string());
+    auto destino = AbreParaEscribir(ruta_.string(), kEsperaLarga);
     auto archivo = Archivo::Abre(ruta_.string());
     AgregaFila(*archivo, *destino, "Consultas", Consulta(i));
   }
@@ -358,6 +361,34 @@ TEST_F(EnDisco, ConcurrentWritersTakeTurns) {
   for (int i = 0; i < 50; ++i) esperadas.push_back(Esperada(i));
   std::sort(esperadas.begin(), esperadas.end());
   EXPECT_EQ(filas, esperadas);
+}
+
+// Another writer holds the lock and never lets go: the wait is bounded, by
+// its own length (a message in Spanish) or by the deadline (TiempoAgotado),
+// and the file stays as it was. Once the lock is free, the writer takes it.
+TEST_F(EnDisco, AWriterThatNeverLetsGoIsWaitedForABoundedTime) {
+  const std::string antes = LeeArchivo(ruta_);
+  const int otro = ::open(ruta_.c_str(), O_RDWR);
+  ASSERT_GE(otro, 0);
+  ASSERT_EQ(::flock(otro, LOCK_EX), 0);
+  const auto Bloqueada = [&](int ms) {
+    return Latin1("No se pudo actualizar; la base de datos Jet '") + ruta_.string() +
+           Latin1("' está bloqueada: otra escritura la tuvo más de ") + std::to_string(ms) + " ms.";
+  };
+  for (const int espera : {0, 30}) {
+    try {
+      AbreParaEscribir(ruta_.string(), espera);
+      ADD_FAILURE() << "locked while another writer holds the lock";
+    } catch (const ErrorJet& e) {
+      EXPECT_EQ(e.what(), Bloqueada(espera));
+    }
+  }
+  testing::PlazoDeMiradas plazo(3);
+  EXPECT_THROW(AbreParaEscribir(ruta_.string(), kEsperaLarga, &plazo), TiempoAgotado);
+  EXPECT_EQ(plazo.Miradas(), 4);
+  ::close(otro);
+  EXPECT_EQ(LeeArchivo(ruta_), antes);
+  EXPECT_NE(AbreParaEscribir(ruta_.string(), 0), nullptr);
 }
 
 // Another program's Jet lock file, held: no write. Left behind unlocked: the
