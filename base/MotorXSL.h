@@ -5,6 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "base/Plazo.h"
+
 namespace orvex {
 
 // What one XSL transformation gave.
@@ -15,6 +17,7 @@ struct ResultadoXSL {
     HojaInvalida,        // the style sheet did not load
     FalloTransformacion, // the sheet did not compile or the transformation failed
     SinProcesador,       // the XSL processor itself could not be loaded
+    PlazoVencido,        // the request's time ran out before the transformation ended
   };
   Estado estado = Estado::Correcto;
   // The result, serialized with HTML rules into Windows-1252; a character the
@@ -42,8 +45,21 @@ class MotorXSL {
   // Transforms the data document `xml` with the style sheet `xsl`; both are
   // UTF-8 texts, whatever encoding their declarations name. A document that
   // declares a document type is validated against it; no external entity,
-  // DTD, file or network resource is ever read.
+  // DTD, file or network resource is ever read. Under a deadline (Vigila) a
+  // transformation that has not ended when the deadline passes is stopped and
+  // reports PlazoVencido; so does one asked for after it has passed.
   virtual ResultadoXSL Transforma(std::string_view xml, std::string_view xsl) = 0;
+
+  // The deadline that every transformation from now on is held to; nullptr:
+  // none, transformations run to their end.
+  void Vigila(Plazo* plazo) { plazo_ = plazo; }
+
+ protected:
+  // The deadline that Vigila set, or nullptr.
+  Plazo* PlazoVigilado() const { return plazo_; }
+
+ private:
+  Plazo* plazo_ = nullptr;
 };
 
 // A processor that is not there, for programs that transform nothing: every

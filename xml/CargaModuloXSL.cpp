@@ -66,8 +66,11 @@ ResultadoXSL MotorModuloXSL::Transforma(std::string_view xml, std::string_view x
     r.descripcion = error_;
     return r;
   }
+  // The module keeps the deadline on its own clock, from the time left.
+  Plazo* plazo = PlazoVigilado();
+  const long long restante_ms = plazo == nullptr ? -1 : plazo->RestanteMs();
   OrvexSalidaXSL salida{};
-  if (!transforma_(xml.data(), xml.size(), xsl.data(), xsl.size(), &salida)) {
+  if (!transforma_(xml.data(), xml.size(), xsl.data(), xsl.size(), restante_ms, &salida)) {
     libera_(&salida);
     r.estado = ResultadoXSL::Estado::FalloTransformacion;
     r.descripcion = "el procesador XSL se quedó sin memoria";

@@ -11,7 +11,8 @@ namespace orvex::xml {
 // The XSL processor of the module "orvex-xsl.so", loaded on the first
 // transformation from the first of `rutas` that exists, which must then
 // show that its XML parser works. When that fails, every transformation
-// reports SinProcesador with the reason.
+// reports SinProcesador with the reason. The deadline set by Vigila reaches
+// the module as the time left when each transformation starts.
 class MotorModuloXSL final : public MotorXSL {
  public:
   explicit MotorModuloXSL(std::vector<std::string> rutas) : rutas_(std::move(rutas)) {}

@@ -2,11 +2,17 @@
 
 #include "xml/ModuloXSL.h"
 
+#include <time.h>
+
+#include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <string_view>
 
+#include "base/Plazo.h"
 #include "xml/MotorLibxslt.h"
 
 namespace {
@@ -17,15 +23,54 @@ char* Copia(const std::string& texto) {
   return copia;
 }
 
+// The request's deadline as the module keeps it, on its own clock: the
+// coarse monotonic clock, read in a few nanoseconds and precise to a few
+// milliseconds, which is all a deadline of seconds needs.
+class PlazoDelModulo final : public orvex::Plazo {
+ public:
+  // `restante_ms` is capped far beyond any request, so that the sum cannot
+  // overflow.
+  explicit PlazoDelModulo(std::int64_t restante_ms)
+      : vence_ms_(Ahora() + std::min<std::int64_t>(restante_ms, INT64_MAX / 2)) {}
+  bool Vencido() override { return Ahora() >= vence_ms_; }
+  std::int64_t RestanteMs() override {
+    const std::int64_t resta = vence_ms_ - Ahora();
+    return resta > 0 ? resta : 0;
+  }
+
+ private:
+  static std::int64_t Ahora() {
+    timespec t{};
+    ::clock_gettime(CLOCK_MONOTONIC_COARSE, &t);
+    return static_cast<std::int64_t>(t.tv_sec) * 1000 + t.tv_nsec / 1000000;
+  }
+  std::int64_t vence_ms_;
+};
+
+// Holds `motor` to `plazo` while it lives.
+class Vigilado {
+ public:
+  Vigilado(orvex::MotorXSL& motor, orvex::Plazo* plazo) : motor_(motor) { motor_.Vigila(plazo); }
+  ~Vigilado() { motor_.Vigila(nullptr); }
+  Vigilado(const Vigilado&) = delete;
+  Vigilado& operator=(const Vigilado&) = delete;
+
+ private:
+  orvex::MotorXSL& motor_;
+};
+
 }  // namespace
 
-extern "C" __attribute__((visibility("default"))) int orvex_xsl_transforma(
+extern "C" __attribute__((visibility("default"))) int orvex_xsl_transforma_vigilada(
     const char* xml, std::size_t largo_xml, const char* xsl, std::size_t largo_xsl,
-    OrvexSalidaXSL* salida) {
+    long long restante_ms, OrvexSalidaXSL* salida) {
   // One processor for the life of the process: its compiled sheets serve
   // every record of the page.
   static orvex::xml::MotorLibxslt motor;
   try {
+    std::optional<PlazoDelModulo> plazo;
+    if (restante_ms >= 0) plazo.emplace(restante_ms);
+    const Vigilado vigilado(motor, plazo ? &*plazo : nullptr);
     orvex::ResultadoXSL r =
         motor.Transforma(std::string_view(xml, largo_xml), std::string_view(xsl, largo_xsl));
     salida->estado = static_cast<int>(r.estado);

@@ -1,10 +1,14 @@
 #include "xml/MotorLibxslt.h"
 
+#include <algorithm>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
+#include <optional>
 
 #include <libxml/parser.h>
 #include <libxml/valid.h>
+#include <libxml/xpath.h>
 #include <libxml/xmlerror.h>
 #include <libxslt/extensions.h>
 #include <libxslt/extra.h>
@@ -16,9 +20,17 @@
 #include <libxslt/xsltutils.h>
 
 #include "base/CodePage.h"
+#include "base/Plazo.h"
 #include "xml/FuncionesWD.h"
 #include "xml/SerializaHTML.h"
 #include "xml/TraduceWD.h"
+
+// The deadline is enforced through libxslt's debugger hooks: without them a
+// sheet that recurses without end would hold the request far past its
+// watchdog.
+#ifndef WITH_DEBUGGER
+#error "libxslt lacks its debugger hooks (WITH_DEBUGGER): transformations could not be stopped"
+#endif
 
 namespace orvex::xml {
 namespace {
@@ -135,9 +147,69 @@ void CapturaErrores() {
   xmlSetExternalEntityLoader(NingunaEntidadExterna);
 }
 
+// How a transformation under a deadline watches it. libxslt calls AlPaso
+// before every instruction of a context whose debugStatus asks for it, and
+// checks the context's state right after. On every kPasosPorMirada-th call
+// AlPaso looks at the deadline, and once it has passed it stops the context.
+// A look costs a few nanoseconds and comes every sixteenth instruction:
+// ordinary sheets do not notice it, and however much work a few instructions
+// do (a copy of a tree, a loop over nodes) the transformation ends soon after
+// its deadline. An XPath expression runs whole between two instructions, so
+// XPath has a budget instead: from the start and from each look on, the
+// transformation may make kOperacionesXPathPorMs XPath operations (as
+// libxml2 counts them) per millisecond it has left, about a fifth of what a
+// current machine makes in a millisecond; the expression that exceeds them
+// fails. Only what the few instructions between two looks evaluate counts
+// against it, so that no ordinary sheet comes near it.
+constexpr unsigned kPasosPorMirada = 16;
+constexpr unsigned long kOperacionesXPathPorMs = 20000;
+
+// What AlPaso keeps for one transformation, through the context's _private.
+struct Vigia {
+  Plazo& plazo;
+  unsigned pasos = 0;
+  bool vencido = false;  // the deadline stopped the transformation
+};
+
+// The XPath operations a transformation may make with `restante_ms` left;
+// never 0, which libxml2 reads as no limit.
+unsigned long OperacionesXPath(std::int64_t restante_ms) {
+  constexpr std::int64_t kMaximoMs = 24 * 3600 * 1000;
+  const std::int64_t ms = std::clamp<std::int64_t>(restante_ms, 1, kMaximoMs);
+  return static_cast<unsigned long>(ms) * kOperacionesXPathPorMs;
+}
+
+void AlPaso(xmlNodePtr, xmlNodePtr, xsltTemplatePtr, xsltTransformContextPtr ctxt) {
+  auto* vigia = static_cast<Vigia*>(ctxt->_private);
+  if (vigia == nullptr || ++vigia->pasos % kPasosPorMirada != 0) return;
+  // An expression that exceeded the budget (libxml2 leaves the count at the
+  // limit) may have failed where libxslt goes on, in a match pattern say:
+  // the transformation stops as if the deadline had passed.
+  xmlXPathContextPtr xpath = ctxt->xpathCtxt;
+  if (xpath->opCount >= xpath->opLimit || vigia->plazo.Vencido()) {
+    vigia->vencido = true;
+    ctxt->state = XSLT_STATE_STOPPED;
+    return;
+  }
+  xpath->opLimit = xpath->opCount + OperacionesXPath(vigia->plazo.RestanteMs());
+}
+
+// The debugger's template calls, which the deadline does not need.
+int AlEntrarEnPlantilla(xsltTemplatePtr, xmlNodePtr) { return 0; }
+void AlSalirDePlantilla() {}
+
+// The three hooks as xsltSetDebuggerCallbacks takes them.
+struct Ganchos {
+  xsltHandleDebuggerCallback paso;
+  xsltAddCallCallback entra;
+  xsltDropCallCallback sale;
+};
+
 void IniciaBibliotecas() {
   static const bool iniciadas = [] {
     xmlInitParser();
+    static Ganchos ganchos{AlPaso, AlEntrarEnPlantilla, AlSalirDePlantilla};
+    xsltSetDebuggerCallbacks(3, &ganchos);
     xsltRegisterExtModuleFunction(Xml("node-set"), Xml("urn:schemas-microsoft-com:xslt"),
                                   xsltFunctionNodeSet);
     RegistraFuncionesWD();
@@ -260,6 +332,42 @@ Preparada Prepara(std::string_view xsl) {
   return p;
 }
 
+// The result of `hoja` on `datos` under the security preferences
+// `seguridad` and the deadline `plazo` (none when null), or null when the
+// transformation failed or was stopped; `vencido` tells that the deadline
+// stopped it, or had passed before it started.
+xmlDocPtr Aplica(MotorLibxslt::Hoja& hoja, xmlDocPtr datos, xsltSecurityPrefsPtr seguridad,
+                 Plazo* plazo, bool& vencido) {
+  if (plazo != nullptr && plazo->Vencido()) {
+    vencido = true;
+    return nullptr;
+  }
+  CapturaErrores();
+  xsltTransformContextPtr ctxt = xsltNewTransformContext(hoja.compilada, datos);
+  if (ctxt == nullptr) return nullptr;
+  xsltSetCtxtSecurityPrefs(seguridad, ctxt);
+  xsltSetTransformErrorFunc(ctxt, nullptr, AlErrorGenerico);
+  std::optional<Vigia> vigia;
+  if (plazo != nullptr) {
+    vigia.emplace(Vigia{*plazo});
+    ctxt->_private = &*vigia;
+    ctxt->debugStatus = XSLT_DEBUG_CONT;
+    ctxt->xpathCtxt->opLimit = OperacionesXPath(plazo->RestanteMs());
+    ctxt->xpathCtxt->opCount = 0;
+  }
+  xmlDocPtr resultado =
+      xsltApplyStylesheetUser(hoja.compilada, datos, nullptr, nullptr, nullptr, ctxt);
+  if (ctxt->state == XSLT_STATE_ERROR || ctxt->state == XSLT_STATE_STOPPED) {
+    xmlFreeDoc(resultado);
+    resultado = nullptr;
+  }
+  // libxml2 leaves the count at the limit when an expression exceeds it, and
+  // every expression after that fails at once.
+  vencido = vigia && (vigia->vencido || ctxt->xpathCtxt->opCount >= ctxt->xpathCtxt->opLimit);
+  xsltFreeTransformContext(ctxt);
+  return resultado;
+}
+
 }  // namespace
 
 MotorLibxslt::Hoja& MotorLibxslt::Compila(std::string_view xsl) {
@@ -307,20 +415,15 @@ ResultadoXSL MotorLibxslt::Transforma(std::string_view xml, std::string_view xsl
     return r;
   }
 
-  CapturaErrores();
-  xsltTransformContextPtr ctxt = xsltNewTransformContext(hoja.compilada, datos);
-  xmlDocPtr resultado = nullptr;
-  if (ctxt != nullptr) {
-    xsltSetCtxtSecurityPrefs(static_cast<xsltSecurityPrefsPtr>(seguridad_), ctxt);
-    xsltSetTransformErrorFunc(ctxt, nullptr, AlErrorGenerico);
-    resultado = xsltApplyStylesheetUser(hoja.compilada, datos, nullptr, nullptr, nullptr, ctxt);
-    if (ctxt->state == XSLT_STATE_ERROR || ctxt->state == XSLT_STATE_STOPPED) {
-      xmlFreeDoc(resultado);
-      resultado = nullptr;
-    }
-    xsltFreeTransformContext(ctxt);
-  }
+  bool vencido = false;
+  xmlDocPtr resultado = Aplica(hoja, datos, static_cast<xsltSecurityPrefsPtr>(seguridad_),
+                               PlazoVigilado(), vencido);
   xmlFreeDoc(datos);
+  if (vencido) {
+    xmlFreeDoc(resultado);
+    r.estado = ResultadoXSL::Estado::PlazoVencido;
+    return r;
+  }
   if (resultado == nullptr) {
     r.estado = ResultadoXSL::Estado::FalloTransformacion;
     r.descripcion = g_errores.Descripcion();

@@ -25,7 +25,10 @@ namespace orvex::xml {
 // the first time it is used and kept, with its compile failure if it had one,
 // for the life of the processor. msxsl:node-set() is available to the sheets.
 // Sheets can read no file and no network resource: xsl:include, xsl:import
-// and document() fail.
+// and document() fail. Under a deadline (Vigila) a transformation looks at
+// it every few instructions and stops with PlazoVencido once it has passed;
+// the XPath it evaluates between two looks may make a number of operations
+// proportional to the time left, and exceeding them stops it the same way.
 class MotorLibxslt final : public MotorXSL {
  public:
   MotorLibxslt();

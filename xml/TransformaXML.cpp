@@ -2,6 +2,7 @@
 
 #include "base/CodePage.h"
 #include "base/EnviaLinea.h"
+#include "base/Plazo.h"
 #include "config/Plantillas.h"
 #include "xml/XMLFicha.h"
 #include "xml/HojasNativas.h"
@@ -63,6 +64,8 @@ std::string TransformadorXSL::TransformaXML(const std::string& xml, const std::s
       config::MensajeH4(salida_, "Error executing the Transform: " + DeUtf8(r.descripcion) +
                                      "\r\n line: 0 col: 0 text: ");
       break;
+    case ResultadoXSL::Estado::PlazoVencido:
+      throw TiempoAgotado{};
     case ResultadoXSL::Estado::SinProcesador:
       config::MensajeH4(salida_, Latin1("No se pudo cargar el procesador XSL de Orvex: ") +
                                      DeUtf8(r.descripcion));

@@ -35,6 +35,8 @@ class TransformadorXSL {
   //     empty once it has loaded);
   //   - the processor cannot be loaded: "No se pudo cargar el procesador XSL
   //     de Orvex: " and the reason.
+  // When the motor's deadline stops the transformation, the request cannot go
+  // on: TiempoAgotado is thrown and nothing is written on the page.
   std::string TransformaXML(const std::string& xml, const std::string& xsl);
 
   // True when the last TransformaXML failed (and wrote its message).

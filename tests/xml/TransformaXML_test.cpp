@@ -2,12 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 
 #include "base/CodePage.h"
+#include "base/Plazo.h"
 #include "config/Instalacion.h"
 #include "tests/support/Fakes.h"
 #include "xml/CargaModuloXSL.h"
@@ -314,6 +316,200 @@ TEST_F(Transformacion, MicrosoftNodeSetIsAvailable) {
   EXPECT_EQ(Pagina("<a/>", hoja), "=>2");
 }
 
+// A deadline for the tests: it passes at the `miradas`-th look (never when
+// negative), and reports `restante_ms` as the time left.
+class PlazoDePrueba : public Plazo {
+ public:
+  PlazoDePrueba(int miradas, std::int64_t restante_ms)
+      : miradas_(miradas), restante_ms_(restante_ms) {}
+  bool Vencido() override {
+    ++vistas;
+    return miradas_ >= 0 && vistas >= miradas_;
+  }
+  std::int64_t RestanteMs() override { return restante_ms_; }
+
+  int vistas = 0;  // how many times it was looked at
+
+ private:
+  int miradas_;
+  std::int64_t restante_ms_;
+};
+
+constexpr int kNunca = -1;
+constexpr std::int64_t kUnaHora = 3600 * 1000;
+
+// Two calls of itself per level, as deep as the document's <n> says: 2^n
+// leaves, each writing "x".
+const std::string kExponencial = Hoja(
+    "<xsl:call-template name='r'><xsl:with-param name='n' select='number(n)'/>"
+    "</xsl:call-template>",
+    "<xsl:template name='r'><xsl:param name='n'/><xsl:choose><xsl:when test='$n &gt; 0'>"
+    "<xsl:call-template name='r'><xsl:with-param name='n' select='$n - 1'/></xsl:call-template>"
+    "<xsl:call-template name='r'><xsl:with-param name='n' select='$n - 1'/></xsl:call-template>"
+    "</xsl:when><xsl:otherwise>x</xsl:otherwise></xsl:choose></xsl:template>");
+
+// `niveles` levels of templates, each calling the next ten times:
+// 10^niveles calls and not one XPath expression.
+std::string SinXPath(int niveles) {
+  std::string plantillas;
+  for (int nivel = 0; nivel < niveles; ++nivel) {
+    plantillas += "<xsl:template name='t" + std::to_string(nivel) + "'>";
+    for (int i = 0; i < 10; ++i) {
+      plantillas += "<xsl:call-template name='t" + std::to_string(nivel + 1) + "'/>";
+    }
+    plantillas += "</xsl:template>";
+  }
+  return Hoja("<xsl:call-template name='t0'/>",
+              plantillas + "<xsl:template name='t" + std::to_string(niveles) + "'/>");
+}
+
+std::string Bes(int cuantas) {
+  std::string doc = "<a>";
+  for (int i = 0; i < cuantas; ++i) doc += "<b/>";
+  return doc + "</a>";
+}
+
+// 100^4 node tests in one expression.
+const std::string kCuentaCuadruple =
+    Hoja("<xsl:value-of select='count(//b[count(//b[count(//b[count(//b) &gt; 1]) &gt; 1]) "
+         "&gt; 1])'/>");
+
+// Sheets that take millions of steps stop at the look that finds the
+// deadline passed, whether they spend their time in instructions or inside
+// one XPath expression, and the page gets the watchdog's (TiempoAgotado),
+// nothing else.
+TEST_F(Transformacion, ADeadlineStopsRunawaySheets) {
+  struct Caso {
+    const char* que;
+    std::string xsl;
+    std::string xml;
+    int miradas;
+    std::int64_t restante_ms;
+  } casos[] = {
+      {"exponential recursion", kExponencial, "<n>20</n>", 1000, kUnaHora},
+      {"calls without XPath", SinXPath(6), "<a/>", 1000, kUnaHora},
+      {"apply-templates doubling",
+       Hoja("<xsl:apply-templates select='*' mode='m'><xsl:with-param name='n' select='20'/>"
+            "</xsl:apply-templates>",
+            "<xsl:template match='*' mode='m'><xsl:param name='n'/><xsl:if test='$n &gt; 0'>"
+            "<xsl:apply-templates select='.' mode='m'><xsl:with-param name='n' select='$n - 1'/>"
+            "</xsl:apply-templates><xsl:apply-templates select='.' mode='m'>"
+            "<xsl:with-param name='n' select='$n - 1'/></xsl:apply-templates></xsl:if>"
+            "</xsl:template>"),
+       "<a/>", 1000, kUnaHora},
+      {"nested loops",
+       Hoja("<xsl:for-each select='//b'><xsl:for-each select='//b'><xsl:for-each select='//b'>"
+            "<i/></xsl:for-each></xsl:for-each></xsl:for-each>"),
+       Bes(100), 1000, kUnaHora},
+      // With 1 ms left: 20 000 operations.
+      {"one XPath expression", kCuentaCuadruple, Bes(100), kNunca, 1},
+      // A transformation asked for once the time is up does not start.
+      {"deadline already passed", Hoja("x"), "<a/>", 1, kUnaHora},
+  };
+  for (const Caso& c : casos) {
+    PlazoDePrueba plazo(c.miradas, c.restante_ms);
+    motor_.Vigila(&plazo);
+    const ResultadoXSL r = motor_.Transforma(c.xml, c.xsl);
+    EXPECT_EQ(r.estado, ResultadoXSL::Estado::PlazoVencido) << c.que << ": " << r.descripcion;
+    EXPECT_EQ(r.texto, "") << c.que;
+    // The transformation stopped at the look that found the deadline passed:
+    // unwinding its loops may take a few more, not the rest of its work.
+    if (c.miradas != kNunca) {
+      EXPECT_GE(plazo.vistas, c.miradas) << c.que;
+      EXPECT_LT(plazo.vistas, c.miradas + 50) << c.que;
+    }
+
+    PlazoDePrueba otro(c.miradas, c.restante_ms);
+    motor_.Vigila(&otro);
+    salida_.contents.clear();
+    EXPECT_THROW(transformador_.TransformaXML(c.xml, c.xsl), TiempoAgotado) << c.que;
+    EXPECT_EQ(salida_.contents, "") << c.que;
+  }
+}
+
+// Without a deadline nothing is stopped: the runaway sheet on a small input,
+// and an expression of 90 000 operations, run to their end as they always
+// have.
+TEST_F(Transformacion, WithoutADeadlineSheetsRunToTheirEnd) {
+  EXPECT_EQ(Pagina("<n>3</n>", kExponencial), "=>xxxxxxxx");
+  EXPECT_EQ(Pagina("<n>0</n>", kExponencial), "=>x");
+  EXPECT_EQ(Pagina(Bes(300), Hoja("<xsl:value-of select='count(//b[count(//b) &gt; 1])'/>")),
+            "=>300");
+}
+
+// The XPath budget follows the time left: an expression of some 90 000
+// operations does not fit in 1 ms (20 000 operations), in an instruction or
+// in a match pattern, but does in 10 ms; small expressions fit however many
+// there are, as the budget starts again at each look at the deadline. Stops
+// that are not the deadline's remain failures of the sheet.
+TEST_F(Transformacion, XPathBudgetFollowsTheTimeLeft) {
+  const std::string cuenta = Hoja("<xsl:value-of select='count(//b[count(//b) &gt; 1])'/>");
+  // Only the first <b> costs the 90 000 operations; the rest match cheaply.
+  const std::string primera_cara =
+      Hoja("<xsl:apply-templates select='//b'/>",
+           "<xsl:template match='b[not(preceding-sibling::b) and count(//b[count(//b) &gt; 1]) "
+           "&gt; 1]'><xsl:value-of select='name()'/></xsl:template>"
+           "<xsl:template match='b'><xsl:value-of select='\"-\"'/></xsl:template>");
+  const std::string pequenas =
+      Hoja("<xsl:for-each select='//b'><xsl:if test='count(//b) = 300'>.</xsl:if>"
+           "</xsl:for-each>");
+  struct Caso {
+    std::string xsl;
+    std::int64_t restante_ms;
+    ResultadoXSL::Estado estado;
+    std::string texto;
+  } casos[] = {
+      {cuenta, 1, ResultadoXSL::Estado::PlazoVencido, ""},
+      {cuenta, 0, ResultadoXSL::Estado::PlazoVencido, ""},
+      {cuenta, 10, ResultadoXSL::Estado::Correcto, "300"},
+      {cuenta, INT64_MAX, ResultadoXSL::Estado::Correcto, "300"},
+      {primera_cara, 1, ResultadoXSL::Estado::PlazoVencido, ""},
+      {primera_cara, kUnaHora, ResultadoXSL::Estado::Correcto, "b" + std::string(299, '-')},
+      {pequenas, 1, ResultadoXSL::Estado::Correcto, std::string(300, '.')},
+      {Hoja("<xsl:message terminate='yes'>alto</xsl:message>"), kUnaHora,
+       ResultadoXSL::Estado::FalloTransformacion, ""},
+      {Hoja("<xsl:value-of select='no-such-function(1)'/>"), kUnaHora,
+       ResultadoXSL::Estado::FalloTransformacion, ""},
+  };
+  for (const Caso& c : casos) {
+    PlazoDePrueba plazo(kNunca, c.restante_ms);
+    motor_.Vigila(&plazo);
+    const ResultadoXSL r = motor_.Transforma(Bes(300), c.xsl);
+    EXPECT_EQ(r.estado, c.estado) << c.restante_ms << " " << c.xsl;
+    EXPECT_EQ(r.texto, c.texto) << c.restante_ms;
+  }
+}
+
+// Transformations that end give the same bytes under a deadline as without
+// one, while the deadline is looked at all along.
+TEST_F(Transformacion, SheetsThatEndGiveTheSameBytesUnderADeadline) {
+  const std::string ficha_web =
+      CodePage::Windows1252().ToUtf8(Lee(kGolden.parent_path() / "wd" / "fichaWeb.xsl"));
+  const std::string fichas =
+      CodePage::Windows1252().ToUtf8(Lee(kGolden.parent_path() / "wd" / "fichas2.xml"));
+  const std::string utf8_tarjeta = CodePage::Windows1252().ToUtf8(kTarjeta);
+  const std::string utf8_ficha = CodePage::Windows1252().ToUtf8(config::HojaFichaIntegrada());
+  const std::pair<std::string, std::string> casos[] = {
+      {fichas, ficha_web},
+      {utf8_tarjeta, utf8_ficha},
+      {"<n>6</n>", kExponencial},
+      {Bes(30), Hoja("<xsl:for-each select='//b'><i><xsl:value-of select='position()'/></i>"
+                     "</xsl:for-each>")},
+  };
+  for (const auto& [xml, xsl] : casos) {
+    motor_.Vigila(nullptr);
+    const ResultadoXSL libre = motor_.Transforma(xml, xsl);
+    ASSERT_EQ(libre.estado, ResultadoXSL::Estado::Correcto) << libre.descripcion;
+    ASSERT_FALSE(libre.texto.empty());
+    PlazoDePrueba plazo(kNunca, 10000);
+    motor_.Vigila(&plazo);
+    const ResultadoXSL vigilada = motor_.Transforma(xml, xsl);
+    EXPECT_EQ(vigilada.estado, ResultadoXSL::Estado::Correcto) << vigilada.descripcion;
+    EXPECT_EQ(vigilada.texto, libre.texto);
+    EXPECT_GT(plazo.vistas, 1) << xml;
+  }
+}
+
 TEST(LineaDelTexto, CutsTheNumberedLineWithoutItsEnd) {
   const std::string texto = "uno\r\ndos\ntres";
   EXPECT_EQ(LineaDelTexto(texto, 1), "uno");
@@ -356,6 +552,47 @@ TEST(MotorModuloXSL, BuiltModuleTransformsLikeTheLibrary) {
       EXPECT_EQ(a.descripcion, b.descripcion);
       EXPECT_EQ(a.avisos, b.avisos);
     }
+  }
+}
+
+// The module keeps the deadline on its own clock from the time left: a sheet
+// of 10^8 calls, which no machine makes in 200 ms, stops and the request gets
+// the watchdog's page; no time left stops even a trivial sheet; without a
+// deadline, or with one that never comes, the module transforms as before.
+TEST(MotorModuloXSL, TheModuleKeepsTheDeadline) {
+  MotorModuloXSL motor({ORVEX_MODULO_XSL});
+  MotorLibxslt directo;
+  testing::MemoryOutput salida;
+  TransformadorXSL transformador(motor, salida);
+  struct Caso {
+    std::string xml;
+    std::string xsl;
+    std::int64_t restante_ms;
+  } vencen[] = {
+      {"<a/>", SinXPath(8), 200},
+      {Bes(100), kCuentaCuadruple, 1},
+      {"<a/>", Hoja("x"), 0},
+  };
+  for (const Caso& c : vencen) {
+    PlazoDePrueba plazo(kNunca, c.restante_ms);
+    motor.Vigila(&plazo);
+    const ResultadoXSL r = motor.Transforma(c.xml, c.xsl);
+    EXPECT_EQ(r.estado, ResultadoXSL::Estado::PlazoVencido) << c.xml << ": " << r.descripcion;
+    EXPECT_EQ(r.texto, "");
+    EXPECT_THROW(transformador.TransformaXML(c.xml, c.xsl), TiempoAgotado) << c.xml;
+    EXPECT_EQ(salida.contents, "");
+  }
+  const std::string hoja = CodePage::Windows1252().ToUtf8(config::HojaFichaIntegrada());
+  const std::string tarjeta = CodePage::Windows1252().ToUtf8(kTarjeta);
+  PlazoDePrueba nunca(kNunca, INT64_MAX);
+  PlazoDePrueba largo(kNunca, kUnaHora);
+  for (Plazo* plazo : {static_cast<Plazo*>(nullptr), static_cast<Plazo*>(&nunca),
+                       static_cast<Plazo*>(&largo)}) {
+    motor.Vigila(plazo);
+    EXPECT_EQ(transformador.TransformaXML("<n>3</n>", kExponencial), "xxxxxxxx");
+    const ResultadoXSL r = motor.Transforma(tarjeta, hoja);
+    EXPECT_EQ(r.estado, ResultadoXSL::Estado::Correcto) << r.descripcion;
+    EXPECT_EQ(r.texto, directo.Transforma(tarjeta, hoja).texto);
   }
 }
 
