@@ -11,8 +11,7 @@
 
 #include "base/CodePage.h"
 #include "base/EnviaLinea.h"
-#include "base/Runtime.h"
-#include "base/RuntimeError.h"
+#include "circulation/Disponibilidad.h"
 #include "gateway/Bitacora.h"
 
 namespace orvex::circulation {
@@ -24,40 +23,35 @@ class EnchufeReal : public Enchufe {
     if (fd_ >= 0) ::close(fd_);
   }
 
-  bool Inicia(const std::string& host, int puerto, std::string& razon) override {
+  EstadoConexion Inicia(const std::string& host, int puerto, std::string& razon) override {
     addrinfo pista{};
     pista.ai_family = AF_UNSPEC;
     pista.ai_socktype = SOCK_STREAM;
     addrinfo* lista = nullptr;
     const int rc = ::getaddrinfo(host.c_str(), std::to_string(puerto).c_str(), &pista, &lista);
     if (rc != 0 || lista == nullptr) {
-      razon = Latin1("no se encontró el servidor ") + host + " (" + ::gai_strerror(rc) + ")";
-      return false;
+      razon = ::gai_strerror(rc);
+      if (lista != nullptr) ::freeaddrinfo(lista);
+      return EstadoConexion::kSinNombre;
     }
+    int error = 0;
     fd_ = ::socket(lista->ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    if (fd_ >= 0 && ::connect(fd_, lista->ai_addr, lista->ai_addrlen) != 0 &&
-        errno != EINPROGRESS) {
-      error_ = errno;
+    if (fd_ < 0) {
+      error = errno;
+    } else if (::connect(fd_, lista->ai_addr, lista->ai_addrlen) != 0 && errno != EINPROGRESS) {
+      error = errno;
     }
     ::freeaddrinfo(lista);
-    if (fd_ < 0) {
-      razon = std::strerror(errno);
-      return false;
-    }
-    return true;
+    return Termina(error, razon);
   }
 
-  int Conectado(int espera_ms, std::string& razon) override {
-    if (error_ == 0) {
-      pollfd p{fd_, POLLOUT, 0};
-      if (::poll(&p, 1, espera_ms) <= 0) return 0;
-      socklen_t largo = sizeof error_;
-      ::getsockopt(fd_, SOL_SOCKET, SO_ERROR, &error_, &largo);
-      if (error_ == 0) return 1;
-    }
-    razon = error_ == ECONNREFUSED ? Latin1("el servidor rechazó la conexión")
-                                   : std::string(std::strerror(error_));
-    return -1;
+  EstadoConexion Conectado(int espera_ms, std::string& razon) override {
+    pollfd p{fd_, POLLOUT, 0};
+    if (::poll(&p, 1, espera_ms) <= 0) return EstadoConexion::kEnCurso;
+    int error = 0;
+    socklen_t largo = sizeof error;
+    if (::getsockopt(fd_, SOL_SOCKET, SO_ERROR, &error, &largo) != 0) error = errno;
+    return error == 0 ? EstadoConexion::kEstablecida : Termina(error, razon);
   }
 
   bool Envia(std::string_view datos) override {
@@ -85,8 +79,15 @@ class EnchufeReal : public Enchufe {
   }
 
  private:
+  // The state for the system's error `error` (0: still connecting).
+  static EstadoConexion Termina(int error, std::string& razon) {
+    if (error == 0) return EstadoConexion::kEnCurso;
+    if (error == ECONNREFUSED) return EstadoConexion::kRechazada;
+    razon = std::strerror(error);
+    return EstadoConexion::kFallida;
+  }
+
   int fd_ = -1;
-  int error_ = 0;
 };
 
 }  // namespace
@@ -99,42 +100,39 @@ void CabeceraCirculacion(Output& salida) {
 }
 
 bool ConectaServidor(gateway::Solicitud& s, Enchufe& enchufe, const std::string& direccion,
-                     const std::string& puerto_texto) {
+                     const std::string& puerto_texto, AvisoRechazo rechazo) {
   Output& salida = s.sys.salida;
-  int puerto = 0;
-  try {
-    puerto = ToInt32(LeadingNumber(puerto_texto));
-  } catch (const RuntimeError&) {
-  }
+  const auto falla = [&](const std::string& razon) {
+    EnviaLinea(salida, "<h1>Error: no se pudo establecer la conexion: " + razon + "</h1>");
+    return false;
+  };
+  const int puerto = PuertoTCP(puerto_texto);
 
   s.CONSULTA.Timer2.Activa(s.sys.reloj.Milliseconds());
   s.CONSULTA.ConexionCerrada = false;
+  if (puerto == 0) return falla(Latin1("puerto TCP no válido: ") + s.Eco(puerto_texto));
   std::string razon;
-  if (puerto < 1 || puerto > 65535 || !enchufe.Inicia(direccion, puerto, razon)) {
-    if (razon.empty()) razon = Latin1("puerto TCP no válido: ") + puerto_texto;
-    EnviaLinea(salida, "<h1>Error: no se pudo establecer la conexion: " + razon + "</h1>");
-    return false;
-  }
-  for (int rondas = 1;; ++rondas) {
-    const int estado = enchufe.Conectado(kPasoMs, razon);
-    if (estado > 0) break;
-    if (estado < 0) {
-      EnviaLinea(salida, "<h1>Error: no se pudo establecer la conexion: " + razon + "</h1>");
-      return false;
-    }
+  EstadoConexion estado = enchufe.Inicia(direccion, puerto, razon);
+  for (int rondas = 1; estado == EstadoConexion::kEnCurso; ++rondas) {
+    estado = enchufe.Conectado(kPasoMs, razon);
+    if (estado != EstadoConexion::kEnCurso) break;
     gateway::Cede(s);
-    if (s.CONSULTA.ConexionCerrada) {
-      EnviaLinea(salida, "<h1>Error: no se pudo establecer la conexion: Conexion TimeOut</h1>");
-      return false;
-    }
-    if (rondas == 1000000) {
-      EnviaLinea(salida, "<h1>Error: no se pudo establecer la conexion: error desconocido: " +
-                             std::to_string(rondas) + "</h1>");
-      return false;
-    }
+    if (s.CONSULTA.ConexionCerrada) return falla("Conexion TimeOut");
+    if (rondas == 1000000) return falla("error desconocido: " + std::to_string(rondas));
   }
-  s.CONSULTA.Timer2.activo = false;
-  return true;
+  switch (estado) {
+    case EstadoConexion::kEstablecida:
+      s.CONSULTA.Timer2.activo = false;
+      return true;
+    case EstadoConexion::kRechazada:
+      return falla(rechazo == AvisoRechazo::kTimeOut
+                       ? std::string("Conexion TimeOut")
+                       : Latin1("el servidor rechazó la conexión"));
+    case EstadoConexion::kSinNombre:
+      return falla(Latin1("no se encontró el servidor ") + s.Eco(direccion) + " (" + razon + ")");
+    default:
+      return falla(razon);
+  }
 }
 
 }  // namespace orvex::circulation

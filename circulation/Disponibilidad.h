@@ -28,4 +28,15 @@ struct ServidorCirculacion {
 bool BuscaServidor(std::string_view seccion, std::uint8_t base_dta,
                    ServidorCirculacion& servidor);
 
+// The TCP port that a connection to `texto` uses: the number at its start as
+// the old runtime reads it, rounded; 0 when that is not a port from 1 to
+// 65535.
+int PuertoTCP(std::string_view texto);
+
+// The first line of `seccion`, whatever its BaseDTA, whose host is `host`
+// (letter case aside, nothing trimmed) and whose port is the port `puerto`
+// (PuertoTCP of the line's); false when no line has both, or `puerto` is 0.
+bool ServidorListado(std::string_view seccion, std::string_view host, int puerto,
+                     ServidorCirculacion& servidor);
+
 }  // namespace orvex::circulation

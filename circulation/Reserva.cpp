@@ -1,9 +1,11 @@
 #include "circulation/Reserva.h"
 
 #include "base/CodePage.h"
+#include "base/Plazo.h"
 #include "base/EnviaLinea.h"
 #include "base/Runtime.h"
 #include "base/RuntimeError.h"
+#include "circulation/Disponibilidad.h"
 #include "config/Plantillas.h"
 #include "gateway/Bitacora.h"
 #include "gateway/EntradaCGI.h"
@@ -26,12 +28,44 @@ constexpr std::string_view kLeeRespuesta =
     "<xsl:value-of select=\"$r/@*[2]\"/></xsl:otherwise></xsl:choose>"
     "</xsl:template></xsl:stylesheet>";
 
-void MuestraRespuesta(gateway::Solicitud& s, const std::string& respuesta) {
+// A request field as the text of an element of the command: the five XML
+// characters as entities and each control character (CR, LF, tab...) as a
+// character reference, so that no field can close its element, add another
+// or break the command into lines. Other bytes travel as they are
+// (Windows-1252).
+std::string TextoComando(std::string_view texto) {
+  std::string r;
+  r.reserve(texto.size());
+  for (const char c : texto) {
+    const auto byte = static_cast<unsigned char>(c);
+    switch (c) {
+      case '&': r += "&amp;"; break;
+      case '<': r += "&lt;"; break;
+      case '>': r += "&gt;"; break;
+      case '\'': r += "&apos;"; break;
+      case '"': r += "&quot;"; break;
+      default:
+        if (byte < 0x20 || byte == 0x7F) {
+          r += "&#" + std::to_string(byte) + ";";
+        } else {
+          r += c;
+        }
+    }
+  }
+  return r;
+}
+
+// The answer's page. `de_confianza`: the server is one the configuration
+// lists, whose words go on the page as they are; the words of a server that
+// only the request named are request text, echoed as such.
+void MuestraRespuesta(gateway::Solicitud& s, const std::string& respuesta, bool de_confianza) {
   Output& salida = s.sys.salida;
   const CodePage& pagina = CodePage::Windows1252();
   const ResultadoXSL r =
       s.sys.motores.Xsl().Transforma(pagina.ToUtf8("<?xml version='1.0'?>\r\n" + respuesta),
                                      kLeeRespuesta);
+  // The answer is read within the request's time like any transformation.
+  if (r.estado == ResultadoXSL::Estado::PlazoVencido) throw TiempoAgotado{};
   if (r.estado != ResultadoXSL::Estado::Correcto) {
     EnviaLinea(salida, "<h1>Error: al cargar doc. XML de respuesta a comando de reservacion</h1>");
     return;
@@ -58,7 +92,7 @@ void MuestraRespuesta(gateway::Solicitud& s, const std::string& respuesta) {
     ReemplazaTexto(seccion, "<!ESTATUS_RESERVA!>", "<b>Reserva exitosa</b>");
   } else {
     seccion = s.Seccion("MSG_RESERVA_ERROR:");
-    ReemplazaTexto(seccion, "<!ESTATUS_RESERVA!>", mensaje);
+    ReemplazaTexto(seccion, "<!ESTATUS_RESERVA!>", de_confianza ? mensaje : s.Eco(mensaje));
   }
   EnviaLinea(salida, seccion);
 }
@@ -72,10 +106,15 @@ void PaginaReserva(gateway::Solicitud& s, const std::string&) {
                             "reserva de ejemplares</title></HEAD><BODY>"));
   std::string seccion = s.Seccion("RESERVA_MATERIAL:");
   ReemplazaTexto(seccion, "<!COMANDO_SE!>", "CRESERVA");
-  ReemplazaTexto(seccion, "<!DIRECCIONIP!>", gateway::ValorCGI(s.cgi, "direccionIP"));
-  ReemplazaTexto(seccion, "<!PUERTOTCP!>", gateway::ValorCGI(s.cgi, "puertoTCP"));
-  ReemplazaTexto(seccion, "<!DISP_NUMADQUI!>", gateway::ValorCGI(s.cgi, "NumAdqui"));
-  ReemplazaTexto(seccion, "<!ArchivoCFG!>", s.cfg.ArchivoCFG);
+  ReemplazaTexto(seccion, "<!DIRECCIONIP!>", s.Eco(gateway::ValorCGI(s.cgi, "direccionIP")));
+  ReemplazaTexto(seccion, "<!PUERTOTCP!>", s.Eco(gateway::ValorCGI(s.cgi, "puertoTCP")));
+  ReemplazaTexto(seccion, "<!DISP_NUMADQUI!>", s.Eco(gateway::ValorCGI(s.cgi, "NumAdqui")));
+  // The name as the request gave it, which the form posts back and the
+  // loader takes again; the completed path only where any path is allowed.
+  ReemplazaTexto(seccion, "<!ArchivoCFG!>",
+                 s.Eco(s.ajustes.cfg_cualquier_ruta
+                           ? s.cfg.ArchivoCFG
+                           : TrimBlanks(gateway::ValorCGI(s.cgi, "ArchivoCFG"))));
   EnviaLinea(salida, seccion);
   EnviaLinea(salida, "</BODY></HTML>");
 }
@@ -92,10 +131,22 @@ void Reserva(gateway::Solicitud& s, Enchufe& enchufe) {
   const std::string numadqui = gateway::ValorCGI(s.cgi, "NumAdqui");
   const std::string cuenta = gateway::ValorCGI(s.cgi, "NumCta");
   (void)gateway::ValorCGI(s.cgi, "PWD");  // read, and never sent
-  if (!ConectaServidor(s, enchufe, direccion, puerto_texto)) return;
+  ServidorCirculacion servidor{direccion, puerto_texto};
+  const bool listado = ServidorListado(s.Seccion("DISPONIBILIDAD:"), direccion,
+                                       PuertoTCP(puerto_texto), servidor);
+  if (!listado && !s.ajustes.reservas_cualquier_servidor) {
+    // Not a server of the configuration: nothing is looked up or connected,
+    // and the page says what it says of a server that does not answer.
+    EnviaLinea(salida, "<h1>Error: no se pudo establecer la conexion: Conexion TimeOut</h1>");
+    return;
+  }
+  if (!ConectaServidor(s, enchufe, servidor.direccion, servidor.puerto, AvisoRechazo::kTimeOut)) {
+    return;
+  }
 
-  const std::string comando = "<comandoSE class='RESERVA'><NumAdqui>" + numadqui +
-                              "</NumAdqui><NumCta>" + cuenta + "</NumCta><PWD/></comandoSE>";
+  const std::string comando = "<comandoSE class='RESERVA'><NumAdqui>" + TextoComando(numadqui) +
+                              "</NumAdqui><NumCta>" + TextoComando(cuenta) +
+                              "</NumCta><PWD/></comandoSE>";
   std::string respuesta;
   if (enchufe.Envia(comando)) {
     // Only the watchdog limits the wait for the answer.
@@ -104,7 +155,7 @@ void Reserva(gateway::Solicitud& s, Enchufe& enchufe) {
     respuesta = std::move(*llegada);
   }
   CabeceraCirculacion(salida);
-  MuestraRespuesta(s, respuesta);
+  MuestraRespuesta(s, respuesta, listado);
 }
 
 }  // namespace orvex::circulation

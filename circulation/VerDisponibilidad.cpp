@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "base/CodePage.h"
+#include "base/Plazo.h"
 #include "base/EnviaLinea.h"
 #include "base/Runtime.h"
 #include "base/RuntimeError.h"
@@ -134,6 +135,8 @@ void MuestraRespuesta(gateway::Solicitud& s, const std::string& respuesta,
   Output& salida = s.sys.salida;
   const ResultadoXSL r = s.sys.motores.Xsl().Transforma(
       CodePage::Windows1252().ToUtf8("<?xml version='1.0'?>\r\n" + respuesta), kLeeRespuesta);
+  // The answer is read within the request's time like any transformation.
+  if (r.estado == ResultadoXSL::Estado::PlazoVencido) throw TiempoAgotado{};
   if (r.estado != ResultadoXSL::Estado::Correcto) {
     EnviaLinea(salida,
                "<h1>Error: al cargar doc. XML de respuesta a comando de disponibilidad</h1>");
@@ -190,7 +193,11 @@ void VerDisponibilidad(gateway::Solicitud& s, Enchufe& enchufe) {
                            pagina.base_dta + "</h1>");
     return;
   }
-  if (!ConectaServidor(s, enchufe, servidor.direccion, servidor.puerto)) return;
+  // The refusal keeps its own words here: the server is the configuration's,
+  // and its administrator learns from the page that it is not running.
+  if (!ConectaServidor(s, enchufe, servidor.direccion, servidor.puerto, AvisoRechazo::kRazon)) {
+    return;
+  }
 
   const std::string comando =
       "<comandoSE class='DISPONIBILIDAD'><Ficha>" + pagina.ficha + "</Ficha></comandoSE>";

@@ -45,7 +45,8 @@
 // Failures, one line each:
 //   - no server for BaseDTA, a refused or unresolvable address, the 2 s
 //     connection time-out: the connection lines of ConectaServidor, with no
-//     HTTP header before them;
+//     HTTP header before them (a refusal in its own words, "el servidor
+//     rechazó la conexión", since the server is the configuration's);
 //   - after the header: "<h1>Error: al cargar doc. XML de respuesta a
 //     comando de disponibilidad</h1>" (not a document),
 //     "<h1>Error: al cargar Nodo de Respuesta de Disponibilidad</h1>" (no

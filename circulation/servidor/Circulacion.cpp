@@ -72,7 +72,8 @@ std::string Hoy() {
 
 // The strict reader of the commands: blanks, <comandoSE class='X'>, child
 // elements <Nombre>texto</Nombre> or <Nombre/> separated by blanks,
-// </comandoSE>, blanks. Each child at most once; text with entities only.
+// </comandoSE>, blanks. Each child at most once; text with the five entities
+// and character references only.
 struct Comando {
   std::string clase;
   std::map<std::string, std::string> hijos;
@@ -140,9 +141,35 @@ class Lector {
           break;
         }
       }
-      if (!conocida) return false;
+      if (!conocida && !Referencia(v)) return false;
     }
     return true;
+  }
+  // A character reference, "&#" and decimal digits or "&#x" and hexadecimal
+  // ones, then ";": the gateway writes control characters so. Appends the
+  // character's byte; false for character 0, one the code page lacks, or
+  // anything else.
+  bool Referencia(std::string& v) {
+    if (!Toma("&#")) return false;
+    const int base = Toma("x") ? 16 : 10;
+    char32_t codigo = 0;
+    size_t cifras = 0;
+    for (; p_ < t_.size() && cifras < 8; ++p_, ++cifras) {
+      const int cifra = CifraEn(t_[p_], base);
+      if (cifra < 0) break;
+      codigo = codigo * base + static_cast<char32_t>(cifra);
+    }
+    if (cifras == 0 || codigo == 0 || !Toma(";")) return false;
+    const std::optional<char> byte = CodePage::Windows1252().ByteFor(codigo);
+    if (!byte) return false;
+    v += *byte;
+    return true;
+  }
+  static int CifraEn(char c, int base) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (base == 16 && c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (base == 16 && c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
   }
 
   std::string_view t_;

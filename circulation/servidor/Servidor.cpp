@@ -6,42 +6,118 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstring>
-
-#include "circulation/servidor/Circulacion.h"
+#include <vector>
 
 namespace orvex::circulacion {
 namespace {
 
 using Reloj = std::chrono::steady_clock;
 
-// The command of one connection: bytes up to and including "</comandoSE>".
-// Empty when the client closes, exceeds the size or the time, or the server
-// is told to end.
-std::string LeeComando(int cliente, int fin) {
-  static constexpr std::string_view kCierre = "</comandoSE>";
-  std::string leido;
-  const auto limite = Reloj::now() + std::chrono::milliseconds(kEsperaComandoMs);
-  for (;;) {
-    auto resta = std::chrono::duration_cast<std::chrono::milliseconds>(limite - Reloj::now());
-    if (resta.count() <= 0) return "";
-    pollfd fds[2] = {{cliente, POLLIN, 0}, {fin, POLLIN, 0}};
-    int n = poll(fds, 2, static_cast<int>(resta.count()) + 1);
+constexpr std::string_view kCierre = "</comandoSE>";
+// Connections taken from the listening queue per round, so that a flood of
+// them cannot keep the served ones waiting.
+constexpr int kAceptacionesPorRonda = 64;
+
+// One client: first its command is read, then its answer written.
+struct Cliente {
+  int fd = -1;
+  bool respondiendo = false;
+  std::string datos;   // the bytes read so far; then the answer
+  size_t enviados = 0;  // of the answer
+  Reloj::time_point limite;
+};
+
+// Closes the client. `reinicia`: with a reset, so that no unsent byte keeps
+// the connection alive in the kernel after a limit was exceeded.
+void Cierra(Cliente& c, bool reinicia) {
+  if (c.fd < 0) return;
+  if (reinicia) {
+    const linger inmediato{1, 0};
+    setsockopt(c.fd, SOL_SOCKET, SO_LINGER, &inmediato, sizeof inmediato);
+  } else {
+    // Bytes the client sent after its command would turn the close into a
+    // reset that can destroy the answer on the way: those already there are
+    // read first (a few blocks at most, for a client that keeps sending).
+    char resto[4096];
+    for (int i = 0; i < 16 && recv(c.fd, resto, sizeof resto, MSG_DONTWAIT) > 0; ++i) {
+    }
+  }
+  close(c.fd);
+  c.fd = -1;
+}
+
+// Writes what the socket takes of the answer; the client is closed once it
+// has all of it, or when the connection broke.
+void Escribe(Cliente& c) {
+  while (c.enviados < c.datos.size()) {
+    const ssize_t n = send(c.fd, c.datos.data() + c.enviados, c.datos.size() - c.enviados,
+                           MSG_NOSIGNAL | MSG_DONTWAIT);
     if (n < 0 && errno == EINTR) continue;
-    if (n < 0 || fds[1].revents) return "";
-    if (n == 0) continue;
-    char bloque[4096];
-    ssize_t r = read(cliente, bloque, sizeof bloque);
-    if (r < 0 && (errno == EINTR || errno == EAGAIN)) continue;
-    if (r <= 0) return "";
-    // Only the newly read bytes (and the tail before them) can complete the end tag.
-    size_t desde = leido.size() >= kCierre.size() ? leido.size() - kCierre.size() + 1 : 0;
-    leido.append(bloque, static_cast<size_t>(r));
-    size_t pos = leido.find(kCierre, desde);
-    if (pos != std::string::npos) return leido.substr(0, pos + kCierre.size());
-    if (leido.size() > kMaximoComando) return "";
+    if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return;
+    if (n <= 0) return Cierra(c, true);
+    c.enviados += static_cast<size_t>(n);
+  }
+  Cierra(c, false);
+}
+
+// Reads what has arrived of the command; once its end tag is there, the
+// answer is made and its writing starts.
+void Lee(Cliente& c, const Atencion& atiende, const Limites& limites) {
+  char bloque[4096];
+  for (;;) {
+    const ssize_t n = recv(c.fd, bloque, sizeof bloque, MSG_DONTWAIT);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return;
+    if (n <= 0) return Cierra(c, false);  // the client left without a command
+    // Only the new bytes, and the tail before them, can complete the end tag.
+    const size_t desde = c.datos.size() >= kCierre.size() ? c.datos.size() - kCierre.size() + 1 : 0;
+    c.datos.append(bloque, static_cast<size_t>(n));
+    const size_t pos = c.datos.find(kCierre, desde);
+    const size_t largo = pos == std::string::npos ? c.datos.size() : pos + kCierre.size();
+    if (largo > limites.maximo_comando) return Cierra(c, true);
+    if (pos == std::string::npos) continue;
+    c.datos = atiende(std::string_view(c.datos).substr(0, largo));
+    c.respondiendo = true;
+    c.limite = Reloj::now() + limites.espera_respuesta;
+    return Escribe(c);
+  }
+}
+
+// Milliseconds until the nearest limit of `clientes`, for poll; -1 without
+// clients.
+int Espera(const std::vector<Cliente>& clientes) {
+  if (clientes.empty()) return -1;
+  Reloj::time_point cercano = clientes.front().limite;
+  for (const Cliente& c : clientes) cercano = std::min(cercano, c.limite);
+  const auto resta =
+      std::chrono::ceil<std::chrono::milliseconds>(cercano - Reloj::now()).count();
+  return static_cast<int>(std::clamp<long long>(resta, 0, 60 * 60 * 1000));
+}
+
+// Takes the waiting connections, closing the oldest clients to stay within
+// the limit (or when the process runs out of descriptors).
+void Acepta(int escucha, std::vector<Cliente>& clientes, const Limites& limites) {
+  const auto cierra_el_mas_viejo = [&] {
+    Cierra(clientes.front(), true);
+    clientes.erase(clientes.begin());
+  };
+  for (int i = 0; i < kAceptacionesPorRonda; ++i) {
+    const int fd = accept4(escucha, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    if (fd < 0) {
+      if (errno == EINTR || errno == ECONNABORTED) continue;
+      if ((errno == EMFILE || errno == ENFILE) && !clientes.empty()) {
+        cierra_el_mas_viejo();
+        continue;
+      }
+      return;
+    }
+    if (!clientes.empty() && clientes.size() >= std::max<size_t>(limites.maximo_conexiones, 1)) {
+      cierra_el_mas_viejo();
+    }
+    clientes.push_back(Cliente{fd, false, {}, 0, Reloj::now() + limites.espera_comando});
   }
 }
 
@@ -55,7 +131,7 @@ int Escucha(const std::string& direccion, int& puerto, std::string& error) {
     error = "direccion IPv4 no valida: " + direccion;
     return -1;
   }
-  int s = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  int s = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
   if (s < 0) {
     error = std::strerror(errno);
     return -1;
@@ -73,27 +149,34 @@ int Escucha(const std::string& direccion, int& puerto, std::string& error) {
   return s;
 }
 
-void Sirve(Circulacion& circulacion, int escucha, int fin) {
+void Sirve(const Atencion& atiende, int escucha, int fin, const Limites& limites) {
+  std::vector<Cliente> clientes;
+  std::vector<pollfd> fds;
   for (;;) {
-    pollfd fds[2] = {{escucha, POLLIN, 0}, {fin, POLLIN, 0}};
-    if (poll(fds, 2, -1) < 0) {
-      if (errno == EINTR) continue;
-      return;
+    fds.assign({{fin, POLLIN, 0}, {escucha, POLLIN, 0}});
+    for (const Cliente& c : clientes) {
+      fds.push_back({c.fd, static_cast<short>(c.respondiendo ? POLLOUT : POLLIN), 0});
     }
-    if (fds[1].revents) return;
-    if (!(fds[0].revents & POLLIN)) continue;
-    int cliente = accept4(escucha, nullptr, nullptr, SOCK_CLOEXEC);
-    if (cliente < 0) continue;
-    std::string comando = LeeComando(cliente, fin);
-    if (!comando.empty()) {
-      std::string respuesta = circulacion.Atiende(comando);
-      // One write: the answer is small and the socket's buffer takes it whole.
-      if (send(cliente, respuesta.data(), respuesta.size(), MSG_NOSIGNAL) < 0) {
-        // The client went away; nothing to tell it.
+    const int n = poll(fds.data(), fds.size(), Espera(clientes));
+    if (n < 0 && errno != EINTR) break;
+    if (n > 0 && fds[0].revents) break;
+
+    const Reloj::time_point ahora = Reloj::now();
+    for (size_t i = 0; i < clientes.size(); ++i) {
+      Cliente& c = clientes[i];
+      if (n > 0 && fds[i + 2].revents) {
+        if (c.respondiendo) {
+          Escribe(c);
+        } else {
+          Lee(c, atiende, limites);
+        }
       }
+      if (c.fd >= 0 && ahora >= c.limite) Cierra(c, true);
     }
-    close(cliente);
+    std::erase_if(clientes, [](const Cliente& c) { return c.fd < 0; });
+    if (n > 0 && fds[1].revents) Acepta(escucha, clientes, limites);
   }
+  for (Cliente& c : clientes) Cierra(c, true);
 }
 
 }  // namespace orvex::circulacion

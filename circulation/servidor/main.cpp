@@ -9,6 +9,7 @@
 #include <cstring>
 #include <exception>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "circulation/servidor/Circulacion.h"
@@ -98,7 +99,8 @@ int main(int argc, char** argv) {
     }
     std::printf("orvex-circulacion: escuchando en %s:%d\n", direccion.c_str(), puerto);
     std::fflush(stdout);
-    Sirve(circulacion, escucha, g_fin[0]);
+    Sirve([&](std::string_view comando) { return circulacion.Atiende(comando); }, escucha,
+          g_fin[0]);
     close(escucha);
   } catch (const std::exception& e) {
     std::fprintf(stderr, "orvex-circulacion: %s\n", e.what());

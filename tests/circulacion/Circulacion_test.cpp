@@ -57,6 +57,15 @@ TEST_F(CirculacionTest, RejectsMalformedAndUnknownCommands) {
       "<comandoSE class='DISPONIBILIDAD'><Ficha>1234567890123</Ficha></comandoSE>",
       "<comandoSE class='DISPONIBILIDAD'></comandoSE>",
       "<comandoSE class='DISPONIBILIDAD'><Ficha>15</Ficha>",
+      // Character references: character 0, none at all, unended, not a number,
+      // a character Windows-1252 lacks, too many digits.
+      "<comandoSE class='RESERVA'><NumAdqui>&#0;</NumAdqui><NumCta>A</NumCta></comandoSE>",
+      "<comandoSE class='RESERVA'><NumAdqui>&#;</NumAdqui><NumCta>A</NumCta></comandoSE>",
+      "<comandoSE class='RESERVA'><NumAdqui>&#48</NumAdqui><NumCta>A</NumCta></comandoSE>",
+      "<comandoSE class='RESERVA'><NumAdqui>&#x4G;</NumAdqui><NumCta>A</NumCta></comandoSE>",
+      "<comandoSE class='RESERVA'><NumAdqui>&#X41;</NumAdqui><NumCta>A</NumCta></comandoSE>",
+      "<comandoSE class='RESERVA'><NumAdqui>&#x4E00;</NumAdqui><NumCta>A</NumCta></comandoSE>",
+      "<comandoSE class='RESERVA'><NumAdqui>&#000000048;</NumAdqui><NumCta>A</NumCta></comandoSE>",
   };
   for (const char* caso : casos) EXPECT_EQ(c_->Atiende(caso), kNoReconocido) << caso;
 }
@@ -75,6 +84,10 @@ TEST_F(CirculacionTest, ReservationOutcomes) {
       // Entities in the text are read: the copy L'0815 exists.
       {"L&apos;0815", "A-17", "<Reservacion Estado='0' Mensaje='Reserva registrada'/>"},
       {" 000125 ", " C ", "<Reservacion Estado='0' Mensaje='Reserva registrada'/>"},
+      // Character references, as the gateway writes control characters.
+      {"&#48;00200", "&#13;&#10;D&#x2D;1&#9;", "<Reservacion Estado='0' Mensaje='Reserva registrada'/>"},
+      {"L&#39;0815", "E", "<Reservacion Estado='3' Mensaje='Ejemplar ya reservado'/>"},
+      {"000201&#10;x", "E", "<Reservacion Estado='1' Mensaje='Ejemplar inexistente'/>"},
   };
   for (const auto& caso : casos)
     EXPECT_EQ(Reserva(caso.numadqui, caso.cuenta), caso.esperado) << caso.numadqui << "/" << caso.cuenta;

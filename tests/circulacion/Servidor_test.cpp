@@ -8,15 +8,38 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <filesystem>
 #include <future>
+#include <thread>
 #include <string>
 #include <vector>
+
+#include "circulation/servidor/Servidor.h"
 
 namespace fs = std::filesystem;
 
 namespace {
+
+// A client connected to the loopback's `puerto`.
+int ConectaA(int puerto) {
+  int s = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in dir{};
+  dir.sin_family = AF_INET;
+  dir.sin_port = htons(static_cast<uint16_t>(puerto));
+  inet_pton(AF_INET, "127.0.0.1", &dir.sin_addr);
+  EXPECT_EQ(connect(s, reinterpret_cast<sockaddr*>(&dir), sizeof dir), 0);
+  return s;
+}
+
+// Everything the server writes until it closes or resets the connection.
+std::string LeeHastaCierre(int s) {
+  std::string r;
+  char b[4096];
+  ssize_t n;
+  while ((n = read(s, b, sizeof b)) > 0) r.append(b, static_cast<size_t>(n));
+  close(s);
+  return r;
+}
 
 std::string Reserva(const std::string& numadqui, const std::string& cuenta) {
   return "<comandoSE class='RESERVA'><NumAdqui>" + numadqui + "</NumAdqui><NumCta>" + cuenta +
@@ -68,24 +91,7 @@ class ServidorTest : public ::testing::Test {
     terminado_ = true;
     return estado;
   }
-  int Conecta() const {
-    int s = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in dir{};
-    dir.sin_family = AF_INET;
-    dir.sin_port = htons(static_cast<uint16_t>(puerto_));
-    inet_pton(AF_INET, "127.0.0.1", &dir.sin_addr);
-    EXPECT_EQ(connect(s, reinterpret_cast<sockaddr*>(&dir), sizeof dir), 0);
-    return s;
-  }
-  // Everything the server writes until it closes.
-  static std::string LeeHastaCierre(int s) {
-    std::string r;
-    char b[4096];
-    ssize_t n;
-    while ((n = read(s, b, sizeof b)) > 0) r.append(b, static_cast<size_t>(n));
-    close(s);
-    return r;
-  }
+  int Conecta() const { return ConectaA(puerto_); }
   // A client as the gateway is one: sends the command without a line end and
   // keeps its side open until the answer arrives.
   std::string Pregunta(const std::string& comando) const {
@@ -140,18 +146,41 @@ TEST_F(ServidorTest, GarbageGetsNoAnswerAndTheServerGoesOn) {
   EXPECT_EQ(Pregunta(Reserva("000123", "A")), "<Reservacion Estado='0' Mensaje='Reserva registrada'/>");
 }
 
-TEST_F(ServidorTest, CommandThatNeverEndsTimesOutAndOthersWait) {
-  int lento = Conecta();
+// Whether `s` has nothing to say yet: no data, no end, no reset.
+bool Callada(int s) {
+  pollfd p{s, POLLIN, 0};
+  return poll(&p, 1, 0) == 0;
+}
+
+// Clients that connect and say nothing, or half a command, or never take
+// their answer, do not keep another client waiting: it is answered while
+// they are all still open.
+TEST_F(ServidorTest, IdleConnectionsDoNotDelayOthers) {
+  std::vector<int> ociosas;
+  for (int i = 0; i < 40; ++i) ociosas.push_back(Conecta());
   const std::string a_medias = "<comandoSE class='RESERVA'><NumAdqui>000123";
-  ASSERT_EQ(write(lento, a_medias.data(), a_medias.size()), static_cast<ssize_t>(a_medias.size()));
-  auto inicio = std::chrono::steady_clock::now();
-  // Queued behind the silent client, answered once its 5 s are over.
-  auto otro = std::async(std::launch::async, [&] { return Pregunta(Reserva("000124", "B")); });
-  EXPECT_EQ(LeeHastaCierre(lento), "");
-  EXPECT_EQ(otro.get(), "<Reservacion Estado='0' Mensaje='Reserva registrada'/>");
-  auto segundos = std::chrono::duration<double>(std::chrono::steady_clock::now() - inicio).count();
-  EXPECT_GT(segundos, 4.0);
-  EXPECT_LT(segundos, 8.0);
+  for (int i = 0; i < 5; ++i) {
+    ociosas.push_back(Conecta());
+    ASSERT_EQ(write(ociosas.back(), a_medias.data(), a_medias.size()),
+              static_cast<ssize_t>(a_medias.size()));
+  }
+  EXPECT_EQ(Pregunta(Reserva("000124", "B")), "<Reservacion Estado='0' Mensaje='Reserva registrada'/>");
+  EXPECT_EQ(Pregunta(kDisponibilidad15).substr(0, 27), "<Disponibilidad Ficha='15'>");
+  for (size_t i = 0; i < ociosas.size(); ++i) {
+    EXPECT_TRUE(Callada(ociosas[i])) << i;
+    close(ociosas[i]);
+  }
+}
+
+// More connections than the server serves at once: each new one closes the
+// oldest, so a real client is still answered and the first idle one is gone.
+TEST_F(ServidorTest, BeyondItsConnectionsTheOldestGoes) {
+  std::vector<int> ociosas;
+  for (int i = 0; i < 300; ++i) ociosas.push_back(Conecta());
+  EXPECT_EQ(Pregunta(Reserva("000124", "B")), "<Reservacion Estado='0' Mensaje='Reserva registrada'/>");
+  EXPECT_EQ(LeeHastaCierre(ociosas.front()), "");
+  EXPECT_TRUE(Callada(ociosas.back()));
+  for (size_t i = 1; i < ociosas.size(); ++i) close(ociosas[i]);
 }
 
 TEST_F(ServidorTest, ConcurrentClientsEachGetTheirAnswer) {
@@ -181,6 +210,121 @@ TEST_F(ServidorTest, SigtermEndsItCleanly) {
   int estado = Termina();
   EXPECT_TRUE(WIFEXITED(estado)) << estado;
   EXPECT_EQ(WEXITSTATUS(estado), 0);
+}
+
+// Sirve in a thread of the test, with limits of the test's choosing and an
+// answer that is the command itself, or 32 MB for the command "grande".
+class SirveEnHilo {
+ public:
+  explicit SirveEnHilo(const orvex::circulacion::Limites& limites) {
+    std::string error;
+    escucha_ = orvex::circulacion::Escucha("127.0.0.1", puerto_, error);
+    EXPECT_GE(escucha_, 0) << error;
+    EXPECT_EQ(pipe(fin_), 0);
+    hilo_ = std::thread([this, limites] {
+      orvex::circulacion::Sirve(
+          [](std::string_view comando) {
+            return comando == "grande</comandoSE>" ? std::string(kGrande, 'g')
+                                                    : "R:" + std::string(comando);
+          },
+          escucha_, fin_[0], limites);
+    });
+  }
+  ~SirveEnHilo() {
+    EXPECT_EQ(write(fin_[1], "x", 1), 1);
+    hilo_.join();
+    close(fin_[0]);
+    close(fin_[1]);
+    close(escucha_);
+  }
+  int Conecta() const { return ConectaA(puerto_); }
+  std::string Pregunta(const std::string& comando) const {
+    const int s = Conecta();
+    EXPECT_EQ(write(s, comando.data(), comando.size()), static_cast<ssize_t>(comando.size()));
+    return LeeHastaCierre(s);
+  }
+  static constexpr size_t kGrande = 32 << 20;
+
+ private:
+  int escucha_ = -1;
+  int puerto_ = 0;
+  int fin_[2] = {-1, -1};
+  std::thread hilo_;
+};
+
+// Waits (at most a minute, a guard against hanging) until the server ends
+// the connection `s`; true when it did.
+bool Terminada(int s) {
+  pollfd p{s, POLLRDHUP, 0};
+  return poll(&p, 1, 60000) == 1 && (p.revents & (POLLRDHUP | POLLHUP | POLLERR));
+}
+
+TEST(SirveTest, TheCommandsSizeLimit) {
+  orvex::circulacion::Limites limites;
+  limites.maximo_comando = 100;
+  SirveEnHilo servidor(limites);
+  const std::string kCierre = "</comandoSE>";
+  const struct {
+    std::string comando;
+    std::string respuesta;
+  } casos[] = {
+      {std::string(100 - kCierre.size(), 'a') + kCierre,
+       "R:" + std::string(100 - kCierre.size(), 'a') + kCierre},
+      {std::string(101 - kCierre.size(), 'a') + kCierre, ""},
+      {std::string(101, 'a'), ""},
+      {std::string(5000, 'a') + kCierre, ""},
+      // What follows the end tag is not part of the command.
+      {"abc" + kCierre + std::string(200, 'z'), "R:abc" + kCierre},
+  };
+  for (const auto& c : casos) {
+    EXPECT_EQ(servidor.Pregunta(c.comando), c.respuesta) << c.comando.size();
+  }
+}
+
+// A client that never completes its command is cut off at the limit, with
+// no answer, and meanwhile another one is served.
+TEST(SirveTest, TheTimeToSendTheCommand) {
+  orvex::circulacion::Limites limites;
+  limites.espera_comando = std::chrono::milliseconds(1000);
+  SirveEnHilo servidor(limites);
+  const int callada = servidor.Conecta();
+  const int a_medias = servidor.Conecta();
+  ASSERT_EQ(write(a_medias, "<comandoSE", 10), 10);
+  EXPECT_EQ(servidor.Pregunta("hola</comandoSE>"), "R:hola</comandoSE>");
+  for (const int s : {callada, a_medias}) {
+    EXPECT_TRUE(Terminada(s));
+    EXPECT_EQ(LeeHastaCierre(s), "");
+  }
+}
+
+// A client that does not take its answer holds no one up, since the answer
+// is written only as the socket takes it, and is cut off at the limit with
+// the rest of its answer unsent.
+TEST(SirveTest, TheTimeToTakeTheAnswer) {
+  orvex::circulacion::Limites limites;
+  limites.espera_respuesta = std::chrono::milliseconds(300);
+  SirveEnHilo servidor(limites);
+  const int lenta = servidor.Conecta();
+  const std::string grande = "grande</comandoSE>";
+  ASSERT_EQ(write(lenta, grande.data(), grande.size()), static_cast<ssize_t>(grande.size()));
+  EXPECT_EQ(servidor.Pregunta("hola</comandoSE>"), "R:hola</comandoSE>");
+  EXPECT_TRUE(Terminada(lenta));
+  EXPECT_LT(LeeHastaCierre(lenta).size(), SirveEnHilo::kGrande);
+}
+
+TEST(SirveTest, ANewConnectionBeyondTheLimitClosesTheOldest) {
+  orvex::circulacion::Limites limites;
+  limites.maximo_conexiones = 3;
+  SirveEnHilo servidor(limites);
+  std::vector<int> ociosas;
+  for (int i = 0; i < 3; ++i) ociosas.push_back(servidor.Conecta());
+  EXPECT_EQ(servidor.Pregunta("hola</comandoSE>"), "R:hola</comandoSE>");
+  EXPECT_TRUE(Terminada(ociosas[0]));
+  EXPECT_EQ(LeeHastaCierre(ociosas[0]), "");
+  EXPECT_TRUE(Callada(ociosas[1]));
+  EXPECT_TRUE(Callada(ociosas[2]));
+  close(ociosas[1]);
+  close(ociosas[2]);
 }
 
 }  // namespace

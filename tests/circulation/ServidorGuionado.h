@@ -42,6 +42,23 @@ class ServidorGuionado {
     hilo_listo_.wait(false);
     return comando_;
   }
+  // The first command that reached the server, once the test's own probe
+  // has connected and sent kSonda behind whatever came before: kSonda itself
+  // when nobody else connected.
+  std::string PrimerComando() {
+    const int c = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in dir{};
+    dir.sin_family = AF_INET;
+    dir.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    dir.sin_port = htons(static_cast<uint16_t>(puerto_));
+    if (::connect(c, reinterpret_cast<sockaddr*>(&dir), sizeof dir) == 0) {
+      ::send(c, kSonda, sizeof kSonda - 1, MSG_NOSIGNAL);
+    }
+    std::string primero = comando();
+    ::close(c);
+    return primero;
+  }
+  static constexpr char kSonda[] = "<sonda/></comandoSE>";
 
  private:
   void Atiende() {
@@ -80,10 +97,12 @@ class ServidorGuionado {
 class EnchufeLento : public Enchufe {
  public:
   EnchufeLento(testing::FixedClock& reloj, bool conecta) : reloj_(reloj), conecta_(conecta) {}
-  bool Inicia(const std::string&, int, std::string&) override { return true; }
-  int Conectado(int espera_ms, std::string&) override {
+  EstadoConexion Inicia(const std::string&, int, std::string&) override {
+    return EstadoConexion::kEnCurso;
+  }
+  EstadoConexion Conectado(int espera_ms, std::string&) override {
     reloj_.millis += espera_ms;
-    return conecta_ ? 1 : 0;
+    return conecta_ ? EstadoConexion::kEstablecida : EstadoConexion::kEnCurso;
   }
   bool Envia(std::string_view) override { return true; }
   std::optional<std::string> Recibe(int espera_ms) override {
@@ -94,6 +113,45 @@ class EnchufeLento : public Enchufe {
  private:
   testing::FixedClock& reloj_;
   bool conecta_;
+};
+
+// A connection that keeps a record of what it was asked and ends as told:
+// at the start (`al_iniciar` other than kEnCurso), or at the first wait with
+// `al_esperar`; each wait moves the test's clock on. Once connected it takes
+// the command and answers `respuesta`.
+class EnchufeGrabador : public Enchufe {
+ public:
+  EnchufeGrabador(testing::FixedClock& reloj, EstadoConexion al_iniciar, EstadoConexion al_esperar,
+                  std::string respuesta = "<Reservacion Estado='0'/>")
+      : reloj_(reloj), al_iniciar_(al_iniciar), al_esperar_(al_esperar),
+        respuesta_(std::move(respuesta)) {}
+  EstadoConexion Inicia(const std::string& host, int puerto, std::string& razon) override {
+    ++inicios;
+    this->host = host;
+    this->puerto = puerto;
+    razon = "razon del sistema";
+    return al_iniciar_;
+  }
+  EstadoConexion Conectado(int espera_ms, std::string& razon) override {
+    reloj_.millis += espera_ms;
+    razon = "razon del sistema";
+    return al_esperar_;
+  }
+  bool Envia(std::string_view datos) override {
+    enviado += datos;
+    return true;
+  }
+  std::optional<std::string> Recibe(int) override { return respuesta_; }
+
+  int inicios = 0;
+  std::string host;
+  int puerto = 0;
+  std::string enviado;
+
+ private:
+  testing::FixedClock& reloj_;
+  EstadoConexion al_iniciar_, al_esperar_;
+  std::string respuesta_;
 };
 
 }  // namespace orvex::circulation

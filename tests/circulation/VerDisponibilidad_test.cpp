@@ -153,6 +153,23 @@ TEST(VerDisponibilidadTest, ConnectionFailuresAreOneLineWithoutHeader) {
   }
 }
 
+// The availability page keeps the refusal's own words, written as soon as
+// the refusal is known; the request's address and port are never used.
+TEST(VerDisponibilidadTest, ARefusalIsSaidAtOnce) {
+  for (const EstadoConexion al_iniciar : {EstadoConexion::kRechazada, EstadoConexion::kEnCurso}) {
+    Peticion r("Circulacion.example", 7700,
+               "NoFicha=41&direccionIP=10.9.9.9&puertoTCP=1&ArchivoCFG=libros.cfg");
+    EnchufeGrabador enchufe(r.p.reloj, al_iniciar, EstadoConexion::kRechazada);
+    const std::int64_t inicio = r.p.reloj.millis;
+    VerDisponibilidad(r.s, enchufe);
+    EXPECT_EQ(r.Salida(), Latin1("<h1>Error: no se pudo establecer la conexion: el servidor "
+                                 "rechazó la conexión</h1>\r\n"));
+    EXPECT_LE(r.p.reloj.millis - inicio, kPasoMs);
+    EXPECT_EQ(enchufe.host, "Circulacion.example");
+    EXPECT_EQ(enchufe.puerto, 7700);
+  }
+}
+
 TEST(VerDisponibilidadTest, AServerThatNeverAnswersMeetsTheWatchdog) {
   Peticion r("127.0.0.1", 7700, "NoFicha=41");
   EnchufeLento mudo(r.p.reloj, true);

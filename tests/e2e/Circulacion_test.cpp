@@ -4,10 +4,13 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <vector>
 
 #include "base/CodePage.h"
 #include "tests/e2e/Programa.h"
@@ -77,7 +80,8 @@ const char* const kSecciones =
     "RESERVA_MATERIAL:\r\n{<form method=\"post\" action=\"orvex\"><input type=\"hidden\" "
     "name=\"txtLIB\" value=\"<!COMANDO_SE!>\"><input type=\"hidden\" name=\"direccionIP\" "
     "value=\"<!DIRECCIONIP!>\"><input type=\"hidden\" name=\"puertoTCP\" value=\"<!PUERTOTCP!>\">"
-    "<input type=\"hidden\" name=\"NumAdqui\" value=\"<!DISP_NUMADQUI!>\"><input name=\"NumCta\">"
+    "<input type=\"hidden\" name=\"NumAdqui\" value=\"<!DISP_NUMADQUI!>\"><input type=\"hidden\" "
+    "name=\"ArchivoCFG\" value=\"<!ArchivoCFG!>\"><input name=\"NumCta\">"
     "<input type=\"password\" name=\"PWD\"></form>}\r\n"
     "MSG_RESERVA_EXITOSA:\r\n{<p class=\"bien\"><!ESTATUS_RESERVA!></p>}\r\n"
     "MSG_RESERVA_ERROR:\r\n{<p class=\"mal\">No se pudo reservar: <!ESTATUS_RESERVA!></p>}\r\n";
@@ -123,7 +127,8 @@ TEST_F(Circulacion, AReaderSeesTheCopiesReservesOneAndSeesItReserved) {
   EXPECT_NE(ingreso.find("value=\"CRESERVA\"><input type=\"hidden\" name=\"direccionIP\" "
                          "value=\"127.0.0.1\"><input type=\"hidden\" name=\"puertoTCP\" "
                          "value=\"@PUERTO@\"><input type=\"hidden\" name=\"NumAdqui\" "
-                         "value=\"000216\">"),
+                         "value=\"000216\"><input type=\"hidden\" name=\"ArchivoCFG\" "
+                         "value=\"libros.cfg\">"),
             std::string::npos)
       << ingreso;
 
@@ -157,9 +162,108 @@ TEST_F(Circulacion, AServerThatIsGoneIsOneLine) {
   EXPECT_EQ(Disponibilidad(15),
             Latin1("<h1>Error: no se pudo establecer la conexion: el servidor rechazó la "
                    "conexión</h1>\r\n"));
+  // A reservation says of a refusal what it says of a server that does not answer.
   EXPECT_EQ(Reserva("000216", "A-17"),
-            Latin1("<h1>Error: no se pudo establecer la conexion: el servidor rechazó la "
-                   "conexión</h1>\r\n"));
+            "<h1>Error: no se pudo establecer la conexion: Conexion TimeOut</h1>\r\n");
+}
+
+// A listening socket on the loopback that nobody serves: it shows whether
+// anything tried to connect.
+class Trampa {
+ public:
+  Trampa() {
+    fd_ = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in dir{};
+    dir.sin_family = AF_INET;
+    dir.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    bind(fd_, reinterpret_cast<sockaddr*>(&dir), sizeof dir);
+    socklen_t largo = sizeof dir;
+    getsockname(fd_, reinterpret_cast<sockaddr*>(&dir), &largo);
+    listen(fd_, 4);
+    puerto_ = ntohs(dir.sin_port);
+  }
+  ~Trampa() { close(fd_); }
+  std::string puerto() const { return std::to_string(puerto_); }
+  // True when a connection is waiting to be taken.
+  bool Tocada() const {
+    pollfd p{fd_, POLLIN, 0};
+    return poll(&p, 1, 0) == 1;
+  }
+
+ private:
+  int fd_ = -1;
+  int puerto_ = 0;
+};
+
+// A reservation that names a port or host the configuration does not list:
+// the time-out line, and nothing is connected, however the fields are dressed.
+TEST_F(Circulacion, AReservationGoesOnlyToAListedServer) {
+  Trampa trampa;
+  const std::string listado = std::to_string(servidor_.puerto());
+  const struct {
+    std::string host, puerto;
+  } casos[] = {
+      {"127.0.0.1", trampa.puerto()},
+      {"localhost", trampa.puerto()},
+      {"127.0.0.1%0D%0AHost:+x", trampa.puerto()},
+      {"127.0.0.1", trampa.puerto() + "%0D%0A" + listado},
+      {"localhost", listado},
+  };
+  for (const auto& c : casos) {
+    EXPECT_EQ(Pagina("txtLIB=CRESERVA&direccionIP=" + c.host + "&puertoTCP=" + c.puerto +
+                     "&NumAdqui=000216&NumCta=A-17&PWD=x"),
+              "<h1>Error: no se pudo establecer la conexion: Conexion TimeOut</h1>\r\n")
+        << c.host << " " << c.puerto;
+    EXPECT_FALSE(trampa.Tocada()) << c.host << " " << c.puerto;
+  }
+  // The listed server was not asked either: the copy is still free.
+  EXPECT_EQ(Reserva("000216", "A-17"),
+            "Content-Type: text/html\r\nCache-Control: public\r\n\r\n"
+            "<p class=\"bien\"><b>Reserva exitosa</b></p>\r\n");
+}
+
+// The sign-in page echoes its fields escaped, and the accession number goes
+// to the server as text inside the command.
+TEST_F(Circulacion, HostileFieldsStayText) {
+  const std::string ingreso =
+      Pagina("txtLIB=VRESERVA&direccionIP=%22%3E%3Cscript%3Ex()%3C/script%3E&puertoTCP=1%27&"
+             "NumAdqui=L%270815%3C/NumAdqui%3E");
+  EXPECT_NE(ingreso.find("name=\"direccionIP\" value=\"&quot;&gt;&lt;script&gt;x()&lt;/script&gt;\">"
+                         "<input type=\"hidden\" name=\"puertoTCP\" value=\"1&#39;\"><input "
+                         "type=\"hidden\" name=\"NumAdqui\" value=\"L&#39;0815&lt;/NumAdqui&gt;\">"),
+            std::string::npos)
+      << ingreso;
+  // An accession number that tries to close its element is an unknown copy.
+  EXPECT_NE(Reserva("000216%3C/NumAdqui%3E%3CNumAdqui%3E000216", "A-17")
+                .find("No se pudo reservar: Ejemplar inexistente"),
+            std::string::npos);
+  EXPECT_NE(Reserva("L%270815", "A-17%0D%0A").find("<b>Reserva exitosa</b>"), std::string::npos);
+}
+
+// Idle connections held open against the real server do not delay the
+// availability page or a reservation.
+TEST_F(Circulacion, IdleConnectionsDoNotDelayTheServer) {
+  std::vector<int> ociosas;
+  for (int i = 0; i < 30; ++i) {
+    const int s = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in dir{};
+    dir.sin_family = AF_INET;
+    dir.sin_port = htons(static_cast<uint16_t>(servidor_.puerto()));
+    dir.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(connect(s, reinterpret_cast<sockaddr*>(&dir), sizeof dir), 0);
+    if (i % 2) {
+      ASSERT_EQ(write(s, "<comandoSE", 10), 10);
+    }
+    ociosas.push_back(s);
+  }
+  ComparaConDorado("circulacion_disponibilidad", Disponibilidad(15));
+  EXPECT_NE(Reserva("000216", "A-17").find("<b>Reserva exitosa</b>"), std::string::npos);
+  for (const int s : ociosas) {
+    // Still open: the answers did not wait for them to time out.
+    pollfd p{s, POLLIN, 0};
+    EXPECT_EQ(poll(&p, 1, 0), 0);
+    close(s);
+  }
 }
 
 // A server that takes the connection (the kernel completes it from the
