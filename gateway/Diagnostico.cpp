@@ -18,6 +18,7 @@
 #include "config/Instalacion.h"
 #include "config/Plantillas.h"
 #include "db/SqliteEngine.h"
+#include "db/jet/EscritorJet.h"
 #include "gateway/Encabezado.h"
 #include "queries/AbreBases.h"
 #include "records/CargaFicha.h"
@@ -34,6 +35,9 @@ constexpr db::OpenOptions kSoloLectura{.read_only = true};
 // The longest round trip, in milliseconds, that counts as a circulation
 // server answering during the checklist.
 constexpr std::int32_t kEsperaServidorMs = 500;
+// How long the write check of a Jet statistics file waits for another
+// writer of the file, in milliseconds: as long as a statistics row waits.
+constexpr int kEsperaEscritorMs = 3000;
 
 // An output that drops what is written to it, for the steps that report into
 // the page as they go when the diagnostic page wants only their outcome.
@@ -46,8 +50,15 @@ class Descarte : public Output {
 
 void Linea(Solicitud& s, std::string texto) { EnviaLinea(s.sys.salida, std::move(texto)); }
 
+// The page of a command that only the administrator gets.
 void AbrePagina(Solicitud& s, std::string_view titulo) {
   EnviaEncabezado(s, "Orvex - " + std::string(titulo));
+  Linea(s, "<H3>" + std::string(titulo) + "</H3>");
+}
+
+// The page that anyone may get: it names nothing of the server.
+void AbrePaginaPublica(Solicitud& s, std::string_view titulo) {
+  EnviaEncabezadoPublico(s, "Orvex - " + std::string(titulo));
   Linea(s, "<H3>" + std::string(titulo) + "</H3>");
 }
 
@@ -57,7 +68,7 @@ void CierraPagina(Solicitud& s) { Linea(s, "</BODY></HTML>"); }
 // command may go on.
 bool Autorizado(Solicitud& s, std::string_view comando) {
   if (ClienteAdministrador(s)) return true;
-  AbrePagina(s, std::string(comando));
+  AbrePaginaPublica(s, std::string(comando));
   config::MensajeH4(s.sys.salida,
                     Latin1("Este comando está reservado al administrador del sistema."));
   CierraPagina(s);
@@ -88,17 +99,25 @@ std::vector<std::string> LineasNoVacias(std::string_view texto) {
 
 bool EsDigito(char c) { return c >= '0' && c <= '9'; }
 
-bool EsLoopback(const std::string& ip) {
-  if (ip == "::1") return true;
-  std::string v4 = ip;
-  if (v4.rfind("::ffff:", 0) == 0) v4 = v4.substr(7);
-  return (circulation::DireccionIP(v4) >> 24) == 127;
+// True when the request's configuration is a "*.cfg" file of the program's
+// directory, the only kind whose "DIAGNOSTICO:" names the administrator.
+bool ConfiguracionDelPrograma(const Solicitud& s) {
+  const std::string& archivo = s.cfg.ArchivoCFG;
+  if (s.cfg.TextoCFG.empty()) return false;
+  const std::size_t barra = archivo.find_last_of("/\\");
+  if (barra == std::string::npos) return false;
+  const std::string_view nombre = std::string_view(archivo).substr(barra + 1);
+  constexpr std::string_view kExtension = ".cfg";
+  return nombre.size() > kExtension.size() &&
+         EqualsIgnoringCase(nombre.substr(nombre.size() - kExtension.size()), kExtension) &&
+         archivo == JoinPath(s.sys.archivos.ProgramDirectory(), nombre);
 }
 
-// One catalogue of "BASE:": its name (empty in the single-base form) and
-// directory.
+// One catalogue of "BASE:": its name (empty in the single-base form), its
+// number (1 in the single-base form) and its directory.
 struct Catalogo {
   std::string nombre;
+  int numero = 1;
   std::string ruta;
 };
 
@@ -110,7 +129,7 @@ std::vector<Catalogo> Catalogos(const Solicitud& s, std::string& error) {
     error = Latin1("La sección BASE: no existe o está vacía.");
     return {};
   }
-  if (base.find("##") == std::string::npos) return {{"", base}};
+  if (base.find("##") == std::string::npos) return {{"", 1, base}};
   // The list is read as the advanced search reads it, every line ended by
   // CR LF: a last line without one is listed too.
   config::Configuracion cfg;
@@ -122,7 +141,7 @@ std::vector<Catalogo> Catalogos(const Solicitud& s, std::string& error) {
   std::vector<Catalogo> lista;
   if (config::BuscaBase(cfg, nombre, ruta, numero) == 99) {
     for (const config::BaseDeDatos& b : cfg.TablaBases) {
-      if (!b.despues.empty()) lista.push_back({b.antes, b.despues});
+      if (!b.despues.empty()) lista.push_back({b.antes, b.numero, b.despues});
     }
   }
   if (lista.empty()) error = std::string(config::kErrorBasesMultiples);
@@ -131,6 +150,12 @@ std::vector<Catalogo> Catalogos(const Solicitud& s, std::string& error) {
 
 std::string TituloCatalogo(const Catalogo& c) {
   return c.nombre.empty() ? EscapaHTML(c.ruta) : EscapaHTML(c.nombre) + " (" + EscapaHTML(c.ruta) + ")";
+}
+
+// The catalogue as a public page names it: by its collection's name, or by
+// its number, never by its directory.
+std::string NombrePublico(const Catalogo& c) {
+  return c.nombre.empty() ? Latin1("Catálogo ") + std::to_string(c.numero) : EscapaHTML(c.nombre);
 }
 
 std::optional<std::string> BuscaArchivo(Solicitud& s, std::string_view dir, std::string_view nombre) {
@@ -242,10 +267,31 @@ void RevisaTablas(ListaRevision& lista, db::Database& db, std::string_view archi
   }
 }
 
-// Inserts a statistics row inside a transaction and rolls it back: the
-// file can be written, and keeps every row it had.
-void PruebaEscritura(Solicitud& s, ListaRevision& lista, const std::string& ruta) {
+// A Jet statistics file takes the next row when it opens for writing and no
+// other program holds its lock file: the check the writer makes before each
+// row, made here without writing one (the Jet engine cannot take a row back).
+void PruebaEscrituraJet(Solicitud& s, ListaRevision& lista, const std::string& que,
+                        const std::string& ruta) {
+  try {
+    // Opened as the writer opens it, waiting as long for another writer, and
+    // closed at once.
+    db::jet::AbreParaEscribir(ruta, kEsperaEscritorMs, &s.plazo).reset();
+    lista.Item(que, true, "");
+  } catch (const db::jet::ErrorJet& e) {
+    lista.Item(que, false, e.what());
+  }
+}
+
+// Checks that the statistics file can take a row, and leaves it with every
+// row it had and no other: a SQLite file gets a row inside a transaction
+// that is rolled back; a Jet file the writer's own checks.
+void PruebaEscritura(Solicitud& s, ListaRevision& lista, const std::string& ruta,
+                     const std::string& motor) {
   const std::string que = "Escritura en " + std::string(kEstadisticas);
+  if (motor == "Jet") {
+    PruebaEscrituraJet(s, lista, que, ruta);
+    return;
+  }
   try {
     std::unique_ptr<db::Database> db = s.bases.Open(ruta, {});
     db->Execute("BEGIN TRANSACTION");
@@ -270,9 +316,8 @@ void RevisaArchivo(Solicitud& s, ListaRevision& lista, const std::string& dir,
   lista.Item("Archivo " + nombre, ruta.has_value(), "no se encuentra en " + dir);
   if (!ruta) return;
   const std::string motor = MotorDelArchivo(*ruta);
-  lista.Item("Formato de " + nombre + (motor.empty() ? "" : " (" + motor + ")"), motor == "SQLite",
-             motor == "Jet" ? Latin1("es una base Jet; esta versión de Orvex sólo lee SQLite")
-                            : "formato no reconocido");
+  lista.Item("Formato de " + nombre + (motor.empty() ? "" : " (" + motor + ")"), !motor.empty(),
+             "formato no reconocido");
   std::unique_ptr<db::Database> db;
   try {
     db = s.bases.Open(*ruta, kSoloLectura);
@@ -287,7 +332,25 @@ void RevisaArchivo(Solicitud& s, ListaRevision& lista, const std::string& dir,
     lista.Item("Tablas de " + nombre, false, e.description());
   }
   db->Close();
-  if (archivo == kEstadisticas) PruebaEscritura(s, lista, *ruta);
+  if (archivo == kEstadisticas) PruebaEscritura(s, lista, *ruta, motor);
+}
+
+// The safety settings in effect, for the webmaster: each either the safe
+// default or the old behaviour that "orvex.ini" brought back.
+void RevisaAjustes(Solicitud& s, ListaRevision& lista) {
+  const config::Ajustes& a = s.ajustes;
+  lista.Nota("ArchivoCFG", a.cfg_cualquier_ruta
+                               ? Latin1("cualquier ruta (el comportamiento anterior)")
+                               : Latin1("sólo archivos *.cfg del directorio del programa"));
+  lista.Nota("Ecos", a.ecos_literales
+                         ? Latin1("literales: el texto de la solicitud se escribe tal como llega "
+                                  "(el comportamiento anterior)")
+                         : Latin1("el texto de la solicitud se escribe escapado"));
+  lista.Nota("Reservas", a.reservas_cualquier_servidor
+                             ? Latin1("a cualquier servidor que nombre la solicitud (el "
+                                      "comportamiento anterior)")
+                             : Latin1("sólo a los servidores de DISPONIBILIDAD:"));
+  lista.Nota("CuerpoMaximo", std::to_string(a.cuerpo_maximo) + " bytes");
 }
 
 void RevisaHoja(Solicitud& s, ListaRevision& lista, std::string_view archivo,
@@ -367,8 +430,7 @@ std::string EscapaHTML(std::string_view texto) {
 
 bool ClienteAdministrador(const Solicitud& s) {
   const std::string ip = Recorta(s.cgi.Variable("REMOTE_ADDR"));
-  if (ip.empty()) return false;
-  if (EsLoopback(ip)) return true;
+  if (ip.empty() || !ConfiguracionDelPrograma(s)) return false;
   for (const std::string& entrada : LineasNoVacias(s.Seccion("DIAGNOSTICO:"))) {
     const bool prefijo = entrada.back() == '.' || entrada.back() == ':';
     if (prefijo ? ip.rfind(entrada, 0) == 0 : ip == entrada) return true;
@@ -377,7 +439,7 @@ bool ClienteAdministrador(const Solicitud& s) {
 }
 
 void ShowVer(Solicitud& s, const std::string&) {
-  AbrePagina(s, Latin1("Versión de Orvex"));
+  AbrePaginaPublica(s, Latin1("Versión de Orvex"));
   Linea(s, Latin1("<p>Versión: ") + EscapaHTML(s.VersionPrograma) + "</p>");
   Linea(s, Latin1("<p>Orvex, pasarela web del catálogo de la biblioteca.</p>"));
   Linea(s, "<ul>");
@@ -409,12 +471,12 @@ void DebugCfg(Solicitud& s, const std::string&) {
 }
 
 void ShowBdt(Solicitud& s, const std::string&) {
-  AbrePagina(s, Latin1("Bases de datos del catálogo"));
+  AbrePaginaPublica(s, Latin1("Bases de datos del catálogo"));
   std::string error;
   const std::vector<Catalogo> catalogos = Catalogos(s, error);
   if (catalogos.empty()) Linea(s, "<p>" + EscapaHTML(error) + "</p>");
   for (const Catalogo& c : catalogos) {
-    Linea(s, "<H4>" + TituloCatalogo(c) + "</H4>");
+    Linea(s, "<H4>" + NombrePublico(c) + "</H4>");
     Linea(s, "<ul>");
     if (const auto ruta = BuscaArchivo(s, c.ruta, queries::kBiblio)) {
       try {
@@ -424,8 +486,9 @@ void ShowBdt(Solicitud& s, const std::string&) {
         Linea(s, "<li>Ejemplares: " +
                      EscapaHTML(Consulta(*db, "SELECT COUNT(*) AS v FROM Ejemplares")) + "</li>");
       } catch (const RuntimeError& e) {
-        Linea(s, "<li>No se pudo leer " + std::string(queries::kBiblio) + ": " +
-                     EscapaHTML(e.description()) + "</li>");
+        // The description would name the file's path.
+        Linea(s, "<li>No se pudo leer " + std::string(queries::kBiblio) + " (error " +
+                     std::to_string(e.number()) + ")</li>");
       }
     } else {
       Linea(s, Latin1("<li>No se encontró ") + std::string(queries::kBiblio) + "</li>");
@@ -534,6 +597,11 @@ void TestAll(Solicitud& s, const std::string&) {
     lista.Item(Latin1("Sección ") + std::string(seccion.substr(0, seccion.size() - 1)), presente,
                "no existe");
   }
+  Linea(s, "</ul>");
+
+  Linea(s, "<H4>Ajustes de seguridad (" + std::string(config::kArchivoAjustes) + ")</H4>");
+  Linea(s, "<ul>");
+  RevisaAjustes(s, lista);
   Linea(s, "</ul>");
 
   std::string error;

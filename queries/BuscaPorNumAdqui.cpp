@@ -2,6 +2,7 @@
 
 #include "base/CodePage.h"
 #include "base/EnviaLinea.h"
+#include "base/Html.h"
 #include "base/Runtime.h"
 #include "base/RuntimeError.h"
 #include "config/Instalacion.h"
@@ -16,8 +17,14 @@ namespace {
 
 constexpr std::size_t kLargoNumAdqui = 15;
 
-std::string MensajeNumero(std::string_view numero) {
-  return "Error de sintaxis en: SHOW_NDA '" + std::string(numero) +
+// The text a message quotes from the command: escaped, unless request text
+// is echoed verbatim.
+std::string Cita(std::string_view texto, bool ecos_literales) {
+  return ecos_literales ? std::string(texto) : EscapaEco(texto);
+}
+
+std::string MensajeNumero(std::string_view numero, bool ecos_literales) {
+  return "Error de sintaxis en: SHOW_NDA '" + Cita(numero, ecos_literales) +
          Latin1("'... se esperaba un valor apropiado para el número de adquisición");
 }
 
@@ -53,7 +60,7 @@ bool VariasBases(std::string_view base) {
 
 }  // namespace
 
-ShowNum AnalizaShowNum(std::string_view comando) {
+ShowNum AnalizaShowNum(std::string_view comando, bool ecos_literales) {
   ShowNum r;
   const std::string parametros = comando.size() > 8 ? std::string(comando.substr(8)) : "";
   if (TrimBlanksView(parametros).empty()) {
@@ -63,7 +70,7 @@ ShowNum AnalizaShowNum(std::string_view comando) {
   const std::size_t coma = parametros.find(',');
   r.numadqui = TrimBlanks(std::string_view(parametros).substr(0, coma));
   if (r.numadqui.empty() || r.numadqui.size() > kLargoNumAdqui) {
-    r.mensaje = MensajeNumero(r.numadqui);
+    r.mensaje = MensajeNumero(r.numadqui, ecos_literales);
     return r;
   }
   if (coma != std::string::npos) {
@@ -73,7 +80,7 @@ ShowNum AnalizaShowNum(std::string_view comando) {
     if (!texto.empty()) {
       const double n = IsWholeNumber(texto) ? LeadingNumber(texto) : 0;
       if (!IsWholeNumber(texto) || n <= 0 || n >= 4) {
-        r.mensaje = "Error de sintaxis en: SHOW_NDA '" + texto +
+        r.mensaje = "Error de sintaxis en: SHOW_NDA '" + Cita(texto, ecos_literales) +
                     Latin1("'.. se esperaba valor entero entre 1 y 3 para el 'Tipo de formato "
                            "de visualización'");
         return r;
@@ -89,7 +96,7 @@ void BuscaPorNumAdqui(gateway::Solicitud& s, const std::string& comando) {
   Output& salida = s.sys.salida;
   gateway::EnviaEncabezado(s, "");
   EnviaLinea(salida, Latin1("<HTML><BODY><center><h3>Búsqueda por número de adquisición</h3>"));
-  const ShowNum consulta = AnalizaShowNum(comando);
+  const ShowNum consulta = AnalizaShowNum(comando, s.ajustes.ecos_literales);
   if (!consulta.correcto) {
     EnviaLinea(salida, "<h5>Error: " + consulta.mensaje + "</h5>");
     Pie(s, "<p>");
@@ -123,14 +130,14 @@ void BuscaPorNumAdqui(gateway::Solicitud& s, const std::string& comando) {
   if (numero < 1) {
     EnviaLinea(salida, Latin1("<h3>No se encontraron resultados, porque no se localizó ninguna "
                               "ficha asociada al ejemplar:  ") +
-                           consulta.numadqui + " </h3>");
+                           s.Eco(consulta.numadqui) + " </h3>");
   } else {
     EnviaLinea(salida, Latin1("<center><h3>Búsqueda por número de adquisición</h3><h4>Acervo de ") +
                            s.instalacion.Institucion + "</h4>");
     records::RegFicha ficha;
     records::CargaFicha(*s.BDBiblio, numero, ficha);
     if (ficha.Ficha_no < 1) {
-      EnviaLinea(salida, Latin1("<h3>No se localizó el ejemplar ") + consulta.numadqui + "</h3>");
+      EnviaLinea(salida, Latin1("<h3>No se localizó el ejemplar ") + s.Eco(consulta.numadqui) + "</h3>");
     } else {
       const char* marcador = consulta.formato == 2   ? "<!FICHA2!>"
                              : consulta.formato == 3 ? "<!FICHA3!>"

@@ -20,8 +20,10 @@ struct ShowNum {
 // Parses the command text "SHOW_NUM number[,format]": blank parameters give
 // an empty number and format 1; the number must be 1 to 15 characters; the
 // format, when given, a number above 0 and below 4 (rounded). The messages
-// name the command "SHOW_NDA", as they always have.
-ShowNum AnalizaShowNum(std::string_view comando);
+// name the command "SHOW_NDA", as they always have, and quote the text they
+// refuse HTML-escaped (EscapaEco), or as it was typed when the installation
+// echoes request text verbatim (`ecos_literales`).
+ShowNum AnalizaShowNum(std::string_view comando, bool ecos_literales);
 
 // Writes the whole page: the header, the heading, then the refusal, the
 // "not found" heading or the record through a one-section template with

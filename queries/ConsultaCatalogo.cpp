@@ -65,7 +65,7 @@ bool ContieneSelect(std::string_view texto) {
 void EscribeSeccion(gateway::Solicitud& s, std::string_view etiqueta) {
   std::string texto = s.Seccion(etiqueta);
   LlenaPaginacion(s, texto);
-  ReemplazaTexto(texto, "<!BUSCADO!>", s.TextoLIB);
+  ReemplazaTexto(texto, "<!BUSCADO!>", s.Eco(s.TextoLIB));
   EnviaLinea(s.sys.salida, texto);
 }
 

@@ -11,6 +11,7 @@
 #include "config/Instalacion.h"
 #include "config/Plantillas.h"
 #include "gateway/Bitacora.h"
+#include "gateway/Encabezado.h"
 #include "gateway/EntradaCGI.h"
 #include "queries/AbreBases.h"
 #include "queries/Resultados.h"
@@ -62,11 +63,11 @@ std::string TextoEXPR(const gateway::Solicitud& s, int n) {
 void LlenaComunes(gateway::Solicitud& s, std::string& texto) {
   LlenaPaginacion(s, texto);
   ReemplazaTexto(texto, "<!NOFORMATO!>", std::to_string(s.NoFormato));
-  ReemplazaTexto(texto, "<!ACERVO!>", s.ACERVO);
-  ReemplazaTexto(texto, "<!TXTLIB!>", s.TextoLIB);
-  ReemplazaTexto(texto, "<!TXTTIT!>", s.TxtTit);
-  ReemplazaTexto(texto, "<!TXTAUT!>", s.TxtAut);
-  ReemplazaTexto(texto, "<!TXTTEM!>", s.TxtTem);
+  ReemplazaTexto(texto, "<!ACERVO!>", s.Eco(s.ACERVO));
+  ReemplazaTexto(texto, "<!TXTLIB!>", s.Eco(s.TextoLIB));
+  ReemplazaTexto(texto, "<!TXTTIT!>", s.Eco(s.TxtTit));
+  ReemplazaTexto(texto, "<!TXTAUT!>", s.Eco(s.TxtAut));
+  ReemplazaTexto(texto, "<!TXTTEM!>", s.Eco(s.TxtTem));
 }
 
 void EscribeEncabezado2(gateway::Solicitud& s) {
@@ -74,17 +75,17 @@ void EscribeEncabezado2(gateway::Solicitud& s) {
   if (texto.empty()) return;
   const search::Estado& e = s.busqueda;
   ReemplazaTexto(texto, "<!NOMBREBIB!>", s.NombreBib);
-  ReemplazaTexto(texto, "<!txtEXPR!>", s.Expresion);
-  ReemplazaTexto(texto, "<!txtEXPR1!>", TextoEXPR(s, 1));
-  ReemplazaTexto(texto, "<!txtEXPR2!>", TextoEXPR(s, 2));
-  ReemplazaTexto(texto, "<!txtEXPR3!>", TextoEXPR(s, 3));
+  ReemplazaTexto(texto, "<!txtEXPR!>", s.Eco(s.Expresion));
+  ReemplazaTexto(texto, "<!txtEXPR1!>", s.Eco(TextoEXPR(s, 1)));
+  ReemplazaTexto(texto, "<!txtEXPR2!>", s.Eco(TextoEXPR(s, 2)));
+  ReemplazaTexto(texto, "<!txtEXPR3!>", s.Eco(TextoEXPR(s, 3)));
   ReemplazaTexto(texto, "<!opCAMPO1!>", std::to_string(e.opCAMPO1));
   ReemplazaTexto(texto, "<!opCAMPO2!>", std::to_string(e.opCAMPO2));
   ReemplazaTexto(texto, "<!opCAMPO3!>", std::to_string(e.opCAMPO3));
   ReemplazaTexto(texto, "<!opBOOLEAN1!>", std::to_string(e.opBOOLEAN1));
   ReemplazaTexto(texto, "<!opBOOLEAN2!>", std::to_string(e.opBOOLEAN2));
   ReemplazaTexto(texto, "<!BUSQ_AVANZADA!>", std::to_string(s.cfg.BUSQ_AVANZADA));
-  ReemplazaTexto(texto, "<!ArchivoCFG!>", gateway::ValorCGI(s.cgi, "ArchivoCFG"));
+  ReemplazaTexto(texto, "<!ArchivoCFG!>", s.Eco(gateway::ValorCGI(s.cgi, "ArchivoCFG")));
   ReemplazaTexto(texto, "<!mostrarFICHABIB!>", std::to_string(s.MostrarFichaBIB));
   ReemplazaTexto(texto, "<!BaseDTA!>", std::to_string(s.cfg.BaseDTA));
   LlenaComunes(s, texto);
@@ -94,25 +95,25 @@ void EscribeEncabezado2(gateway::Solicitud& s) {
 void EscribeFinal(gateway::Solicitud& s) {
   std::string texto = s.Seccion("FINAL:");
   ReemplazaTexto(texto, "<!NOMBREBIB!>", NombreInstalacion(s));
-  ReemplazaTexto(texto, "<!txtEXPR!>", s.Expresion);
+  ReemplazaTexto(texto, "<!txtEXPR!>", s.Eco(s.Expresion));
   LlenaComunes(s, texto);
-  ReemplazaTexto(texto, "<!TXTISBN!>", s.TxtIsbn);
-  ReemplazaTexto(texto, "<!TXTEDIT!>", s.TxtEdit);
-  ReemplazaTexto(texto, "<!TXTSER!>", s.TxtSer);
-  ReemplazaTexto(texto, "<!TXTCLAS!>", s.TxtClas);
+  ReemplazaTexto(texto, "<!TXTISBN!>", s.Eco(s.TxtIsbn));
+  ReemplazaTexto(texto, "<!TXTEDIT!>", s.Eco(s.TxtEdit));
+  ReemplazaTexto(texto, "<!TXTSER!>", s.Eco(s.TxtSer));
+  ReemplazaTexto(texto, "<!TXTCLAS!>", s.Eco(s.TxtClas));
   EnviaLinea(s.sys.salida, texto);
 }
 
 void EscribeNoEncontrado(gateway::Solicitud& s) {
   std::string texto = s.Seccion("NOENCONTRADO:");
-  ReemplazaTexto(texto, "<!TXTLIB!>", s.TextoLIB);
-  ReemplazaTexto(texto, "<!TXTTIT!>", s.TxtTit);
-  ReemplazaTexto(texto, "<!TXTAUT!>", s.TxtAut);
-  ReemplazaTexto(texto, "<!TXTTEM!>", s.TxtTem);
-  ReemplazaTexto(texto, "<!ACERVO!>", s.ACERVO);
+  ReemplazaTexto(texto, "<!TXTLIB!>", s.Eco(s.TextoLIB));
+  ReemplazaTexto(texto, "<!TXTTIT!>", s.Eco(s.TxtTit));
+  ReemplazaTexto(texto, "<!TXTAUT!>", s.Eco(s.TxtAut));
+  ReemplazaTexto(texto, "<!TXTTEM!>", s.Eco(s.TxtTem));
+  ReemplazaTexto(texto, "<!ACERVO!>", s.Eco(s.ACERVO));
   s.NombreBib = NombreInstalacion(s);
   ReemplazaTexto(texto, "<!NOMBREBIB!>", s.NombreBib);
-  ReemplazaTexto(texto, "<!txtEXPR!>", s.Expresion);
+  ReemplazaTexto(texto, "<!txtEXPR!>", s.Eco(s.Expresion));
   EnviaLinea(s.sys.salida, texto);
 }
 
@@ -145,7 +146,7 @@ bool EligeBase(gateway::Solicitud& s, std::int32_t no_ficha) {
                            "<br/>Indice: " + std::to_string(s.cfg.BaseDTA) + "<br/>NoFicha: " +
                            std::to_string(no_ficha) + "<br/>");
     EnviaLinea(salida, "BusQ_AVAn " + std::to_string(s.cfg.BUSQ_AVANZADA) + "<br/>txtExpr: " +
-                           s.Expresion + "<br/>txtLIB: " + s.TextoLIB +
+                           s.Eco(s.Expresion) + "<br/>txtLIB: " + s.Eco(s.TextoLIB) +
                            "<br/>MostrarFichaBIB: " + std::to_string(s.MostrarFichaBIB) + "<br/> -->");
   } else if (s.cfg.BaseDTA > 0) {
     s.cfg.RutaBase = ruta;
@@ -190,7 +191,7 @@ void Busca(gateway::Solicitud& s, std::int32_t no_ficha) {
     s.Traza += "Iniciar busqueda avanzada <br/>";
     search::LeeCamposAvanzados(s.busqueda, s.cgi);
     s.Expresion = search::ArmaBusquedaAvanzada(s);
-    s.Traza += "Busqueda avanzada realizada: " + s.Expresion + "<br/>";
+    s.Traza += "Busqueda avanzada realizada: " + s.Eco(s.Expresion) + "<br/>";
     cuenta = ToInt16(search::CuentaFichas(s.busqueda.MapaResultado));
   } else {
     s.Traza += "Iniciar busqueda normal <br/>";
@@ -232,7 +233,7 @@ void ConsultaLibros(gateway::Solicitud& s) {
 
   if (s.Expresion.empty()) s.Expresion = s.TextoLIB;
   if (s.Expresion.empty()) s.Expresion = s.TextoEXPR1;
-  s.Traza += "Entrada a ConsultaLibros,leidas variables, txtEXP:" + s.Expresion + ",Ficha:" +
+  s.Traza += "Entrada a ConsultaLibros,leidas variables, txtEXP:" + s.Eco(s.Expresion) + ",Ficha:" +
              std::to_string(s.Desde) + "<br/>";
   gateway::CreaLog(s);
   EnviaLinea(s.sys.salida, s.Seccion("ENCABEZADO:"));
@@ -253,8 +254,9 @@ void ConsultaLibros(gateway::Solicitud& s) {
     EnviaLinea(salida, Latin1("<h4>Se presentó un error inesperado al procesar la Consulta de "
                               "Libros</h4>"));
     EnviaLinea(salida,
-               "Error " + std::to_string(error.number()) + ": " + error.description() + "<br/>");
-    EnviaLinea(salida, "ArchivoCFG: " + s.cfg.ArchivoCFG + "<br/>Ruta base: " + s.cfg.RutaBase +
+               "Error " + std::to_string(error.number()) + ": " +
+                   gateway::EcoEnTexto(s, error.description()) + "<br/>");
+    EnviaLinea(salida, "ArchivoCFG: " + s.Eco(s.cfg.ArchivoCFG) + "<br/>Ruta base: " + s.cfg.RutaBase +
                            "<br/>Biblio: " + s.NombreBib + "<br/>Indice: " +
                            std::to_string(s.cfg.BaseDTA) + "<br/>NoFicha: " + std::to_string(no_ficha));
     EnviaLinea(salida, "Log registrado:<br/>" + s.Traza);

@@ -74,11 +74,11 @@ bool LocalizaBase(gateway::Solicitud& s) {
 std::string Seccion(gateway::Solicitud& s, std::string_view etiqueta) {
   std::string texto = s.Seccion(etiqueta);
   LlenaPaginacion(s, texto);
-  ReemplazaTexto(texto, "<!ACERVO!>", s.ACERVO);
-  ReemplazaTexto(texto, "<!TXTLIB!>", s.TextoLIB);
-  ReemplazaTexto(texto, "<!TXTTIT!>", s.TxtTit);
-  ReemplazaTexto(texto, "<!TXTAUT!>", s.TxtAut);
-  ReemplazaTexto(texto, "<!TXTTEM!>", s.TxtTem);
+  ReemplazaTexto(texto, "<!ACERVO!>", s.Eco(s.ACERVO));
+  ReemplazaTexto(texto, "<!TXTLIB!>", s.Eco(s.TextoLIB));
+  ReemplazaTexto(texto, "<!TXTTIT!>", s.Eco(s.TxtTit));
+  ReemplazaTexto(texto, "<!TXTAUT!>", s.Eco(s.TxtAut));
+  ReemplazaTexto(texto, "<!TXTTEM!>", s.Eco(s.TxtTem));
   return texto;
 }
 
@@ -93,18 +93,18 @@ void Pagina(gateway::Solicitud& s, std::int16_t cuenta, bool revistas, Muestra m
     s.FichaActual = 0;
     std::string encabezado = Seccion(s, "ENCABEZADO2:");
     if (revistas) {
-      ReemplazaTexto(encabezado, "<!TXTISBN!>", s.TxtIsbn);
-      ReemplazaTexto(encabezado, "<!TXTEDIT!>", s.TxtEdit);
+      ReemplazaTexto(encabezado, "<!TXTISBN!>", s.Eco(s.TxtIsbn));
+      ReemplazaTexto(encabezado, "<!TXTEDIT!>", s.Eco(s.TxtEdit));
     }
     EnviaLinea(salida, encabezado);
     muestra();
   }
   std::string final = Seccion(s, "FINAL:");
   if (revistas) {
-    ReemplazaTexto(final, "<!TXTISBN!>", s.TxtIsbn);
-    ReemplazaTexto(final, "<!TXTEDIT!>", s.TxtEdit);
-    ReemplazaTexto(final, "<!TXTSER!>", s.TxtSer);
-    ReemplazaTexto(final, "<!TXTCLAS!>", s.TxtClas);
+    ReemplazaTexto(final, "<!TXTISBN!>", s.Eco(s.TxtIsbn));
+    ReemplazaTexto(final, "<!TXTEDIT!>", s.Eco(s.TxtEdit));
+    ReemplazaTexto(final, "<!TXTSER!>", s.Eco(s.TxtSer));
+    ReemplazaTexto(final, "<!TXTCLAS!>", s.Eco(s.TxtClas));
   }
   EnviaLinea(salida, final);
 }
@@ -133,7 +133,7 @@ bool Prepara(gateway::Solicitud& s, Campos& c, bool articulos) {
   c.no_ficha = NumeroEstricto(gateway::ValorCGI(s.cgi, "txtNoFicha"));
   if (articulos) {
     c.numadqui = gateway::ValorCGI(s.cgi, "txtNumadqui");
-    EnviaLinea(s.sys.salida, "<!-- txtNumAdqui: " + c.numadqui + "  -->");
+    EnviaLinea(s.sys.salida, "<!-- txtNumAdqui: " + s.Eco(c.numadqui) + "  -->");
   }
   s.TextoLIB = gateway::ValorCGI(s.cgi, "txtLIB");
   s.TxtTit = gateway::ValorCGI(s.cgi, "txtTIT");

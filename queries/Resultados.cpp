@@ -80,7 +80,7 @@ void LlenaPaginacion(gateway::Solicitud& s, std::string& texto) {
 void RenglonCatalogo(gateway::Solicitud& s, db::Recordset& fila) {
   std::string renglon = records::LlenaColumnas(s.Seccion("FORMATO:"), fila);
   LlenaPaginacion(s, renglon);
-  ReemplazaTexto(renglon, "<!BUSCADO!>", s.TextoLIB);
+  ReemplazaTexto(renglon, "<!BUSCADO!>", s.Eco(s.TextoLIB));
   EnviaLinea(s.sys.salida, renglon);
 }
 
@@ -125,28 +125,28 @@ void ResultadosMultiplesAcervos(gateway::Solicitud& s, std::int32_t n) {
       if (!encabezado) {
         encabezado = true;
         std::string cabeza = s.Seccion("ENCABEZADO2:");
-        ReemplazaTexto(cabeza, "<!TXTLIB!>", s.TextoLIB);
-        ReemplazaTexto(cabeza, "<!txtEXPR1!>", s.TextoEXPR1);
+        ReemplazaTexto(cabeza, "<!TXTLIB!>", s.Eco(s.TextoLIB));
+        ReemplazaTexto(cabeza, "<!txtEXPR1!>", s.Eco(s.TextoEXPR1));
         if (s.Expresion.empty()) s.Expresion = s.TextoEXPR1;
-        ReemplazaTexto(cabeza, "<!txtEXPR!>", s.Expresion);
-        ReemplazaTexto(cabeza, "<!TXTTIT!>", s.TxtTit);
-        ReemplazaTexto(cabeza, "<!TXTAUT!>", s.TxtAut);
-        ReemplazaTexto(cabeza, "<!TXTTEM!>", s.TxtTem);
+        ReemplazaTexto(cabeza, "<!txtEXPR!>", s.Eco(s.Expresion));
+        ReemplazaTexto(cabeza, "<!TXTTIT!>", s.Eco(s.TxtTit));
+        ReemplazaTexto(cabeza, "<!TXTAUT!>", s.Eco(s.TxtAut));
+        ReemplazaTexto(cabeza, "<!TXTTEM!>", s.Eco(s.TxtTem));
         ReemplazaTexto(cabeza, "<!NOMBREBIB!>", coleccion.antes);
         EnviaLinea(salida, cabeza);
         gateway::Cede(s);
       }
       encontrados = search::CuentaFichas(e.MapaResultado);
       s.FichaActual = s.Desde - 1;
-      ReemplazaTexto(renglon, "<!txtEXPR!>", s.Expresion);
+      ReemplazaTexto(renglon, "<!txtEXPR!>", s.Eco(s.Expresion));
       ReemplazaTexto(renglon, "<!TOTAL!>", std::to_string(encontrados));
       ReemplazaTexto(renglon, "<!CANTIDAD!>", std::to_string(s.Cantidad));
       ReemplazaTexto(renglon, "<!DESDE!>", std::to_string(s.Desde));
       ReemplazaTexto(renglon, "<!HASTA!>",
                      std::to_string(static_cast<std::int64_t>(s.Desde) + s.Cantidad));
-      ReemplazaTexto(renglon, "<!txtEXPR1!>", e.txtEXPR1);
-      ReemplazaTexto(renglon, "<!txtEXPR2!>", e.txtEXPR2);
-      ReemplazaTexto(renglon, "<!txtEXPR3!>", e.txtEXPR3);
+      ReemplazaTexto(renglon, "<!txtEXPR1!>", s.Eco(e.txtEXPR1));
+      ReemplazaTexto(renglon, "<!txtEXPR2!>", s.Eco(e.txtEXPR2));
+      ReemplazaTexto(renglon, "<!txtEXPR3!>", s.Eco(e.txtEXPR3));
       ReemplazaTexto(renglon, "<!opCAMPO1!>", std::to_string(e.opCAMPO1));
       ReemplazaTexto(renglon, "<!opCAMPO2!>", std::to_string(e.opCAMPO2));
       ReemplazaTexto(renglon, "<!opCAMPO3!>", std::to_string(e.opCAMPO3));

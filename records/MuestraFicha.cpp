@@ -114,7 +114,7 @@ void OfreceDisponibilidad(gateway::Solicitud& s, const RegFicha& ficha) {
   EnviaLinea(salida,
              "<!-- OK--IP-Port: " + servidor.direccion + ": " + servidor.puerto + "<br> -->");
   if (fragmento.empty()) return;
-  const std::string archivo_cfg = gateway::ValorCGI(s.cgi, "ArchivoCFG");
+  const std::string archivo_cfg = s.Eco(gateway::ValorCGI(s.cgi, "ArchivoCFG"));
   const std::string numero = std::to_string(ficha.Ficha_no);
   ReemplazaTexto(fragmento, "<!COMANDO_SE!>", "cVERDISP");
   ReemplazaTexto(fragmento, "<!ArchivoCFG!>", archivo_cfg);

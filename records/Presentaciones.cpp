@@ -1,6 +1,8 @@
 #include "records/Presentaciones.h"
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -270,7 +272,112 @@ std::string DireccionSegura(std::string_view direccion) {
   return salida;
 }
 
+// The named character references that give characters a scheme is made of
+// or ended by (letters, "+", ".", ":", "/", "?", "#", blanks), with the ones
+// an address usually holds. Names are case-sensitive.
+constexpr std::pair<std::string_view, std::string_view> kReferenciasConNombre[] = {
+    {"amp", "&"},    {"AMP", "&"},      {"lt", "<"},     {"LT", "<"},       {"gt", ">"},
+    {"GT", ">"},     {"quot", "\""},    {"QUOT", "\""},  {"apos", "'"},     {"colon", ":"},
+    {"Tab", "\t"},   {"NewLine", "\n"}, {"sol", "/"},    {"quest", "?"},    {"num", "#"},
+    {"period", "."}, {"plus", "+"},     {"fjlig", "fj"}, {"semi", ";"},     {"equals", "="},
+};
+
+// Stands for a character outside ASCII, which no scheme holds.
+constexpr char kNoAscii = '\x80';
+
+// The character reference at the start of `texto` ("&#58;", "&#x3A",
+// "&colon;") as a browser reads it in an attribute: its characters (one
+// outside ASCII as kNoAscii) in `caracteres`, and its length; 0 when a
+// browser would read a plain "&". Decimal and hexadecimal references need
+// no ";"; an unknown name is no reference.
+std::size_t LeeReferencia(std::string_view texto, std::string& caracteres) {
+  if (texto.size() < 2 || texto[0] != '&') return 0;
+  if (texto[1] == '#') {
+    std::size_t i = 2;
+    const bool hex = i < texto.size() && (texto[i] | 0x20) == 'x';
+    if (hex) ++i;
+    const std::size_t desde = i;
+    std::uint32_t valor = 0;
+    for (; i < texto.size(); ++i) {
+      const char c = texto[i];
+      int cifra = -1;
+      if (c >= '0' && c <= '9') {
+        cifra = c - '0';
+      } else if (hex && (c | 0x20) >= 'a' && (c | 0x20) <= 'f') {
+        cifra = (c | 0x20) - 'a' + 10;
+      }
+      if (cifra < 0) break;
+      valor = std::min<std::uint32_t>(valor * (hex ? 16 : 10) + static_cast<std::uint32_t>(cifra),
+                                      0x110000);
+    }
+    if (i == desde) return 0;
+    if (i < texto.size() && texto[i] == ';') ++i;
+    caracteres.assign(1, valor > 0 && valor < 0x80 ? static_cast<char>(valor) : kNoAscii);
+    return i;
+  }
+  for (const auto& [nombre, valor] : kReferenciasConNombre) {
+    if (texto.size() >= nombre.size() + 2 && texto.substr(1, nombre.size()) == nombre &&
+        texto[nombre.size() + 1] == ';') {
+      caracteres.assign(valor);
+      return nombre.size() + 2;
+    }
+  }
+  return 0;
+}
+
+// `texto` with its character references decoded once, as a browser decodes
+// an attribute.
+std::string DecodificaReferencias(std::string_view texto) {
+  std::string leida;
+  for (std::size_t i = 0; i < texto.size();) {
+    std::string caracteres;
+    const std::size_t n = LeeReferencia(texto.substr(i), caracteres);
+    if (n == 0) {
+      leida += texto[i++];
+    } else {
+      leida += caracteres;
+      i += n;
+    }
+  }
+  return leida;
+}
+
+// True when an address already decoded reaches an allowed scheme: blanks and
+// control characters at its start skipped, tabs, line ends and any other
+// control character left out, the scheme being whatever comes before a ":"
+// that no "/", "?" or "#" precedes.
+bool EsquemaPermitido(std::string_view leida) {
+  std::string limpia;
+  for (const char c : leida) {
+    const auto u = static_cast<unsigned char>(c);
+    if (u < 0x20 || u == 0x7F || (u == ' ' && limpia.empty())) continue;
+    limpia += c;
+  }
+  const std::size_t fin = limpia.find_first_of(":/?#");
+  if (fin == std::string::npos || limpia[fin] != ':') return true;
+  std::string esquema = limpia.substr(0, fin);
+  for (char& c : esquema) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c | 0x20);
+  }
+  return esquema == "http" || esquema == "https" || esquema == "mailto";
+}
+
+// How many times an address's references are decoded at most: text that
+// still changes after that many readings is no address.
+constexpr int kLecturasEnlace = 8;
+
 }  // namespace
+
+bool EnlaceSeguro(std::string_view direccion) {
+  std::string texto(direccion);
+  for (int lectura = 0; lectura < kLecturasEnlace; ++lectura) {
+    std::string leida = DecodificaReferencias(texto);
+    if (!EsquemaPermitido(leida)) return false;
+    if (leida == texto) return true;
+    texto = std::move(leida);
+  }
+  return false;
+}
 
 Tarjeta ArmaTarjeta(const RegFicha& ficha) {
   const std::vector<Campo> campos = Campos(ficha.EtiquetasMARC);
@@ -379,7 +486,9 @@ std::string EnlacesMedios(std::string_view texto) {
     }
     salida.resize(salida.size() - marca.size());
     const std::string direccion = DireccionSegura(texto.substr(desde, cierre - desde));
-    if (marca == kMarcas[0]) {
+    if (!EnlaceSeguro(direccion)) {
+      salida.append(direccion);
+    } else if (marca == kMarcas[0]) {
       salida.append("<img src=\"").append(direccion).append("\">");
     } else if (marca == kMarcas[1]) {
       salida.append("<a href=\"").append(direccion).append("\" target=\"_blank\">Documento</a>");

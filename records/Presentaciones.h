@@ -109,7 +109,24 @@ std::string TablaCampos(const RegFicha& ficha);
 // stands (never URI-escaped). Whatever the caller passes, an address can not
 // leave its attribute: a raw "\"", "<" or ">" in it is escaped, and so is an
 // "&" that does not start a character reference ("&amp;", "&#39;", "&#x27;").
-// Text outside markers is copied unchanged.
+// Only addresses that EnlaceSeguro admits become links or images; any other
+// ("javascript:", "data:", ...) is written as the text of the address alone,
+// escaped the same way. Text outside markers is copied unchanged.
 std::string EnlacesMedios(std::string_view texto);
+
+// True when `direccion`, the text of an attribute as the page writes it,
+// takes a browser only to an "http", "https" or "mailto" address or to one
+// relative to the page. The scheme is read as a browser reads it: character
+// references decoded (decimal and hexadecimal ones with or without their
+// ";", and the named ones that give scheme characters, such as "&colon;" and
+// "&Tab;"), blanks and control characters at the start skipped, tabs, line
+// ends and any other control character left out, letter case ignored. The
+// scheme is all that comes before a ":" that no "/", "?" or "#" precedes, so
+// an address that only some browsers would read as relative is refused too.
+// The references are decoded again as long as that changes the address, and
+// every reading must pass: a reference that the catalogue holds as text
+// ("&amp;#58;" in the page) never becomes a scheme in a later reading. An
+// address still changing after eight readings is refused.
+bool EnlaceSeguro(std::string_view direccion);
 
 }  // namespace orvex::records

@@ -124,22 +124,29 @@ TEST(Catalogo, ACampoHoldingSelectMakesTablaTheStatement) {
   EXPECT_NE(pagina.find("Registros 1 a 2 de 452"), std::string::npos) << pagina;
 }
 
-// The diagnostic pages on the same catalogue, through libros.cfg.
+// The diagnostic pages on the same catalogue, through libros.cfg with the
+// loopback listed as the administrator's address.
 TEST(Diagnostico, PagesOfTheCommands) {
   const ProgramaCatalogo programa("diagnostico");
+  const fs::path cfg = programa.dir() / "libros.cfg";
+  WriteFile(cfg, ReadFile(cfg) + "\r\nDIAGNOSTICO:\r\n{127.0.0.1\r\n}\r\n");
   ComparaConDorado("diagnostico_show_sec",
                    programa.Pagina("ArchivoCFG=libros.cfg&txtLIB=SHOW_SEC+15"));
   ComparaConDorado("diagnostico_test_all",
                    programa.Pagina("ArchivoCFG=libros.cfg&txtLIB=test_all"));
   // The indexing date is the index file's, which the copy has just made.
+  // SHOW_BDT answers anyone and names no path of the server.
   const std::string bdt = programa.Pagina("ArchivoCFG=libros.cfg&txtLIB=SHOW_BDT");
   EXPECT_NE(bdt.find("347"), std::string::npos) << bdt;
   EXPECT_NE(bdt.find("452"), std::string::npos) << bdt;
   EXPECT_NE(bdt.find("INDIZADO.MDB"), std::string::npos) << bdt;
+  EXPECT_NE(bdt.find(Latin1("<H4>Catálogo 1</H4>")), std::string::npos) << bdt;
+  EXPECT_EQ(bdt.find("@DIR@"), std::string::npos) << bdt;
+  EXPECT_EQ(bdt.find("/bases"), std::string::npos) << bdt;
 }
 
-// A client that is neither on the loopback nor in "DIAGNOSTICO:" gets the
-// refusal for the reserved commands, and the public ones in full.
+// A client that "DIAGNOSTICO:" does not list gets the refusal for the
+// reserved commands, and the public ones in full.
 TEST(Diagnostico, ReservedCommandsRefuseOtherClients) {
   const ProgramaCGI cgi("diagnostico_reservado", "");
   Peticion p = Get("ArchivoCFG=libros.cfg&txtLIB=DEBUGCFG");

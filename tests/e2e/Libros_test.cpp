@@ -5,6 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
+#include <utility>
+#include <vector>
+
 #include "base/CodePage.h"
 #include "db/Database.h"
 #include "tests/e2e/Programa.h"
@@ -164,6 +168,168 @@ TEST(Libros, AnAdvancedSearchOverEveryCollectionRecordsOneRowEach) {
   // statistics of the collection searched before it.
   EXPECT_EQ(programa.Estadisticas("bases2").size(), antes2 + 3);
 }
+
+// --- request text echoed into pages ---------------------------------------------
+
+// A text that, echoed as it came, would run a script in the reader's
+// browser, from inside an element or an attribute in either quotes.
+const std::string kHostil = "\"><script>alert('x')</script>&";
+// A configuration file can bear such a name, but for the "/".
+const std::string kCfgHostil = "x\"><script>alert('x')&.cfg";
+
+// Every byte but letters and digits percent-encoded, as a form would.
+std::string Codifica(std::string_view texto) {
+  static const char kHex[] = "0123456789ABCDEF";
+  std::string r;
+  for (const unsigned char c : texto) {
+    if (std::isalnum(c)) {
+      r += static_cast<char>(c);
+    } else {
+      r += '%';
+      r += kHex[c >> 4];
+      r += kHex[c & 15];
+    }
+  }
+  return r;
+}
+
+std::string Minusculas(std::string texto) {
+  for (char& c : texto) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return texto;
+}
+
+// Configurations that echo every placeholder of request text they can hold,
+// in text and in attributes.
+const char kCfgLibros[] =
+    "BASE:{@BASES@}\r\n"
+    "DISPONIBILIDAD:{##00  127.0.0.1 ## 7700\r\n}\r\n"
+    "CHECA_DISPONIBILIDAD:{<form><input name=\"ArchivoCFG\" value=\"<!ArchivoCFG!>\"></form>}\r\n"
+    "ENCABEZADO:{<html><body>}\r\n"
+    "ENCABEZADO2:{<p title=\"<!txtEXPR!>\">[<!txtEXPR!>|<!txtEXPR1!>|<!txtEXPR2!>|<!txtEXPR3!>|"
+    "<!TXTLIB!>|<!TXTTIT!>|<!TXTAUT!>|<!TXTTEM!>|<!ACERVO!>]"
+    "<a href='orvex?ArchivoCFG=<!ArchivoCFG!>&amp;txtLIB=<!TXTLIB!>'>otra</a></p>}\r\n"
+    "FORMATO:{<div><!NFICHA!></div>}\r\n"
+    "NOENCONTRADO:{<p>[<!TXTLIB!>|<!TXTTIT!>|<!TXTAUT!>|<!TXTTEM!>|<!ACERVO!>|<!txtEXPR!>]</p>}\r\n"
+    "FINAL:{<p>[<!txtEXPR!>|<!TXTLIB!>|<!TXTTIT!>|<!TXTAUT!>|<!TXTTEM!>|<!ACERVO!>]</p>}\r\n";
+const char kCfgVarios[] =
+    "BASE:{##01  Central ## @BASES@\r\n##02  Norte ## @BASES@\r\n##99\r\n}\r\n"
+    "ENCABEZADO:{<html><body>}\r\n"
+    "ENCABEZADO2:{<p>[<!txtEXPR!>|<!txtEXPR1!>|<!TXTLIB!>|<!TXTTIT!>|<!TXTAUT!>|<!TXTTEM!>]</p>}\r\n"
+    "FORMATO:{<tr><td title=\"<!txtEXPR!>\"><!NOMBREBIB!> <!TOTAL!> "
+    "[<!txtEXPR1!>|<!txtEXPR2!>|<!txtEXPR3!>]</td></tr>}\r\n"
+    "FINAL:{</body></html>}\r\n";
+const char kCfgListado[] =
+    "BASE:{@BASES@/KORVEL8.MDB}\r\nTABLA:{Ejemplares}\r\n"
+    "ENCABEZADO:{<html><body>}\r\nENCABEZADO2:{<p>[<!BUSCADO!>]</p>}\r\n"
+    "FORMATO:{<div><!#NumAdqui!> <!BUSCADO!></div>}\r\nNOENCONTRADO:{<p>nada</p>}\r\n"
+    "FINAL:{<p><input value=\"<!BUSCADO!>\"></p></body></html>}\r\n";
+const char kCfgRevistas[] =
+    "BASE:{@BASES@}\r\n"
+    "ENCABEZADO:{<html><body>}\r\n"
+    "ENCABEZADO2:{<p>[<!ACERVO!>|<!TXTLIB!>|<!TXTTIT!>|<!TXTAUT!>|<!TXTTEM!>|<!TXTISBN!>|"
+    "<!TXTEDIT!>]</p>}\r\n"
+    "FORMATO:{<div><!NFICHA!></div>}\r\nNOENCONTRADO:{<p>nada</p>}\r\nNOENCONTRADO2:{<p>nada</p>}\r\n"
+    "FINAL:{<p><input value=\"<!ACERVO!>|<!TXTLIB!>|<!TXTTIT!>|<!TXTAUT!>|<!TXTTEM!>|"
+    "<!TXTISBN!>|<!TXTEDIT!>\"></p></body></html>}\r\n";
+
+// A program directory with the catalogue and the configurations above, the
+// book one also under the hostile name.
+class ProgramaEcos {
+ public:
+  ProgramaEcos(const std::string& nombre, bool literales) : programa_(nombre, "") {
+    fs::copy(kCatalogo, dir() / "bases", fs::copy_options::recursive);
+    for (const auto& [archivo, texto] :
+         {std::pair<std::string, const char*>{"libros.cfg", kCfgLibros}, {kCfgHostil, kCfgLibros},
+          {"varios.cfg", kCfgVarios}, {"listado.cfg", kCfgListado}, {"revistas.cfg", kCfgRevistas}}) {
+      WriteFile(dir() / archivo, Reemplaza(texto, "@BASES@", (dir() / "bases").string()));
+    }
+    if (literales) WriteFile(dir() / "orvex.ini", "Ecos = literales\n");
+  }
+  const fs::path& dir() const { return programa_.dir(); }
+  std::string Pagina(const std::string& query) const {
+    const Respuesta r = programa_.Ejecuta(Get(query));
+    EXPECT_TRUE(r.termino);
+    EXPECT_EQ(r.estado, 0);
+    return r.salida;
+  }
+
+ private:
+  ProgramaCGI programa_;
+};
+
+struct Eco {
+  const char* nombre;
+  std::string query;
+  // A piece the escaped page must hold as it stands (in lower case), when
+  // the text lands in an attribute.
+  std::string atributo = {};
+};
+
+void PrintTo(const Eco& e, std::ostream* os) { *os << e.nombre; }
+
+std::vector<Eco> CasosDeEco() {
+  const std::string h = Codifica(kHostil);
+  const std::string libros = "ArchivoCFG=libros.cfg&ACERVO=libros&Cantidad=5&FichaINI=1&";
+  const std::string avanzada = libros + "BUSQ_AVANZADA=1&txtEXPR1=novela&opBOOLEAN1=2&";
+  const std::string listado =
+      "ArchivoCFG=listado.cfg&ACERVO=CATALOGOS&TIPOBUSQUEDA=0&Cantidad=5&FichaINI=1&";
+  const std::string revistas = "ArchivoCFG=revistas.cfg&Cantidad=5&FichaINI=1&";
+  return {
+      // The book query's fields, its advanced form, the configuration's name
+      // in a link and in the availability form, the collection, and the
+      // trace on the error page.
+      {"libre", libros + "txtLIB=" + h},
+      {"titulo", libros + "txtTIT=" + h},
+      {"autor", libros + "txtAUT=" + h},
+      {"tema", libros + "txtTEM=" + h},
+      {"libre_tras_una_palabra", libros + "txtLIB=novela+o+" + h},
+      {"segunda_caja", avanzada + "txtEXPR2=" + h},
+      {"tercera_caja", avanzada + "txtEXPR2=cuentos&opBOOLEAN2=2&txtEXPR3=" + h},
+      {"archivocfg", "ArchivoCFG=" + Codifica(kCfgHostil) + "&ACERVO=libros&txtLIB=quijote",
+       "<input name=\"archivocfg\" value=\"x&quot;&gt;&lt;script&gt;alert(&#39;x&#39;)&amp;.cfg\">"},
+      {"archivocfg_en_la_traza", "ArchivoCFG=" + h + "&ACERVO=libros&txtLIB=novela"},
+      {"acervo", "ArchivoCFG=libros.cfg&txtLIB=novela&ACERVO=" + h},
+      // Every collection of "BASE:" at once.
+      {"varios_acervos", "ArchivoCFG=varios.cfg&ACERVO=libros&BUSQ_AVANZADA=1&BaseDTA=99&"
+                         "txtEXPR1=novela&opBOOLEAN1=2&Cantidad=5&FichaINI=1&txtEXPR2=" + h +
+                         "&txtLIB=" + h + "&txtTIT=" + h},
+      // The listing, and the column it is asked for in the error page.
+      {"listado", listado + "CAMPO=Biblioteca&txtLIB=" + h,
+       "<input value=\"&quot;&gt;&lt;script&gt;alert(x)&lt;/script&gt;&amp;\">"},
+      {"listado_columna", listado + "txtLIB=Central&CAMPO=" + h},
+      // The accession-number lookup and its refusals.
+      {"numadqui", "ArchivoCFG=libros.cfg&txtLIB=SHOW_NUM+" + Codifica("<script>\"x")},
+      {"numadqui_largo", "ArchivoCFG=libros.cfg&txtLIB=SHOW_NUM+" + h},
+      {"numadqui_formato", "ArchivoCFG=libros.cfg&txtLIB=SHOW_NUM+000216%2C" + Codifica("<script>")},
+      // Periodicals and articles.
+      {"revistas", revistas + "ACERVO=REVISTAS&txtLIB=publicaciones&txtISBN=" + h + "&txtTIT=" + h,
+       "|&quot;&gt;&lt;script&gt;alert(&#39;x&#39;)&lt;/script&gt;&amp;||"},
+      {"revistas_editorial", revistas + "ACERVO=REVISTAS&txtLIB=publicaciones&txtEDIT=" + h},
+      {"articulos", revistas + "ACERVO=ARTICULOS&txtLIB=historia&txtAUT=" + h},
+      {"articulos_de_ejemplar", revistas + "ACERVO=ARTICULOS&txtNumadqui=" + h},
+  };
+}
+
+class Ecos : public ::testing::TestWithParam<Eco> {};
+
+// Each page holds the request's text only escaped; with "Ecos = literales"
+// it holds it as the request sent it, as it always did.
+TEST_P(Ecos, RequestTextIsEscapedUnlessTheInstallationAsksForLiteralEchoes) {
+  const Eco& e = GetParam();
+  const ProgramaEcos escapado(std::string("ecos_") + e.nombre, false);
+  const std::string pagina = Minusculas(escapado.Pagina(e.query));
+  EXPECT_EQ(pagina.find("<script"), std::string::npos) << pagina;
+  EXPECT_NE(pagina.find("&lt;script&gt;"), std::string::npos) << pagina;
+  EXPECT_NE(pagina.find(e.atributo), std::string::npos) << e.atributo << "\n" << pagina;
+
+  const ProgramaEcos literal(std::string("ecos_literales_") + e.nombre, true);
+  const std::string antigua = Minusculas(literal.Pagina(e.query));
+  EXPECT_NE(antigua.find("<script>"), std::string::npos) << antigua;
+  EXPECT_EQ(antigua.find("&lt;script&gt;"), std::string::npos) << antigua;
+}
+
+INSTANTIATE_TEST_SUITE_P(Orvex, Ecos, ::testing::ValuesIn(CasosDeEco()),
+                         [](const auto& info) { return std::string(info.param.nombre); });
 
 }  // namespace
 }  // namespace orvex

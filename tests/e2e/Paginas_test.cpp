@@ -18,7 +18,8 @@ const char kConfiguracion[] =
     "Configuracion de prueba\r\n"
     "BASE:\r\n{/srv/orvex/bases}\r\n"
     "ENCABEZADO:\r\n{<html><body><h1>Cat\xE1logo</h1>}\r\n"
-    "FINAL:\r\n{</body></html>}\r\n";
+    "FINAL:\r\n{</body></html>}\r\n"
+    "DIAGNOSTICO:\r\n{127.0.0.1}\r\n";
 
 struct Caso {
   const char* nombre;

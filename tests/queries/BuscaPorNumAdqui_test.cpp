@@ -30,7 +30,7 @@ TEST(AnalizaShowNum, ReadsTheNumberAndTheFormat) {
       {"SHOW_NUM 000123,dos", false, "", 0, "Error de sintaxis en: SHOW_NDA 'dos'.."},
   };
   for (const Caso& c : casos) {
-    const ShowNum r = AnalizaShowNum(c.comando);
+    const ShowNum r = AnalizaShowNum(c.comando, false);
     EXPECT_EQ(r.correcto, c.correcto) << c.comando;
     if (c.correcto) {
       EXPECT_EQ(r.numadqui, c.numadqui) << c.comando;
@@ -38,6 +38,27 @@ TEST(AnalizaShowNum, ReadsTheNumberAndTheFormat) {
     } else {
       EXPECT_EQ(r.mensaje.rfind(c.mensaje, 0), 0u) << c.comando << ": " << r.mensaje;
     }
+  }
+}
+
+// The refused text is quoted as the page shows it: escaped, or as typed
+// when the installation echoes request text verbatim.
+TEST(AnalizaShowNum, QuotesTheRefusedTextEscapedUnlessEchoesAreLiteral) {
+  struct Caso {
+    const char* comando;
+    bool literales;
+    const char* cita;  // what the message quotes between its apostrophes
+  } casos[] = {
+      {"SHOW_NUM <b>\"x\"</b>&'yy'#", false, "&lt;b&gt;&quot;x&quot;&lt;/b&gt;&amp;&#39;yy&#39;#"},
+      {"SHOW_NUM <b>\"x\"</b>&'yy'#", true, "<b>\"x\"</b>&'yy'#"},
+      {"SHOW_NUM 1,<i>", false, "&lt;i&gt;"},
+      {"SHOW_NUM 1,<i>", true, "<i>"},
+  };
+  for (const Caso& c : casos) {
+    const ShowNum r = AnalizaShowNum(c.comando, c.literales);
+    ASSERT_FALSE(r.correcto) << c.comando;
+    EXPECT_EQ(r.mensaje.rfind("Error de sintaxis en: SHOW_NDA '" + std::string(c.cita) + "'.", 0), 0u)
+        << c.comando << ": " << r.mensaje;
   }
 }
 

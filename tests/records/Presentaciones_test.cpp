@@ -169,6 +169,90 @@ TEST(EnlacesMedios, TurnsClosedMarkersIntoLinks) {
   }
 }
 
+// Each address as the page writes it (already escaped), and whether a
+// browser following it could only reach an http, https or mailto address or
+// one relative to the page.
+TEST(EnlaceSeguro, AdmitsOnlyWebMailAndRelativeAddressesAsABrowserReadsThem) {
+  using namespace std::literals;
+  struct Case {
+    std::string_view direccion;
+    bool seguro;
+  } cases[] = {
+      {"http://a.mx/", true},
+      {"HTTPS://a.mx/x?y=1&amp;z=2", true},
+      {"mailto:biblioteca@a.mx", true},
+      {" \t http://a.mx/", true},
+      {"fotos/p1.jpg", true},
+      {"/portadas/p1.jpg", true},
+      {"//a.mx/p.jpg", true},
+      {"?ficha=15", true},
+      {"#notas", true},
+      {"p.html?hora=10:30", true},
+      {"carpeta/a:b.jpg", true},
+      {"", true},
+      {"javascript:alert(1)", false},
+      {"JaVaScRiPt:alert(1)", false},
+      {"  javascript:alert(1)", false},
+      {"\x01\x1F javascript:x", false},
+      {"java\tscript:x", false},
+      {"java\r\nscript:x", false},
+      {"java\x00script:x"sv, false},
+      {"javascript&#58;x", false},
+      {"javascript&#058x", false},
+      {"javascript&#x3A;x", false},
+      {"javascript&#X3a x", false},
+      {"javascript&colon;x", false},
+      {"java&Tab;script:x", false},
+      {"java&NewLine;script:x", false},
+      {"&#106;avascript:x", false},
+      {"&#x6A&#x61vascript:x", false},
+      {"&#0000106;avascript:x", false},
+      {"j&#x0D;avascript:x", false},
+      {"data:text/html,<b>", false},
+      {"vbscript:msgbox(1)", false},
+      {"file:///etc/passwd", false},
+      {"http&#58;//a.mx", true},
+      {"http&Tab;s://a.mx", true},
+      {"ftp://a.mx/", false},
+      {":x", false},
+      // What some browser might still read as a scheme is refused.
+      {"java script:x", false},
+      {"java&#0;script:x", false},
+      {"&fjlig;avascript:x", false},
+      // A named reference the browser does not know stays as written.
+      {"javascript&colon x", true},
+      // A reference held as text is no scheme in a later reading either.
+      {"javascript&amp;colon;x", false},
+      {" JaVa\tScRiPt&amp;#58;x", false},
+      {"javascript&amp;amp;amp;#58;x", false},
+      {"http://a.mx/?a=1&amp;amp;b=2", true},
+      // An address still changing after eight readings is refused.
+      {"a&amp;amp;amp;amp;amp;amp;amp;amp;amp;b", false},
+      {"a&amp;amp;amp;amp;amp;amp;b", true},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(EnlaceSeguro(c.direccion), c.seguro) << c.direccion;
+  }
+}
+
+TEST(EnlacesMedios, WritesAnAddressOfAnyOtherSchemeAsText) {
+  struct Case {
+    const char* texto;
+    const char* html;
+  } cases[] = {
+      {"[URL{javascript:alert(1)}]", "javascript:alert(1)"},
+      {"a [DOC{ JaVa\tScRiPt&#58;x}] b", "a  JaVa\tScRiPt&#58;x b"},
+      {"[IMG{data:image/svg+xml,&lt;svg onload=x&gt;}]", "data:image/svg+xml,&lt;svg onload=x&gt;"},
+      {"[URL{vbscript:\"x\"<y>}]", "vbscript:&quot;x&quot;&lt;y&gt;"},
+      {"[URL{javascript:x}] [URL{http://a.mx/}]",
+       "javascript:x <a href=\"http://a.mx/\" target=\"_blank\">http://a.mx/</a>"},
+      {"[IMG{mailto:a@a.mx}]", "<img src=\"mailto:a@a.mx\">"},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(EnlacesMedios(c.texto), c.html) << c.texto;
+  }
+}
+
 TEST(TablaCampos, ShowsOneLabelledRowPerFieldInRecordOrder) {
   EXPECT_EQ(
       TablaCampos(Ficha("¦008020823s1987 sp¦001x¦245Ciencia & magia <i> / \"E. R.\"."
