@@ -57,8 +57,10 @@ std::string ExpresionNormalizada(Solicitud& s, std::string_view campo) {
 
 // The entry procedure's handler: the error's description and number on the
 // error page, which ends the process.
+// A description may quote request text (a column the listing was asked
+// for), so it is echoed.
 [[noreturn]] void ErrorInesperado(Solicitud& s, const RuntimeError& error) {
-  s.TextoError = error.description() + " Error Number = " + std::to_string(error.number());
+  s.TextoError = EcoEnTexto(s, error.description()) + " Error Number = " + std::to_string(error.number());
   PaginaError(s, "");
 }
 
@@ -68,7 +70,7 @@ void CGI_Main(Solicitud& s) {
   s.VersionPrograma = std::string(kVersionPrograma);
   IniciaVigilancia(s);
   s.cfg.ArchivoCFG = ValorCGI(s.cgi, "ArchivoCFG");
-  s.Traza += "Entrada a CGI_Main, ArchivoCFG:" + s.cfg.ArchivoCFG + "[]<br/>";
+  s.Traza += "Entrada a CGI_Main, ArchivoCFG:" + s.Eco(s.cfg.ArchivoCFG) + "[]<br/>";
   if (s.cfg.ArchivoCFG.empty()) {
     PaginaSinArchivoCFG(s);
     return;
@@ -88,12 +90,12 @@ void CGI_Main(Solicitud& s) {
   s.ACERVO = UpperLatin1(ValorCGI(s.cgi, "ACERVO"));
   const std::string links = ValorCGI(s.cgi, "generaLINKsURL");
   s.GeneraLinksURL = links.empty() ? true : ToBoolean(links);
-  s.Traza += "Entrada a rutina de Acervo: " + s.ACERVO + "<br>";
+  s.Traza += "Entrada a rutina de Acervo: " + s.Eco(s.ACERVO) + "<br>";
 
   const Coleccion* coleccion = BuscaColeccion(s.ACERVO);
   if (coleccion == nullptr) {
     config::MensajeH4(s.sys.salida,
-                      "El acervo seleccionado para la consulta (" + s.ACERVO +
+                      "El acervo seleccionado para la consulta (" + s.Eco(s.ACERVO) +
                           Latin1(") es incorrecto. Verifique la sintaxis de su página HTML"));
     return;
   }
@@ -113,12 +115,18 @@ int Principal(Servicios& sys, db::Opener& bases, circulation::Red* red) {
   Solicitud s(sys, bases);
   s.red = red;
   s.ajustes = config::LeeAjustes(sys.archivos, sys.archivos.ProgramDirectory());
-  // Every database of the request stops when the request's time is up.
+  // Every database and every transformation of the request stops when the
+  // request's time is up; the deadline goes with the request.
   struct Vigilante {
     db::Opener& bases;
-    ~Vigilante() { bases.Vigila(nullptr); }
-  } vigilante{bases};
+    MotorXSL& xsl;
+    ~Vigilante() {
+      bases.Vigila(nullptr);
+      xsl.Vigila(nullptr);
+    }
+  } vigilante{bases, sys.motores.Xsl()};
   bases.Vigila(&s.plazo);
+  sys.motores.Xsl().Vigila(&s.plazo);
   try {
     try {
       // The watchdog runs from the start, so that a body that never comes

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -78,9 +79,11 @@ Respuesta ProgramaCGI::Ejecuta(const Peticion& p) const {
       while ((n = read(tubo[0], buffer, sizeof buffer)) > 0) r.salida.append(buffer, n);
     }
     int status = 0;
-    if (waitpid(pid, &status, WNOHANG) == pid) {
+    struct rusage uso {};
+    if (wait4(pid, &status, WNOHANG, &uso) == pid) {
       r.termino = true;
       r.estado = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+      r.memoria_kb = uso.ru_maxrss;
       break;
     }
     if (std::chrono::steady_clock::now() > fin) {

@@ -27,6 +27,7 @@ struct Respuesta {
   std::string salida;
   bool termino = false;  // false when the harness had to stop it
   int estado = -1;
+  long memoria_kb = 0;   // the process's peak resident memory
 };
 
 // A program directory of its own holding a link to the binary and the
