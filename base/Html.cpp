@@ -1,8 +1,11 @@
 #include "base/Html.h"
 
 namespace orvex {
+namespace {
 
-std::string EscapaEco(std::string_view texto) {
+// `texto` with "&", "<" and ">" as character references, and the quotes too
+// when `comillas`.
+std::string Escapa(std::string_view texto, bool comillas) {
   std::string salida;
   salida.reserve(texto.size());
   for (const char c : texto) {
@@ -10,12 +13,18 @@ std::string EscapaEco(std::string_view texto) {
       case '&': salida += "&amp;"; break;
       case '<': salida += "&lt;"; break;
       case '>': salida += "&gt;"; break;
-      case '"': salida += "&quot;"; break;
-      case '\'': salida += "&#39;"; break;
+      case '"': salida += comillas ? "&quot;" : "\""; break;
+      case '\'': salida += comillas ? "&#39;" : "'"; break;
       default: salida += c;
     }
   }
   return salida;
 }
+
+}  // namespace
+
+std::string EscapaEco(std::string_view texto) { return Escapa(texto, true); }
+
+std::string EscapaTexto(std::string_view texto) { return Escapa(texto, false); }
 
 }  // namespace orvex

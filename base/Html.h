@@ -12,4 +12,9 @@ namespace orvex {
 // the request sent; the text can never open or close markup.
 std::string EscapaEco(std::string_view texto);
 
+// Text between tags that may quote the request (an error's description):
+// only "&", "<" and ">" as character references, so that quotes and
+// apostrophes, harmless there, keep their bytes.
+std::string EscapaTexto(std::string_view texto);
+
 }  // namespace orvex

@@ -1,6 +1,7 @@
 #include "gateway/Encabezado.h"
 
 #include "base/EnviaLinea.h"
+#include "base/Html.h"
 
 namespace orvex::gateway {
 namespace {
@@ -35,18 +36,7 @@ void EnviaEncabezadoPublico(Solicitud& s, std::string_view titulo) {
 }
 
 std::string EcoEnTexto(const Solicitud& s, std::string_view texto) {
-  if (s.ajustes.ecos_literales) return std::string(texto);
-  std::string salida;
-  salida.reserve(texto.size());
-  for (const char c : texto) {
-    switch (c) {
-      case '&': salida += "&amp;"; break;
-      case '<': salida += "&lt;"; break;
-      case '>': salida += "&gt;"; break;
-      default: salida += c;
-    }
-  }
-  return salida;
+  return s.ajustes.ecos_literales ? std::string(texto) : EscapaTexto(texto);
 }
 
 }  // namespace orvex::gateway

@@ -177,22 +177,6 @@ const std::string kHostil = "\"><script>alert('x')</script>&";
 // A configuration file can bear such a name, but for the "/".
 const std::string kCfgHostil = "x\"><script>alert('x')&.cfg";
 
-// Every byte but letters and digits percent-encoded, as a form would.
-std::string Codifica(std::string_view texto) {
-  static const char kHex[] = "0123456789ABCDEF";
-  std::string r;
-  for (const unsigned char c : texto) {
-    if (std::isalnum(c)) {
-      r += static_cast<char>(c);
-    } else {
-      r += '%';
-      r += kHex[c >> 4];
-      r += kHex[c & 15];
-    }
-  }
-  return r;
-}
-
 std::string Minusculas(std::string texto) {
   for (char& c : texto) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
   return texto;

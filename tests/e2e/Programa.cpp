@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
@@ -100,6 +101,21 @@ Respuesta ProgramaCGI::Ejecuta(const Peticion& p) const {
     ssize_t n;
     while ((n = read(tubo[0], buffer, sizeof buffer)) > 0) r.salida.append(buffer, n);
     close(tubo[0]);
+  }
+  return r;
+}
+
+std::string Codifica(std::string_view texto) {
+  static const char kHex[] = "0123456789ABCDEF";
+  std::string r;
+  for (const unsigned char c : texto) {
+    if (std::isalnum(c)) {
+      r += static_cast<char>(c);
+    } else {
+      r += '%';
+      r += kHex[c >> 4];
+      r += kHex[c & 15];
+    }
   }
   return r;
 }

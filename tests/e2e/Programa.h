@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <map>
 #include <string>
+#include <string_view>
 
 namespace orvex::e2e {
 
@@ -56,6 +57,9 @@ class ProgramaCGI {
  private:
   fs::path dir_;
 };
+
+// Every byte but letters and digits percent-encoded, as a form sends it.
+std::string Codifica(std::string_view texto);
 
 // `texto` with every `de` replaced by `a`.
 std::string Reemplaza(std::string texto, const std::string& de, const std::string& a);

@@ -41,22 +41,6 @@ const std::string kConfiguracion =
     "MSG_RESERVA_EXITOSA:{<p><!ESTATUS_RESERVA!></p>}\r\n"
     "MSG_RESERVA_ERROR:{<p><!ESTATUS_RESERVA!></p>}\r\n";
 
-// Every byte but letters and digits percent-encoded, as a form would.
-std::string Codifica(std::string_view texto) {
-  static const char kHex[] = "0123456789ABCDEF";
-  std::string r;
-  for (const unsigned char c : texto) {
-    if (std::isalnum(c)) {
-      r += static_cast<char>(c);
-    } else {
-      r += '%';
-      r += kHex[c >> 4];
-      r += kHex[c & 15];
-    }
-  }
-  return r;
-}
-
 // A program directory with the catalogue in bases/ and the configuration
 // above as libros.cfg (or the one given).
 class Instalacion {
@@ -258,7 +242,13 @@ TEST(Ataques, ABodyOfEmptyFieldsTakesASmallMultipleOfItsSize) {
   for (std::size_t i = 0; i + 2 <= (1u << 20); i += 2) cuerpo += "=&";
   const long campos = memoria(cuerpo);
   const long mb = static_cast<long>(cuerpo.size() / 1024);
-  EXPECT_LT(campos - base, 8 * mb) << "base " << base << " KB, with fields " << campos << " KB";
+#if defined(__SANITIZE_ADDRESS__)
+  // AddressSanitizer keeps freed blocks in quarantine and pads every block.
+  constexpr long kVeces = 16;
+#else
+  constexpr long kVeces = 8;
+#endif
+  EXPECT_LT(campos - base, kVeces * mb) << "base " << base << " KB, with fields " << campos << " KB";
 }
 
 // The reservation once connected to whatever address and port the request
