@@ -78,6 +78,10 @@ int EsperaTurno(void* datos, int veces) {
   return 1;
 }
 
+// The longest LIKE pattern: one like() call runs to its end between two
+// looks at the deadline, in time that grows with the pattern's length.
+constexpr int kLargoPatronLike = 1000;
+
 // --- errors --------------------------------------------------------------------
 
 // Raises the engine's error `rc` as a RuntimeError; TiempoAgotado instead
@@ -141,7 +145,10 @@ void LikeFunction(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
   const std::string_view pattern = TextArg(argv[0]);
   if (pattern.size() > static_cast<std::size_t>(sqlite3_limit(
                            sqlite3_context_db_handle(ctx), SQLITE_LIMIT_LIKE_PATTERN_LENGTH, -1))) {
-    sqlite3_result_error(ctx, "LIKE or GLOB pattern too complex", -1);
+    // Plain ASCII: the message reaches the page as it is.
+    const std::string mensaje = "el texto buscado es demasiado largo: se comparan a lo sumo " +
+                                std::to_string(kLargoPatronLike) + " caracteres";
+    sqlite3_result_error(ctx, mensaje.c_str(), -1);
     return;
   }
   const bool match = JetLike(page.FromUtf8(pattern), page.FromUtf8(TextArg(argv[1])));
@@ -819,7 +826,7 @@ constexpr std::pair<int, int> kLimites[] = {
     {SQLITE_LIMIT_EXPR_DEPTH, 200},
     {SQLITE_LIMIT_COMPOUND_SELECT, 100},
     {SQLITE_LIMIT_VDBE_OP, 250000},
-    {SQLITE_LIMIT_LIKE_PATTERN_LENGTH, 1000},
+    {SQLITE_LIMIT_LIKE_PATTERN_LENGTH, kLargoPatronLike},
     {SQLITE_LIMIT_VARIABLE_NUMBER, 100},
     {SQLITE_LIMIT_TRIGGER_DEPTH, 10},
     {SQLITE_LIMIT_ATTACHED, 0},              // no statement opens another file

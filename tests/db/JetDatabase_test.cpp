@@ -355,6 +355,14 @@ TEST(AmbosMotores, TheConnectionsRefuseWhatNoPageAsksFor) {
       EXPECT_EQ(testing::ErrorNumberOf([&] { db->OpenRecordset(sql, RecordsetType::Snapshot); }), 0)
           << sql.substr(0, 80);
     }
+    // The reader whose search text is too long for a pattern is told so.
+    try {
+      db->OpenRecordset(patron(1001), RecordsetType::Snapshot);
+      ADD_FAILURE() << "a pattern of 1001 characters was taken";
+    } catch (const RuntimeError& e) {
+      EXPECT_NE(e.description().find("el texto buscado es demasiado largo"), std::string::npos)
+          << e.description();
+    }
   }
 }
 
