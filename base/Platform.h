@@ -49,7 +49,9 @@ class Output {
 class FileSystem {
  public:
   virtual ~FileSystem() = default;
-  // The directory of the running program, without a final separator.
+  // The directory of the running program, without a final separator; when
+  // absolute, with every symbolic link resolved (as the system names the
+  // running program's file).
   virtual std::string ProgramDirectory() = 0;
   // True when `path` names an existing file (not a directory).
   virtual bool Exists(const std::string& path) = 0;

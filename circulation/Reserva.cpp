@@ -9,6 +9,7 @@
 #include "config/Plantillas.h"
 #include "gateway/Bitacora.h"
 #include "gateway/EntradaCGI.h"
+#include "xml/XMLFicha.h"
 
 namespace orvex::circulation {
 namespace {
@@ -35,21 +36,12 @@ constexpr std::string_view kLeeRespuesta =
 // (Windows-1252).
 std::string TextoComando(std::string_view texto) {
   std::string r;
-  r.reserve(texto.size());
-  for (const char c : texto) {
+  for (const char c : xml::EscapaXML(texto)) {
     const auto byte = static_cast<unsigned char>(c);
-    switch (c) {
-      case '&': r += "&amp;"; break;
-      case '<': r += "&lt;"; break;
-      case '>': r += "&gt;"; break;
-      case '\'': r += "&apos;"; break;
-      case '"': r += "&quot;"; break;
-      default:
-        if (byte < 0x20 || byte == 0x7F) {
-          r += "&#" + std::to_string(byte) + ";";
-        } else {
-          r += c;
-        }
+    if (byte < 0x20 || byte == 0x7F) {
+      r += "&#" + std::to_string(byte) + ";";
+    } else {
+      r += c;
     }
   }
   return r;

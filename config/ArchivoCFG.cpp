@@ -50,6 +50,14 @@ std::string MensajeBasesMultiples(const std::string& ruta_base) {
 
 }  // namespace
 
+bool EsNombreCFG(std::string_view nombre) {
+  constexpr std::string_view kExtension = ".cfg";
+  return nombre.size() > kExtension.size() && !HasSeparator(nombre) &&
+         nombre.find("..") == std::string_view::npos &&
+         nombre.find('\0') == std::string_view::npos &&
+         EqualsIgnoringCase(nombre.substr(nombre.size() - kExtension.size()), kExtension);
+}
+
 std::optional<std::string> UbicaArchivoCFG(std::string_view nombre, FileSystem& archivos,
                                            bool cualquier_ruta) {
   if (nombre.empty() || nombre.find('\0') != std::string_view::npos) return std::nullopt;
@@ -57,17 +65,14 @@ std::optional<std::string> UbicaArchivoCFG(std::string_view nombre, FileSystem& 
   if (cualquier_ruta) {
     return FindFile(archivos, HasSeparator(nombre) ? std::string(nombre) : JoinPath(directorio, nombre));
   }
-  constexpr std::string_view kExtension = ".cfg";
-  if (HasSeparator(nombre) || nombre.find("..") != std::string_view::npos ||
-      nombre.size() <= kExtension.size() ||
-      !EqualsIgnoringCase(nombre.substr(nombre.size() - kExtension.size()), kExtension)) {
-    return std::nullopt;
-  }
+  if (!EsNombreCFG(nombre)) return std::nullopt;
   const std::optional<std::string> ruta = FindFile(archivos, JoinPath(directorio, nombre));
   if (!ruta) return std::nullopt;
   // A link may stand in the directory, but only for a file of the directory.
+  // The program's directory comes resolved already when it is absolute.
   const std::optional<std::string> real = archivos.RealPath(*ruta);
-  const std::optional<std::string> real_directorio = archivos.RealPath(directorio);
+  const std::optional<std::string> real_directorio =
+      directorio.starts_with('/') ? directorio : archivos.RealPath(directorio);
   if (!real || !real_directorio) return std::nullopt;
   const std::size_t barra = real->rfind('/');
   if (barra == std::string::npos) return std::nullopt;

@@ -35,6 +35,11 @@ inline constexpr std::string_view kErrorBasesMultiples =
 // The largest configuration file Orvex reads.
 inline constexpr std::size_t kLargoMaximoCFG = std::size_t{1} << 20;
 
+// True when `nombre` is a plain file name ending in ".cfg" (any letter
+// case): no "/" or "\\", no "..", no NUL. The only names a request may give
+// by default.
+bool EsNombreCFG(std::string_view nombre);
+
 // Where the configuration file a request names is, when Orvex may read it.
 // By default only a plain name ending in ".cfg" (any letter case) names a
 // file, and only one in the program's directory (found regardless of letter

@@ -5,8 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
-#include <iterator>
 #include <map>
 #include <memory>
 #include <optional>
@@ -30,17 +28,11 @@ struct Vigia {
   Plazo* plazo = nullptr;  // none: only the engine's own limits apply
   int espera_ms = 0;       // the longest wait for another writer's lock
   bool vencido = false;    // a handler stopped the engine at the deadline
-  std::chrono::steady_clock::time_point espera_desde;
+  std::optional<EsperaAcotada> espera;  // the wait for a lock under way
 
   // True once the deadline has passed, as noted or as the deadline says.
   bool Vence() noexcept {
-    if (!vencido && plazo != nullptr) {
-      try {
-        vencido = plazo->Vencido();
-      } catch (...) {
-        vencido = true;  // nothing may cross SQLite's frames: stop instead
-      }
-    }
+    if (!vencido && plazo != nullptr) vencido = plazo->Vencido();
     return vencido;
   }
 };
@@ -51,31 +43,17 @@ constexpr int kPasosEntreMiradas = 4096;
 
 int MiraPlazo(void* vigia) { return static_cast<Vigia*>(vigia)->Vence() ? 1 : 0; }
 
-// The wait for a lock that another connection holds: short sleeps, longer
-// as the wait goes on (as SQLite's own busy wait sleeps), for at most
-// espera_ms, never past the deadline.
+// The wait for a lock that another connection holds, for at most espera_ms,
+// never past the deadline. SQLite counts the calls of one wait in `veces`.
 int EsperaTurno(void* datos, int veces) {
   auto& vigia = *static_cast<Vigia*>(datos);
-  static constexpr int kPausasMs[] = {1, 2, 5, 10, 15, 20, 25, 25, 25, 50, 50, 100};
-  constexpr int kUltima = static_cast<int>(std::size(kPausasMs)) - 1;
-  if (vigia.Vence()) return 0;
-  const auto ahora = std::chrono::steady_clock::now();
-  if (veces == 0) vigia.espera_desde = ahora;
-  const auto esperado =
-      std::chrono::duration_cast<std::chrono::milliseconds>(ahora - vigia.espera_desde).count();
-  if (esperado >= vigia.espera_ms) return 0;
-  std::int64_t pausa = std::min<std::int64_t>(kPausasMs[std::min(veces, kUltima)],
-                                              vigia.espera_ms - esperado);
-  if (vigia.plazo != nullptr) {
-    try {
-      pausa = std::min(pausa, vigia.plazo->RestanteMs());
-    } catch (...) {
-      vigia.vencido = true;
-      return 0;
-    }
+  if (veces == 0) vigia.espera.emplace(vigia.espera_ms, vigia.plazo);
+  switch (vigia.espera->Pausa()) {
+    case EsperaAcotada::Paso::Sigue: return 1;
+    case EsperaAcotada::Paso::Vencida: vigia.vencido = true; return 0;
+    case EsperaAcotada::Paso::Agotada: return 0;
   }
-  sqlite3_sleep(static_cast<int>(std::max<std::int64_t>(pausa, 1)));
-  return 1;
+  return 0;
 }
 
 // The longest LIKE pattern: one like() call runs to its end between two

@@ -33,11 +33,11 @@ void PaginaTiempoAgotado(Solicitud& s) {
                      "<br>ArchivoErr:" + archivo_err);
 }
 
-bool Vigilancia::Vencido() {
+bool Vigilancia::Vencido() noexcept {
   return s_.CONSULTA.Timer1.Vencido(s_.sys.reloj.Milliseconds());
 }
 
-std::int64_t Vigilancia::RestanteMs() {
+std::int64_t Vigilancia::RestanteMs() noexcept {
   // No watchdog, no deadline: a day stands for "unbounded".
   constexpr std::int64_t kSinPlazo = 24 * 3600 * 1000;
   if (!s_.CONSULTA.Timer1.activo) return kSinPlazo;

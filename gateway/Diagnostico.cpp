@@ -107,10 +107,7 @@ bool ConfiguracionDelPrograma(const Solicitud& s) {
   const std::size_t barra = archivo.find_last_of("/\\");
   if (barra == std::string::npos) return false;
   const std::string_view nombre = std::string_view(archivo).substr(barra + 1);
-  constexpr std::string_view kExtension = ".cfg";
-  return nombre.size() > kExtension.size() &&
-         EqualsIgnoringCase(nombre.substr(nombre.size() - kExtension.size()), kExtension) &&
-         archivo == JoinPath(s.sys.archivos.ProgramDirectory(), nombre);
+  return config::EsNombreCFG(nombre) && archivo == JoinPath(s.sys.archivos.ProgramDirectory(), nombre);
 }
 
 // One catalogue of "BASE:": its name (empty in the single-base form), its

@@ -52,8 +52,8 @@ struct Solicitud;
 class Vigilancia final : public Plazo {
  public:
   explicit Vigilancia(Solicitud& s) : s_(s) {}
-  bool Vencido() override;
-  std::int64_t RestanteMs() override;
+  bool Vencido() noexcept override;
+  std::int64_t RestanteMs() noexcept override;
 
  private:
   Solicitud& s_;

@@ -32,14 +32,14 @@ class PlazoDelModulo final : public orvex::Plazo {
   // overflow.
   explicit PlazoDelModulo(std::int64_t restante_ms)
       : vence_ms_(Ahora() + std::min<std::int64_t>(restante_ms, INT64_MAX / 2)) {}
-  bool Vencido() override { return Ahora() >= vence_ms_; }
-  std::int64_t RestanteMs() override {
+  bool Vencido() noexcept override { return Ahora() >= vence_ms_; }
+  std::int64_t RestanteMs() noexcept override {
     const std::int64_t resta = vence_ms_ - Ahora();
     return resta > 0 ? resta : 0;
   }
 
  private:
-  static std::int64_t Ahora() {
+  static std::int64_t Ahora() noexcept {
     timespec t{};
     ::clock_gettime(CLOCK_MONOTONIC_COARSE, &t);
     return static_cast<std::int64_t>(t.tv_sec) * 1000 + t.tv_nsec / 1000000;

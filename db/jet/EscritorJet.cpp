@@ -11,7 +11,6 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
-#include <iterator>
 #include <map>
 #include <optional>
 
@@ -390,33 +389,25 @@ bool BloqueadoPorOtro(const std::string& ruta) {
 }
 
 // Takes the writers' exclusive lock on `fd`. Writers of the same file take
-// turns: while another holds the lock, tries again after short sleeps,
-// longer as the wait goes on, for at most `espera_ms`, and never past the
-// deadline. A blocking lock would wait for ever on a writer that never
-// lets go.
+// turns: while another holds the lock, tries again after short pauses for
+// at most `espera_ms`, and never past the deadline. A blocking lock would
+// wait for ever on a writer that never lets go.
 void EsperaTurno(int fd, const std::string& ruta, int espera_ms, Plazo* plazo) {
-  static constexpr int kPausasMs[] = {1, 2, 5, 10, 10, 20};
-  constexpr std::size_t kUltima = std::size(kPausasMs) - 1;
-  const auto desde = std::chrono::steady_clock::now();
-  for (std::size_t intento = 0;; ++intento) {
+  EsperaAcotada espera(espera_ms, plazo);
+  for (;;) {
     if (::flock(fd, LOCK_EX | LOCK_NB) == 0) return;
     if (errno == EINTR) continue;
     if (errno != EWOULDBLOCK) {
       throw ErrorJet(Latin1("No se pudo bloquear la base de datos Jet '") + ruta + "'.");
     }
-    if (plazo != nullptr && plazo->Vencido()) throw TiempoAgotado{};
-    const auto esperado = std::chrono::duration_cast<std::chrono::milliseconds>(
-                              std::chrono::steady_clock::now() - desde)
-                              .count();
-    if (esperado >= espera_ms) {
-      throw ErrorJet(Latin1("No se pudo actualizar; la base de datos Jet '") + ruta +
-                     Latin1("' está bloqueada: otra escritura la tuvo más de ") +
-                     std::to_string(espera_ms) + " ms.");
+    switch (espera.Pausa()) {
+      case EsperaAcotada::Paso::Sigue: break;
+      case EsperaAcotada::Paso::Vencida: throw TiempoAgotado{};
+      case EsperaAcotada::Paso::Agotada:
+        throw ErrorJet(Latin1("No se pudo actualizar; la base de datos Jet '") + ruta +
+                       Latin1("' está bloqueada: otra escritura la tuvo más de ") +
+                       std::to_string(espera_ms) + " ms.");
     }
-    std::int64_t pausa = std::min<std::int64_t>(kPausasMs[std::min(intento, kUltima)],
-                                                espera_ms - esperado);
-    if (plazo != nullptr) pausa = std::min(pausa, plazo->RestanteMs());
-    ::usleep(static_cast<useconds_t>(std::max<std::int64_t>(pausa, 1) * 1000));
   }
 }
 

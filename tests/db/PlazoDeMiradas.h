@@ -12,8 +12,8 @@ class PlazoDeMiradas final : public Plazo {
  public:
   // The first `miradas` looks find time left; every later one finds it up.
   explicit PlazoDeMiradas(int miradas) : permitidas_(miradas) {}
-  bool Vencido() override { return ++miradas_ > permitidas_; }
-  std::int64_t RestanteMs() override { return miradas_ >= permitidas_ ? 0 : 60000; }
+  bool Vencido() noexcept override { return ++miradas_ > permitidas_; }
+  std::int64_t RestanteMs() noexcept override { return miradas_ >= permitidas_ ? 0 : 60000; }
   // The looks so far.
   int Miradas() const { return miradas_; }
 

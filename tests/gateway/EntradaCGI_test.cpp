@@ -169,8 +169,8 @@ TEST_F(LecturaTest, AShortBodyKeepsTheReaderWaiting) {
 class PlazoContado : public Plazo {
  public:
   explicit PlazoContado(int miradas) : restantes_(miradas) {}
-  bool Vencido() override { return --restantes_ < 0; }
-  std::int64_t RestanteMs() override { return restantes_ > 0 ? 1000 : 0; }
+  bool Vencido() noexcept override { return --restantes_ < 0; }
+  std::int64_t RestanteMs() noexcept override { return restantes_ > 0 ? 1000 : 0; }
 
  private:
   int restantes_;

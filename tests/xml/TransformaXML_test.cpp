@@ -322,11 +322,11 @@ class PlazoDePrueba : public Plazo {
  public:
   PlazoDePrueba(int miradas, std::int64_t restante_ms)
       : miradas_(miradas), restante_ms_(restante_ms) {}
-  bool Vencido() override {
+  bool Vencido() noexcept override {
     ++vistas;
     return miradas_ >= 0 && vistas >= miradas_;
   }
-  std::int64_t RestanteMs() override { return restante_ms_; }
+  std::int64_t RestanteMs() noexcept override { return restante_ms_; }
 
   int vistas = 0;  // how many times it was looked at
 
