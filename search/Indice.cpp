@@ -326,7 +326,9 @@ class Candidatos {
 // are the candidates, and the other words' rows, from the next fewest on,
 // each keep the candidates they hold, so that no long list is held in
 // memory. Each record left sets its bit. The pivot is sought as it is
-// written and every other word with its "$" as "*", as the seeks do.
+// written and every other word with its "$" as "*", as the seeks do. A
+// phrase with no word at all is its empty first word alone, as the seeks
+// read it: the records where the index holds an empty word.
 void FrasePorListas(MapaFichas& mapa, db::Database& indice, const std::string& tabla,
                     const std::array<std::string, kMaximoPalabrasFrase>& palabras, int k,
                     int pivote) {
@@ -336,7 +338,7 @@ void FrasePorListas(MapaFichas& mapa, db::Database& indice, const std::string& t
     std::int64_t filas;
   };
   std::vector<Palabra> orden;
-  for (int j = 0; j < k; ++j) {
+  for (int j = 0; j < std::max(k, 1); ++j) {
     std::string buscada = palabras[static_cast<std::size_t>(j)];
     if (j != pivote) std::replace(buscada.begin(), buscada.end(), '$', '*');
     const std::int64_t filas = FilasDe(indice, tabla, buscada);

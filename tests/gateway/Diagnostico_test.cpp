@@ -20,8 +20,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const fs::path kCatalogos =
-    fs::path(__FILE__).parent_path() / ".." / ".." / ".." / "shared" / "fixtures" / "catalogo";
+const fs::path kCatalogos = fs::path(ORVEX_FIXTURES) / "catalogo";
 const fs::path kCatalogo = kCatalogos / "sqlite";
 const std::vector<std::string> kArchivos = {"KORVEL8.MDB", "INDIZADO.MDB", "indizaPP.MDB",
                                             "estadisticas.mdb"};
