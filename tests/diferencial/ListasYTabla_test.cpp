@@ -15,6 +15,8 @@
 #include <string_view>
 #include <vector>
 
+#include "base/CodePage.h"
+#include "db/Database.h"
 #include "tests/support/Catalogos.h"
 #include "tests/support/Fakes.h"
 
@@ -270,6 +272,20 @@ TEST_P(Tandas, RandomReaderQueriesGiveTheSamePageThroughBothForms) {
 }
 
 INSTANTIATE_TEST_SUITE_P(ListasYTabla, Tandas, ::testing::Range(0, kTandas));
+
+// The catalogue reaches what the lists do differently from the table: a
+// word whose rows fill more than one chunk, and lists that are in force in
+// one copy and void in the other.
+TEST_F(ListasYTabla, TheCatalogueHasWordsOverSeveralChunksAndVoidLists) {
+  const auto consulta = [](Forma forma, const char* sql) {
+    auto db = db::OpenDatabase((catalogos_->Bases(forma) / "INDIZADO.MDB").string(),
+                               CodePage::Windows1252(), {.read_only = true});
+    return db->OpenRecordset(sql, db::RecordsetType::Snapshot)->Field("n").integer;
+  };
+  EXPECT_GE(consulta(Forma::Listas, "SELECT max(trozo) AS n FROM ORVEX_LISTAS"), 1);
+  EXPECT_EQ(consulta(Forma::Listas, "SELECT count(*) AS n FROM ORVEX_VIGENCIA"), 1);
+  EXPECT_EQ(consulta(Forma::Tabla, "SELECT count(*) AS n FROM ORVEX_VIGENCIA"), 0);
+}
 
 // The phrases that hold no word, which once stopped the process, in every
 // box that takes them: each gives a page, the same through both.

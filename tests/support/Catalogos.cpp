@@ -84,6 +84,9 @@ std::string Frase(Azar& azar, std::size_t palabras) {
   for (std::size_t i = 0; i < palabras; ++i) {
     if (!t.empty()) t += ' ';
     t += Palabra(azar);
+    // DE joins words as often as in Spanish titles: its rows fill more
+    // than one chunk of the lists.
+    if (i + 1 < palabras && azar.Hasta(3) == 0) t += " de";
     // A word said twice in a row now and then: a phrase of one word
     // repeated must match at consecutive positions only.
     if (azar.Hasta(20) == 0) t += ' ' + t.substr(t.rfind(' ') + 1);
