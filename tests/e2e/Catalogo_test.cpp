@@ -22,20 +22,12 @@ const fs::path kCatalogo = fs::path(ORVEX_FIXTURES) / "catalogo" / "sqlite";
 class ProgramaCatalogo {
  public:
   explicit ProgramaCatalogo(const std::string& nombre) : programa_(nombre, "") {
-    fs::copy(kCatalogo, dir() / "bases", fs::copy_options::recursive);
-    for (const char* cfg : {"catalogo.cfg", "libros.cfg"}) {
-      const std::string texto = ReadFile(fs::path(ORVEX_E2E_DIR) / "cfg" / cfg);
-      WriteFile(dir() / cfg, Reemplaza(texto, "@BASES@", (dir() / "bases").string()));
-    }
+    programa_.Catalogo(kCatalogo);
+    for (const char* cfg : {"catalogo.cfg", "libros.cfg"}) programa_.ConfiguracionDePrueba(cfg);
   }
   const fs::path& dir() const { return programa_.dir(); }
 
-  std::string Pagina(const std::string& query) const {
-    const Respuesta r = programa_.Ejecuta(Get(query));
-    EXPECT_TRUE(r.termino);
-    EXPECT_EQ(r.estado, 0);
-    return Reemplaza(r.salida, dir().string(), "@DIR@");
-  }
+  std::string Pagina(const std::string& query) const { return programa_.Pagina(query); }
 
   std::int64_t Ejemplares() const {
     auto db = db::OpenDatabase((dir() / "bases" / "KORVEL8.MDB").string(),

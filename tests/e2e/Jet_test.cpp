@@ -31,24 +31,16 @@ class Programa {
   Programa(const std::string& nombre, const std::string& motor,
            const fs::path& estadisticas = fs::path())
       : programa_(nombre, "") {
-    const fs::path bases = programa_.dir() / "bases";
-    fs::create_directories(bases);
-    for (const char* archivo : {"KORVEL8.MDB", "INDIZADO.MDB", "indizaPP.MDB"}) {
-      fs::copy_file(kFixtures / motor / archivo, bases / archivo);
+    const fs::path bases = programa_.Catalogo(kFixtures / motor);
+    if (!estadisticas.empty()) {
+      fs::copy_file(estadisticas, bases / "estadisticas.mdb", fs::copy_options::overwrite_existing);
+      fs::permissions(bases / "estadisticas.mdb", fs::perms::owner_read | fs::perms::owner_write);
     }
-    fs::copy_file(estadisticas.empty() ? kFixtures / motor / "estadisticas.mdb" : estadisticas,
-                  bases / "estadisticas.mdb");
-    fs::permissions(bases / "estadisticas.mdb", fs::perms::owner_read | fs::perms::owner_write);
     for (const char* cfg : {"libros.cfg", "revistas.cfg", "catalogo.cfg"}) {
-      WriteFile(programa_.dir() / cfg,
-                Reemplaza(ReadFile(fs::path(ORVEX_E2E_DIR) / "cfg" / cfg), "@BASES@", bases.string()));
+      programa_.ConfiguracionDePrueba(cfg);
     }
   }
-  std::string Pagina(const std::string& query) const {
-    const Respuesta r = programa_.Ejecuta(Get(query));
-    EXPECT_TRUE(r.termino);
-    return Reemplaza(r.salida, programa_.dir().string(), "@DIR@");
-  }
+  std::string Pagina(const std::string& query) const { return programa_.Pagina(query); }
   const fs::path& dir() const { return programa_.dir(); }
 
  private:

@@ -26,23 +26,14 @@ class ProgramaLibros {
  public:
   ProgramaLibros(const std::string& nombre, const std::string& archivo_cfg)
       : programa_(nombre, "") {
-    const fs::path dir = programa_.dir();
-    for (const char* bases : {"bases", "bases2"}) {
-      fs::copy(kCatalogo, dir / bases, fs::copy_options::recursive);
-    }
-    std::string cfg = ReadFile(fs::path(ORVEX_E2E_DIR) / "cfg" / archivo_cfg);
-    cfg = Reemplaza(cfg, "@BASES@", (dir / "bases").string());
-    cfg = Reemplaza(cfg, "@BASES2@", (dir / "bases2").string());
-    cfg = Reemplaza(cfg, "@DIR@", dir.string());
-    WriteFile(dir / "libros.cfg", cfg);
+    programa_.Catalogo(kCatalogo, "bases");
+    programa_.Catalogo(kCatalogo, "bases2");
+    programa_.ConfiguracionDePrueba(archivo_cfg, "libros.cfg");
   }
   const fs::path& dir() const { return programa_.dir(); }
 
   std::string Pagina(const std::string& query) const {
-    const Respuesta r = programa_.Ejecuta(Get("ArchivoCFG=libros.cfg&ACERVO=libros&" + query));
-    EXPECT_TRUE(r.termino);
-    EXPECT_EQ(r.estado, 0);
-    return Reemplaza(r.salida, dir().string(), "@DIR@");
+    return programa_.Pagina("ArchivoCFG=libros.cfg&ACERVO=libros&" + query);
   }
 
   // The rows of "Consultas" in the statistics database of `bases`:
@@ -221,11 +212,11 @@ const char kCfgRevistas[] =
 class ProgramaEcos {
  public:
   ProgramaEcos(const std::string& nombre, bool literales) : programa_(nombre, "") {
-    fs::copy(kCatalogo, dir() / "bases", fs::copy_options::recursive);
+    programa_.Catalogo(kCatalogo);
     for (const auto& [archivo, texto] :
          {std::pair<std::string, const char*>{"libros.cfg", kCfgLibros}, {kCfgHostil, kCfgLibros},
           {"varios.cfg", kCfgVarios}, {"listado.cfg", kCfgListado}, {"revistas.cfg", kCfgRevistas}}) {
-      WriteFile(dir() / archivo, Reemplaza(texto, "@BASES@", (dir() / "bases").string()));
+      programa_.Configuracion(archivo, texto);
     }
     if (literales) WriteFile(dir() / "orvex.ini", "Ecos = literales\n");
   }

@@ -120,6 +120,34 @@ std::string Codifica(std::string_view texto) {
   return r;
 }
 
+fs::path ProgramaCGI::Catalogo(const fs::path& origen, const std::string& destino) const {
+  const fs::path bases = dir_ / destino;
+  fs::copy(origen, bases, fs::copy_options::recursive);
+  for (const auto& e : fs::recursive_directory_iterator(bases)) {
+    fs::permissions(e.path(), fs::perms::owner_read | fs::perms::owner_write, fs::perm_options::add);
+  }
+  return bases;
+}
+
+void ProgramaCGI::Configuracion(const std::string& nombre, const std::string& texto) const {
+  std::string cfg = Reemplaza(texto, "@BASES2@", (dir_ / "bases2").string());
+  cfg = Reemplaza(cfg, "@BASES@", (dir_ / "bases").string());
+  WriteFile(dir_ / nombre, Reemplaza(cfg, "@DIR@", dir_.string()));
+}
+
+void ProgramaCGI::ConfiguracionDePrueba(const std::string& archivo,
+                                        const std::string& nombre) const {
+  Configuracion(nombre.empty() ? archivo : nombre,
+                ReadFile(fs::path(ORVEX_E2E_DIR) / "cfg" / archivo));
+}
+
+std::string ProgramaCGI::Pagina(const std::string& query) const {
+  const Respuesta r = Ejecuta(Get(query));
+  EXPECT_TRUE(r.termino) << query;
+  EXPECT_EQ(r.estado, 0) << query;
+  return Reemplaza(r.salida, dir_.string(), "@DIR@");
+}
+
 std::string Reemplaza(std::string texto, const std::string& de, const std::string& a) {
   for (std::size_t p = texto.find(de); p != std::string::npos; p = texto.find(de, p + a.size())) {
     texto.replace(p, de.size(), a);

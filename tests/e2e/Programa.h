@@ -50,6 +50,20 @@ class ProgramaCGI {
   }
   const fs::path& dir() const { return dir_; }
 
+  // Copies the catalogue directory `origen` (every file, writable) to
+  // `destino` in the program directory and returns its path there.
+  fs::path Catalogo(const fs::path& origen, const std::string& destino = "bases") const;
+  // Writes `texto` as the program's configuration `nombre`, with "@BASES@"
+  // and "@BASES2@" naming its bases/ and bases2/ and "@DIR@" the program
+  // directory.
+  void Configuracion(const std::string& nombre, const std::string& texto) const;
+  // The same for the configuration `archivo` of tests/e2e/cfg, named
+  // `nombre` (by default as it is named there).
+  void ConfiguracionDePrueba(const std::string& archivo, const std::string& nombre = "") const;
+  // The output of a GET, which must end by itself with status 0, with the
+  // program directory written "@DIR@".
+  std::string Pagina(const std::string& query) const;
+
   // Runs the binary under libfaketime (2008-12-15 09:30:11 UTC) with the
   // request's variables, body and output kind; stops it after its time limit.
   Respuesta Ejecuta(const Peticion& p) const;

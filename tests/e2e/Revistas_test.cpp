@@ -20,17 +20,13 @@ const fs::path kCatalogo = fs::path(ORVEX_FIXTURES) / "catalogo" / "sqlite";
 class ProgramaRevistas {
  public:
   explicit ProgramaRevistas(const std::string& nombre) : programa_(nombre, "") {
-    fs::copy(kCatalogo, dir() / "bases", fs::copy_options::recursive);
-    const std::string cfg = ReadFile(fs::path(ORVEX_E2E_DIR) / "cfg" / "revistas.cfg");
-    WriteFile(dir() / "revistas.cfg", Reemplaza(cfg, "@BASES@", (dir() / "bases").string()));
+    programa_.Catalogo(kCatalogo);
+    programa_.ConfiguracionDePrueba("revistas.cfg");
   }
   const fs::path& dir() const { return programa_.dir(); }
 
   std::string Pagina(const std::string& query) const {
-    const Respuesta r = programa_.Ejecuta(Get("ArchivoCFG=revistas.cfg&" + query));
-    EXPECT_TRUE(r.termino);
-    EXPECT_EQ(r.estado, 0);
-    return Reemplaza(r.salida, dir().string(), "@DIR@");
+    return programa_.Pagina("ArchivoCFG=revistas.cfg&" + query);
   }
 
   // An installation's own sheet in the program's XSLs folder.
