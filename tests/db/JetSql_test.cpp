@@ -36,6 +36,35 @@ TEST(JetToSqlite, RewritesTheDialectOutsideStrings) {
   for (const Case& c : cases) EXPECT_EQ(JetToSqlite(c.jet), c.sqlite) << c.jet;
 }
 
+// A date literal's hour on the 12-hour clock: 12 AM is midnight (hour 0),
+// 12 PM is noon (hour 12), and every other PM hour is twelve later.
+TEST(JetToSqlite, TwelveAmIsMidnightAndTwelvePmIsNoon) {
+  struct Case {
+    const char* jet;
+    const char* sqlite;
+  } cases[] = {
+      {"#1/2/2004 12:00:00 AM#", "'2004-01-02 00:00:00'"},
+      {"#1/2/2004 12:59:59 AM#", "'2004-01-02 00:59:59'"},
+      {"#1/2/2004 12:59 am#", "'2004-01-02 00:59:00'"},
+      {"#1/2/2004 1:00:00 AM#", "'2004-01-02 01:00:00'"},
+      {"#1/2/2004 11:59:59 AM#", "'2004-01-02 11:59:59'"},
+      {"#1/2/2004 12:00:00 PM#", "'2004-01-02 12:00:00'"},
+      {"#1/2/2004 12:30:00 PM#", "'2004-01-02 12:30:00'"},
+      {"#1/2/2004 12:59:59 PM#", "'2004-01-02 12:59:59'"},
+      {"#1/2/2004 12:59 pm#", "'2004-01-02 12:59:00'"},
+      {"#1/2/2004 1:00:00 PM#", "'2004-01-02 13:00:00'"},
+      {"#1/2/2004 11:59:59 PM#", "'2004-01-02 23:59:59'"},
+      {"#1/2/2004 11:59PM#", "'2004-01-02 23:59:00'"},
+      {"#1/2/2004 00:00:00#", "'2004-01-02 00:00:00'"},  // the 24-hour clock as it is
+      {"#1/2/2004 12:00:00#", "'2004-01-02 12:00:00'"},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(JetToSqlite(std::string("where Fecha = ") + c.jet),
+              std::string("where Fecha = ") + c.sqlite)
+        << c.jet;
+  }
+}
+
 // Nothing inside a string is rewritten, whatever it holds; a NUL byte,
 // which would end the engine's literal, joins the string's pieces.
 TEST(JetToSqlite, KeepsEveryByteOfAString) {

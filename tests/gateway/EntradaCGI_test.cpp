@@ -88,6 +88,31 @@ TEST(DecodificaURL, AMalformedEscapeRaisesATypeMismatch) {
   }
 }
 
+// The hexadecimal digits at the edges of their ranges, in either case and
+// either position, and the characters just outside them: '/' and ':' around
+// the digits, '@' and 'G' around the capitals, '`' and 'g' around the small
+// letters. A character outside the ranges raises a type mismatch; it is
+// never passed through.
+TEST(DecodificaURL, HexadecimalDigitsAtTheirBounds) {
+  using namespace std::string_literals;
+  struct Case {
+    std::string texto, resultado;
+  } aceptados[] = {
+      {"%00", "\0"s},  {"%09", "\x09"}, {"%90", "\x90"}, {"%0A", "\x0A"},
+      {"%0a", "\x0A"}, {"%A0", "\xA0"}, {"%a0", "\xA0"}, {"%0F", "\x0F"},
+      {"%0f", "\x0F"}, {"%F0", "\xF0"}, {"%f0", "\xF0"}, {"%FF", "\xFF"},
+      {"%ff", "\xFF"}, {"%Ff", "\xFF"}, {"%fF", "\xFF"}, {"%99", "\x99"},
+      {"%AA", "\xAA"}, {"%aa", "\xAA"}, {"x%0ay", "x\ny"}, {"%9", "\x09"},
+      {"%F", "\x0F"},  {"%f", "\x0F"},  {"%0", "\0"s},
+  };
+  for (const Case& c : aceptados) EXPECT_EQ(DecodificaURL(c.texto), c.resultado) << c.texto;
+
+  for (const char* bad : {"%0G", "%0g", "%0/", "%0:", "%0@", "%0`", "%G0", "%g0", "%/0", "%:0",
+                          "%@0", "%`0", "%/", "%:", "%@", "%`", "%G", "%g", "a%0Gb", "%41%/0"}) {
+    EXPECT_EQ(testing::ErrorNumberOf([&] { DecodificaURL(bad); }), kErrTiposNoCoinciden) << bad;
+  }
+}
+
 TEST(ValorCGI, FindsTheFirstFieldIgnoringCaseAndTrims) {
   EntradaCGI cgi;
   SeparaPares(cgi.pares, "ACERVO=libros&txt=++x++&a=1&a=2&%E1rbol=%C1&vacio=");

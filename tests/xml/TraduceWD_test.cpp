@@ -198,6 +198,14 @@ TEST_F(HojasBorrador, ProcessingModelElementsAndDegradation) {
            "</xsl:choose></xsl:for-each></xsl:template>" +
            kF,
        "cnc"},
+      {"or-equal comparisons hold at the bound, and the i forms ignore case",
+       kH +
+           "<xsl:template match='/'><xsl:for-each select='//EJEMPLAR'>[<xsl:if "
+           "test='@Vol $le$ 1'>L</xsl:if><xsl:if test='@Vol $ge$ 2'>G</xsl:if><xsl:if "
+           "test=\"@Biblio $ile$ 'CENTRAL'\">l</xsl:if><xsl:if "
+           "test=\"@Acceso $ige$ 's'\">g</xsl:if>]</xsl:for-each></xsl:template>" +
+           kF,
+       "[Glg][Lg][Ll]"},
       {"an element the dialect does not have is dropped and reported",
        kH + "<xsl:template match='/'>a<xsl:number/>b</xsl:template>" + kF, "ab",
        "xsl:number no existe"},

@@ -17,6 +17,7 @@
 #include <random>
 
 #include "base/CodePage.h"
+#include "db/jet/Bytes.h"
 #include "tests/db/PlazoDeMiradas.h"
 
 namespace orvex::db::jet {
@@ -119,6 +120,54 @@ TEST(EscritorJet, AppendedRowsReadBackOnOldAndNewPages) {
   auto original = Archivo::DesdeMemoria(Estadisticas(), "x");
   auto escrito = Archivo::DesdeMemoria(m.Bytes(), "x");
   EXPECT_EQ(escrito->NombresTablas(), original->NombresTablas());
+}
+
+// The free space a data page really has: the page less its 14-byte header,
+// its row offset table (two bytes a row) and its rows, each of which runs
+// from its offset to the previous row's (the first to the page's end).
+std::size_t EspacioLibreReal(const std::string& bytes, std::uint32_t pagina) {
+  const auto* p =
+      reinterpret_cast<const std::uint8_t*>(bytes.data()) + std::size_t{pagina} * kTamanoPagina;
+  const std::size_t filas = U16(p + 12);
+  std::size_t ocupado = 14 + 2 * filas;
+  std::size_t fin = kTamanoPagina;
+  for (std::size_t k = 0; k < filas; ++k) {
+    const std::size_t inicio = U16(p + 14 + 2 * k) & 0x1FFF;
+    EXPECT_LT(inicio, fin) << "page " << pagina << ", row " << k;
+    ocupado += fin - inicio;
+    fin = inicio;
+  }
+  return kTamanoPagina - ocupado;
+}
+
+// Other Jet readers trust the free-space count in a data page's header
+// (bytes 2-3) to decide where a row fits: after every append, on the page
+// that took the row and on each new page, it is the space the page really
+// has left.
+TEST(EscritorJet, TheFreeSpaceCountIsThePagesRealFreeSpace) {
+  EnMemoria m(Estadisticas());
+  const auto Comprueba = [&](const char* cuando) {
+    auto a = Archivo::DesdeMemoria(m.Bytes(), "x");
+    const Tabla* t = a->BuscaTabla("Consultas");
+    ASSERT_NE(t, nullptr);
+    ASSERT_FALSE(t->paginas_datos.empty());
+    for (std::uint32_t n : t->paginas_datos) {
+      const auto* p =
+          reinterpret_cast<const std::uint8_t*>(m.Bytes().data()) + std::size_t{n} * kTamanoPagina;
+      ASSERT_EQ(p[0], 0x01) << cuando << ", page " << n;
+      EXPECT_EQ(U16(p + 2), EspacioLibreReal(m.Bytes(), n)) << cuando << ", page " << n;
+    }
+  };
+  Comprueba("before any append");
+  const std::uint32_t paginas = m.Paginas();
+  // Rows of different lengths (a null client is shorter) until two new
+  // pages have been started and taken more rows.
+  for (int i = 0; i < 150; ++i) {
+    Agrega(m, Consulta(i));
+    Comprueba(("after row " + std::to_string(i)).c_str());
+    if (::testing::Test::HasFailure()) break;
+  }
+  EXPECT_GE(m.Paginas(), paginas + 2);
 }
 
 // Debian's mdbtools reads what Orvex wrote, value by value.
