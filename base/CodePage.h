@@ -32,7 +32,9 @@ class CodePage {
 // overlong sequence gives U+FFFD and consumes one byte.
 char32_t NextUtf8(std::string_view utf8, size_t& i);
 
-// Appends the UTF-8 sequence of `c`.
+// Appends the UTF-8 sequence of `c` (up to U+10FFFF): one to four bytes. A
+// surrogate code point (U+D800 to U+DFFF) is written as its own three bytes
+// like any other, not replaced; callers that join pairs do so first.
 void AppendUtf8(std::string& out, char32_t c);
 
 // Converts a UTF-8 literal of the source code (characters up to U+00FF only)

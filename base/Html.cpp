@@ -3,9 +3,9 @@
 namespace orvex {
 namespace {
 
-// `texto` with "&", "<" and ">" as character references, and the quotes too
-// when `comillas`.
-std::string Escapa(std::string_view texto, bool comillas) {
+// `texto` with "&", "<" and ">" as character references, "\"" as `comilla`
+// and "'" as `apostrofo`; a null replacement keeps the character's byte.
+std::string Escapa(std::string_view texto, const char* comilla, const char* apostrofo) {
   std::string salida;
   salida.reserve(texto.size());
   for (const char c : texto) {
@@ -13,8 +13,20 @@ std::string Escapa(std::string_view texto, bool comillas) {
       case '&': salida += "&amp;"; break;
       case '<': salida += "&lt;"; break;
       case '>': salida += "&gt;"; break;
-      case '"': salida += comillas ? "&quot;" : "\""; break;
-      case '\'': salida += comillas ? "&#39;" : "'"; break;
+      case '"':
+        if (comilla != nullptr) {
+          salida += comilla;
+        } else {
+          salida += c;
+        }
+        break;
+      case '\'':
+        if (apostrofo != nullptr) {
+          salida += apostrofo;
+        } else {
+          salida += c;
+        }
+        break;
       default: salida += c;
     }
   }
@@ -23,8 +35,16 @@ std::string Escapa(std::string_view texto, bool comillas) {
 
 }  // namespace
 
-std::string EscapaEco(std::string_view texto) { return Escapa(texto, true); }
+std::string EscapaEco(std::string_view texto) { return Escapa(texto, "&quot;", "&#39;"); }
 
-std::string EscapaTexto(std::string_view texto) { return Escapa(texto, false); }
+std::string EscapaTexto(std::string_view texto) { return Escapa(texto, nullptr, nullptr); }
+
+std::string EscapaComillaDoble(std::string_view texto) {
+  return Escapa(texto, "&quot;", nullptr);
+}
+
+std::string EscapaEntidadesXML(std::string_view texto) {
+  return Escapa(texto, "&quot;", "&apos;");
+}
 
 }  // namespace orvex

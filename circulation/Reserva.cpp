@@ -3,13 +3,13 @@
 #include "base/CodePage.h"
 #include "base/Plazo.h"
 #include "base/EnviaLinea.h"
+#include "base/Html.h"
 #include "base/Runtime.h"
 #include "base/RuntimeError.h"
 #include "circulation/Disponibilidad.h"
 #include "config/Plantillas.h"
 #include "gateway/Bitacora.h"
 #include "gateway/EntradaCGI.h"
-#include "xml/XMLFicha.h"
 
 namespace orvex::circulation {
 namespace {
@@ -36,7 +36,7 @@ constexpr std::string_view kLeeRespuesta =
 // (Windows-1252).
 std::string TextoComando(std::string_view texto) {
   std::string r;
-  for (const char c : xml::EscapaXML(texto)) {
+  for (const char c : EscapaEntidadesXML(texto)) {
     const auto byte = static_cast<unsigned char>(c);
     if (byte < 0x20 || byte == 0x7F) {
       r += "&#" + std::to_string(byte) + ";";

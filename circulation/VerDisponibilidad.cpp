@@ -6,12 +6,12 @@
 #include "base/CodePage.h"
 #include "base/Plazo.h"
 #include "base/EnviaLinea.h"
+#include "base/Html.h"
 #include "base/Runtime.h"
 #include "base/RuntimeError.h"
 #include "circulation/Disponibilidad.h"
 #include "config/Plantillas.h"
 #include "gateway/Bitacora.h"
-#include "gateway/Diagnostico.h"
 #include "gateway/EntradaCGI.h"
 
 namespace orvex::circulation {
@@ -60,11 +60,7 @@ std::vector<std::string_view> Parte(std::string_view texto, char separador) {
 
 // A value from the server as page text: the characters that could end a
 // text or either kind of attribute value, as character references.
-std::string Escapa(std::string_view texto) {
-  std::string r = gateway::EscapaHTML(texto);
-  for (size_t at; (at = r.find('\'')) != std::string::npos;) r.replace(at, 1, "&#39;");
-  return r;
-}
+std::string Escapa(std::string_view texto) { return EscapaEco(texto); }
 
 std::string EstadoEnPalabras(const std::string& estado) {
   if (estado == "disponible") return "Disponible";

@@ -1,7 +1,6 @@
 #include "db/Database.h"
 
 #include <cstdio>
-#include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -70,24 +69,28 @@ bool LeeFechaIso(std::string_view s, DateTime& t) {
   return true;
 }
 
+Motor MotorDeArchivo(const std::string& path) {
+  if (path.find('\0') != std::string::npos) return Motor::Ilegible;
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return Motor::Ilegible;
+  char cabecera[20];
+  const ssize_t n = ::read(fd, cabecera, sizeof cabecera);
+  ::close(fd);
+  const std::string_view leido(cabecera, n > 0 ? static_cast<std::size_t>(n) : 0);
+  if (leido.starts_with(std::string_view("SQLite format 3\0", 16))) return Motor::Sqlite;
+  if (leido.size() >= 19 && leido.substr(4, 15) == "Standard Jet DB") return Motor::Jet;
+  return Motor::Desconocido;
+}
+
 std::unique_ptr<Database> OpenDatabase(const std::string& path, const CodePage& page,
                                        const OpenOptions& options) {
-  char head[20] = {};
-  {
-    const int fd = path.find('\0') == std::string::npos ? ::open(path.c_str(), O_RDONLY | O_CLOEXEC) : -1;
-    if (fd < 0) {
+  switch (MotorDeArchivo(path)) {
+    case Motor::Ilegible:
       throw RuntimeError(kErrArchivoBaseNoEncontrado,
                          Latin1("No se pudo encontrar el archivo '") + path + "'.");
-    }
-    const ssize_t n = ::read(fd, head, sizeof head);
-    ::close(fd);
-    (void)n;
-  }
-  if (std::memcmp(head, "SQLite format 3", 16) == 0) {
-    return OpenSqliteDatabase(path, page, options);
-  }
-  if (std::memcmp(head + 4, "Standard Jet DB", 15) == 0) {
-    return OpenJetDatabase(path, page, options);
+    case Motor::Sqlite: return OpenSqliteDatabase(path, page, options);
+    case Motor::Jet: return OpenJetDatabase(path, page, options);
+    case Motor::Desconocido: break;
   }
   throw RuntimeError(kErrFormatoNoReconocido,
                      Latin1("No se reconoce el formato de la base de datos '") + path + "'.");

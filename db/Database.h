@@ -126,9 +126,22 @@ struct OpenOptions {
   Plazo* plazo = nullptr;
 };
 
+// The engine a database file is written for.
+enum class Motor {
+  Ilegible,     // the file cannot be opened (missing, not allowed)
+  Desconocido,  // neither engine's mark
+  Sqlite,       // "SQLite format 3" and a 00 byte, at the start
+  Jet,          // "Standard Jet DB" at byte 4
+};
+
+// The engine of the file in `path`, told by its first bytes: only bytes the
+// file has count, so a file shorter than a mark does not bear it. A path
+// with a 00 byte names no file (Ilegible).
+Motor MotorDeArchivo(const std::string& path);
+
 // Opens the database in `path`, telling the engine by the file's first
-// bytes. Raises a RuntimeError with the engine's number and text when the
-// file is missing, unreadable or of a format Orvex cannot read.
+// bytes (MotorDeArchivo). Raises a RuntimeError with the engine's number and
+// text when the file is missing, unreadable or of a format Orvex cannot read.
 std::unique_ptr<Database> OpenDatabase(const std::string& path, const CodePage& page,
                                        const OpenOptions& options = {});
 

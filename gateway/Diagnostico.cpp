@@ -4,12 +4,12 @@
 #include <chrono>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <optional>
 #include <vector>
 
 #include "base/CodePage.h"
 #include "base/EnviaLinea.h"
+#include "base/Html.h"
 #include "base/Runtime.h"
 #include "base/RuntimeError.h"
 #include "circulation/ChecaIP.h"
@@ -17,6 +17,7 @@
 #include "config/ArchivoCFG.h"
 #include "config/Instalacion.h"
 #include "config/Plantillas.h"
+#include "db/Database.h"
 #include "db/SqliteEngine.h"
 #include "db/jet/EscritorJet.h"
 #include "gateway/Encabezado.h"
@@ -146,13 +147,14 @@ std::vector<Catalogo> Catalogos(const Solicitud& s, std::string& error) {
 }
 
 std::string TituloCatalogo(const Catalogo& c) {
-  return c.nombre.empty() ? EscapaHTML(c.ruta) : EscapaHTML(c.nombre) + " (" + EscapaHTML(c.ruta) + ")";
+  return c.nombre.empty() ? EscapaComillaDoble(c.ruta)
+                          : EscapaComillaDoble(c.nombre) + " (" + EscapaComillaDoble(c.ruta) + ")";
 }
 
 // The catalogue as a public page names it: by its collection's name, or by
 // its number, never by its directory.
 std::string NombrePublico(const Catalogo& c) {
-  return c.nombre.empty() ? Latin1("Catálogo ") + std::to_string(c.numero) : EscapaHTML(c.nombre);
+  return c.nombre.empty() ? Latin1("Catálogo ") + std::to_string(c.numero) : EscapaComillaDoble(c.nombre);
 }
 
 std::optional<std::string> BuscaArchivo(Solicitud& s, std::string_view dir, std::string_view nombre) {
@@ -183,15 +185,15 @@ std::string FechaModificacion(const std::string& ruta) {
          " " + Dos(local.tm_hour) + ":" + Dos(local.tm_min) + ":" + Dos(local.tm_sec);
 }
 
-// The engine a database file is written for, told by its first bytes:
-// "SQLite", "Jet" or empty when neither.
-std::string MotorDelArchivo(const std::string& ruta) {
-  char cabecera[20] = {};
-  std::ifstream archivo(ruta, std::ios::binary);
-  archivo.read(cabecera, sizeof cabecera);
-  const std::string_view leido(cabecera, static_cast<std::size_t>(archivo.gcount()));
-  if (leido.starts_with(std::string_view("SQLite format 3\0", 16))) return "SQLite";
-  if (leido.size() >= 19 && leido.substr(4, 15) == "Standard Jet DB") return "Jet";
+// The name of the engine a database file is written for, as the checklist
+// shows it: "SQLite", "Jet" or empty when neither.
+std::string NombreDelMotor(db::Motor motor) {
+  switch (motor) {
+    case db::Motor::Sqlite: return "SQLite";
+    case db::Motor::Jet: return "Jet";
+    case db::Motor::Ilegible:
+    case db::Motor::Desconocido: break;
+  }
   return "";
 }
 
@@ -206,12 +208,12 @@ class ListaRevision {
     ++total_;
     if (!correcto) ++fallas_;
     Linea(s_, "<li>" + que + ": " +
-                  (correcto ? std::string("correcto") : Latin1("falló: ") + EscapaHTML(razon)) +
+                  (correcto ? std::string("correcto") : Latin1("falló: ") + EscapaComillaDoble(razon)) +
                   "</li>");
   }
   // An item that is neither right nor wrong ("no instalada", "sin red").
   void Nota(const std::string& que, const std::string& texto) {
-    Linea(s_, "<li>" + que + ": " + EscapaHTML(texto) + "</li>");
+    Linea(s_, "<li>" + que + ": " + EscapaComillaDoble(texto) + "</li>");
   }
   int total() const { return total_; }
   int fallas() const { return fallas_; }
@@ -245,7 +247,7 @@ std::vector<TablaEsperada> TablasEsperadas(std::string_view archivo) {
 void RevisaTablas(ListaRevision& lista, db::Database& db, std::string_view archivo) {
   const std::vector<std::string> tablas = db.TableNames();
   for (const TablaEsperada& esperada : TablasEsperadas(archivo)) {
-    const std::string que = "Tabla " + EscapaHTML(esperada.nombre) + " de " + std::string(archivo);
+    const std::string que = "Tabla " + EscapaComillaDoble(esperada.nombre) + " de " + std::string(archivo);
     const auto tabla = std::find_if(tablas.begin(), tablas.end(), [&](const std::string& t) {
       return EqualsIgnoringCase(t, esperada.nombre);
     });
@@ -283,9 +285,9 @@ void PruebaEscrituraJet(Solicitud& s, ListaRevision& lista, const std::string& q
 // row it had and no other: a SQLite file gets a row inside a transaction
 // that is rolled back; a Jet file the writer's own checks.
 void PruebaEscritura(Solicitud& s, ListaRevision& lista, const std::string& ruta,
-                     const std::string& motor) {
+                     db::Motor motor) {
   const std::string que = "Escritura en " + std::string(kEstadisticas);
-  if (motor == "Jet") {
+  if (motor == db::Motor::Jet) {
     PruebaEscrituraJet(s, lista, que, ruta);
     return;
   }
@@ -312,9 +314,10 @@ void RevisaArchivo(Solicitud& s, ListaRevision& lista, const std::string& dir,
   const std::optional<std::string> ruta = BuscaArchivo(s, dir, archivo);
   lista.Item("Archivo " + nombre, ruta.has_value(), "no se encuentra en " + dir);
   if (!ruta) return;
-  const std::string motor = MotorDelArchivo(*ruta);
-  lista.Item("Formato de " + nombre + (motor.empty() ? "" : " (" + motor + ")"), !motor.empty(),
-             "formato no reconocido");
+  const db::Motor motor = db::MotorDeArchivo(*ruta);
+  const std::string nombre_motor = NombreDelMotor(motor);
+  lista.Item("Formato de " + nombre + (nombre_motor.empty() ? "" : " (" + nombre_motor + ")"),
+             !nombre_motor.empty(), "formato no reconocido");
   std::unique_ptr<db::Database> db;
   try {
     db = s.bases.Open(*ruta, kSoloLectura);
@@ -374,12 +377,12 @@ void RevisaServidores(Solicitud& s, ListaRevision& lista) {
     alguno = true;
     const auto numero = static_cast<std::uint8_t>((linea[2] - '0') * 10 + (linea[3] - '0'));
     circulation::ServidorCirculacion servidor;
-    const std::string que = Latin1("Servidor de circulación ") + EscapaHTML(linea.substr(0, 4));
+    const std::string que = Latin1("Servidor de circulación ") + EscapaComillaDoble(linea.substr(0, 4));
     if (!circulation::BuscaServidor(seccion, numero, servidor)) {
       lista.Item(que, false, Latin1("la línea no tiene servidor y puerto"));
       continue;
     }
-    const std::string destino = EscapaHTML(servidor.direccion + ":" + servidor.puerto);
+    const std::string destino = EscapaComillaDoble(servidor.direccion + ":" + servidor.puerto);
     if (s.red == nullptr) {
       lista.Nota(que + " " + destino, "sin red");
       continue;
@@ -410,21 +413,6 @@ std::optional<std::int32_t> NumeroDeFicha(const std::string& expresion, std::str
 
 }  // namespace
 
-std::string EscapaHTML(std::string_view texto) {
-  std::string r;
-  r.reserve(texto.size());
-  for (char c : texto) {
-    switch (c) {
-      case '&': r += "&amp;"; break;
-      case '<': r += "&lt;"; break;
-      case '>': r += "&gt;"; break;
-      case '"': r += "&quot;"; break;
-      default: r += c;
-    }
-  }
-  return r;
-}
-
 bool ClienteAdministrador(const Solicitud& s) {
   const std::string ip = Recorta(s.cgi.Variable("REMOTE_ADDR"));
   if (ip.empty() || !ConfiguracionDelPrograma(s)) return false;
@@ -437,7 +425,7 @@ bool ClienteAdministrador(const Solicitud& s) {
 
 void ShowVer(Solicitud& s, const std::string&) {
   AbrePaginaPublica(s, Latin1("Versión de Orvex"));
-  Linea(s, Latin1("<p>Versión: ") + EscapaHTML(s.VersionPrograma) + "</p>");
+  Linea(s, Latin1("<p>Versión: ") + EscapaComillaDoble(s.VersionPrograma) + "</p>");
   Linea(s, Latin1("<p>Orvex, pasarela web del catálogo de la biblioteca.</p>"));
   Linea(s, "<ul>");
 
@@ -458,11 +446,11 @@ void ShowVer(Solicitud& s, const std::string&) {
 void DebugCfg(Solicitud& s, const std::string&) {
   if (!Autorizado(s, "DEBUGCFG")) return;
   AbrePagina(s, Latin1("Archivo de configuración"));
-  Linea(s, "<p>Archivo: " + EscapaHTML(s.cfg.ArchivoCFG) + "</p>");
+  Linea(s, "<p>Archivo: " + EscapaComillaDoble(s.cfg.ArchivoCFG) + "</p>");
   if (s.cfg.TextoCFG.empty()) {
     Linea(s, Latin1("<p>El archivo está vacío o no se encontró.</p>"));
   } else {
-    Linea(s, "<pre>" + EscapaHTML(s.cfg.TextoCFG) + "</pre>");
+    Linea(s, "<pre>" + EscapaComillaDoble(s.cfg.TextoCFG) + "</pre>");
   }
   CierraPagina(s);
 }
@@ -471,7 +459,7 @@ void ShowBdt(Solicitud& s, const std::string&) {
   AbrePaginaPublica(s, Latin1("Bases de datos del catálogo"));
   std::string error;
   const std::vector<Catalogo> catalogos = Catalogos(s, error);
-  if (catalogos.empty()) Linea(s, "<p>" + EscapaHTML(error) + "</p>");
+  if (catalogos.empty()) Linea(s, "<p>" + EscapaComillaDoble(error) + "</p>");
   for (const Catalogo& c : catalogos) {
     Linea(s, "<H4>" + NombrePublico(c) + "</H4>");
     Linea(s, "<ul>");
@@ -479,9 +467,9 @@ void ShowBdt(Solicitud& s, const std::string&) {
       try {
         std::unique_ptr<db::Database> db = s.bases.Open(*ruta, kSoloLectura);
         Linea(s, Latin1("<li>Títulos: ") +
-                     EscapaHTML(Consulta(*db, "SELECT COUNT(*) AS v FROM Fichas")) + "</li>");
+                     EscapaComillaDoble(Consulta(*db, "SELECT COUNT(*) AS v FROM Fichas")) + "</li>");
         Linea(s, "<li>Ejemplares: " +
-                     EscapaHTML(Consulta(*db, "SELECT COUNT(*) AS v FROM Ejemplares")) + "</li>");
+                     EscapaComillaDoble(Consulta(*db, "SELECT COUNT(*) AS v FROM Ejemplares")) + "</li>");
       } catch (const RuntimeError& e) {
         // The description would name the file's path.
         Linea(s, "<li>No se pudo leer " + std::string(queries::kBiblio) + " (error " +
@@ -527,7 +515,7 @@ void ShowSec(Solicitud& s, const std::string& expresion) {
     if (!ruta) error = Latin1("No se encontró ") + std::string(queries::kBiblio) + " en " + catalogos.front().ruta;
   }
   if (!ruta) {
-    config::MensajeH4(s.sys.salida, EscapaHTML(error));
+    config::MensajeH4(s.sys.salida, EscapaComillaDoble(error));
     CierraPagina(s);
     return;
   }
@@ -545,7 +533,8 @@ void ShowSec(Solicitud& s, const std::string& expresion) {
     config::CargaConfiguracion(s.instalacion, *s.BDBiblio, "LIBROS", catalogos.front().ruta, callado);
     records::CargaFicha(*s.BDBiblio, *numero, ficha);
   } catch (const RuntimeError& e) {
-    config::MensajeH4(s.sys.salida, "No se pudo leer el " + Latin1("catálogo: ") + EscapaHTML(e.description()));
+    config::MensajeH4(s.sys.salida, "No se pudo leer el " + Latin1("catálogo: ") +
+                                        EscapaComillaDoble(e.description()));
     CierraPagina(s);
     return;
   }
@@ -571,9 +560,9 @@ void ShowSec(Solicitud& s, const std::string& expresion) {
   Linea(s, "<H4>Tabla de campos</H4>");
   Linea(s, records::TablaCampos(ficha));
   Linea(s, "<H4>Documento XML de la tarjeta</H4>");
-  Linea(s, "<pre>" + EscapaHTML(xml::XMLTarjeta(ficha)) + "</pre>");
+  Linea(s, "<pre>" + EscapaComillaDoble(xml::XMLTarjeta(ficha)) + "</pre>");
   Linea(s, "<H4>Documento XML de la ficha</H4>");
-  Linea(s, "<pre>" + EscapaHTML(xml::XMLFicha(ficha, s.instalacion)) + "</pre>");
+  Linea(s, "<pre>" + EscapaComillaDoble(xml::XMLFicha(ficha, s.instalacion)) + "</pre>");
   CierraPagina(s);
 }
 
@@ -583,7 +572,7 @@ void TestAll(Solicitud& s, const std::string&) {
   ListaRevision lista(s);
 
   Linea(s, Latin1("<H4>Archivo de configuración</H4>"));
-  Linea(s, "<p>" + EscapaHTML(s.cfg.ArchivoCFG) + "</p>");
+  Linea(s, "<p>" + EscapaComillaDoble(s.cfg.ArchivoCFG) + "</p>");
   Linea(s, "<ul>");
   for (std::string_view seccion :
        {"BASE:", "ENCABEZADO:", "FORMATO:", "SEPARADOR:", "NOENCONTRADO:", "FINAL:"}) {
@@ -612,7 +601,7 @@ void TestAll(Solicitud& s, const std::string&) {
     Linea(s, Latin1("<H4>Catálogo ") + TituloCatalogo(c) + "</H4>");
     Linea(s, "<ul>");
     const bool hay_directorio = !s.sys.archivos.List(c.ruta).empty();
-    lista.Item("Directorio " + EscapaHTML(c.ruta), hay_directorio,
+    lista.Item("Directorio " + EscapaComillaDoble(c.ruta), hay_directorio,
                "no existe, no se puede leer o no tiene archivos");
     if (hay_directorio) {
       for (std::string_view archivo :

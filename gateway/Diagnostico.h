@@ -28,9 +28,6 @@ namespace orvex::gateway {
 // may hold text the client wrote.
 bool ClienteAdministrador(const Solicitud& s);
 
-// `texto` with "&", "<", ">" and "\"" written as character references.
-std::string EscapaHTML(std::string_view texto);
-
 // "SHOW_VER": the program's version and its components (database engine and
 // its version, XSL processor module found or not).
 void ShowVer(Solicitud& s, const std::string& expresion);

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "base/CodePage.h"
+#include "base/Html.h"
 #include "base/Runtime.h"
 
 namespace orvex::records {
@@ -161,21 +162,6 @@ std::string UneConBarras(const std::vector<std::string>& ocurrencias) {
     unido += o;
   }
   return unido;
-}
-
-std::string EscapaHTML(std::string_view texto) {
-  std::string salida;
-  salida.reserve(texto.size());
-  for (char c : texto) {
-    switch (c) {
-      case '&': salida += "&amp;"; break;
-      case '<': salida += "&lt;"; break;
-      case '>': salida += "&gt;"; break;
-      case '"': salida += "&quot;"; break;
-      default: salida += c;
-    }
-  }
-  return salida;
 }
 
 // The Spanish label of a tag shown in the field table.
@@ -433,9 +419,9 @@ std::string FichaBreve(const RegFicha& ficha) {
     titulo = TrimBlanks(std::string_view(titulo).substr(0, titulo.find(" /")));
   }
   std::string breve;
-  if (!nombre.empty()) breve.append("<b>").append(EscapaHTML(nombre)).append("</b>");
+  if (!nombre.empty()) breve.append("<b>").append(EscapaComillaDoble(nombre)).append("</b>");
   if (!nombre.empty() && !titulo.empty()) breve += ' ';
-  breve += EscapaHTML(titulo);
+  breve += EscapaComillaDoble(titulo);
   return breve;
 }
 
@@ -446,11 +432,11 @@ std::string TablaCampos(const RegFicha& ficha) {
     if (campo.etiqueta.substr(0, 2) == "00") continue;
     const std::vector<std::string> ocurrencias = Ocurrencias(campo.contenido);
     if (ocurrencias.empty()) continue;
-    tabla.append("<tr><td class=\"etiqueta\">").append(EscapaHTML(Rotulo(campo.etiqueta)));
+    tabla.append("<tr><td class=\"etiqueta\">").append(EscapaComillaDoble(Rotulo(campo.etiqueta)));
     tabla.append("</td><td class=\"contenido\">");
     for (std::size_t i = 0; i < ocurrencias.size(); ++i) {
       if (i > 0) tabla += "<br>";
-      tabla += EnlacesMedios(EscapaHTML(ocurrencias[i]));
+      tabla += EnlacesMedios(EscapaComillaDoble(ocurrencias[i]));
     }
     tabla.append("</td></tr>").append(kFinLinea);
   }

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/Html.h"
 #include "base/Runtime.h"
 
 namespace orvex::xml {
@@ -135,21 +136,7 @@ std::string XMLFicha(const records::RegFicha& ficha, const config::Instalacion& 
   return doc;
 }
 
-std::string EscapaXML(std::string_view texto) {
-  std::string salida;
-  salida.reserve(texto.size());
-  for (char c : texto) {
-    switch (c) {
-      case '&': salida += "&amp;"; break;
-      case '<': salida += "&lt;"; break;
-      case '>': salida += "&gt;"; break;
-      case '\'': salida += "&apos;"; break;
-      case '"': salida += "&quot;"; break;
-      default: salida += c;
-    }
-  }
-  return salida;
-}
+std::string EscapaXML(std::string_view texto) { return EscapaEntidadesXML(texto); }
 
 std::string EnvuelveCDATA(std::string_view texto) {
   return "<![CDATA[" + std::string(texto) + "]]>";

@@ -68,7 +68,8 @@ std::string XMLFicha(const records::RegFicha& ficha, const config::Instalacion& 
 
 // `texto` with the five XML characters replaced: "&" by "&amp;", "<" by
 // "&lt;", ">" by "&gt;", "'" by "&apos;" and "\"" by "&quot;". Each character
-// is replaced once: an existing "&amp;" becomes "&amp;amp;".
+// is replaced once: an existing "&amp;" becomes "&amp;amp;". The escape of
+// every XML document of the record (EscapaEntidadesXML of base/Html.h).
 std::string EscapaXML(std::string_view texto);
 
 // "<![CDATA[" + `texto` + "]]>". A "]]>" inside `texto` is not split, so such

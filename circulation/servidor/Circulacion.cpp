@@ -10,6 +10,7 @@
 #include <stdexcept>
 
 #include "base/CodePage.h"
+#include "base/Html.h"
 
 namespace orvex::circulacion {
 namespace {
@@ -180,21 +181,6 @@ const std::string kNoReconocido = "<Error Mensaje='Comando no reconocido'/>";
 
 }  // namespace
 
-std::string EscapaXML(std::string_view texto) {
-  std::string r;
-  for (char c : texto) {
-    switch (c) {
-      case '&': r += "&amp;"; break;
-      case '<': r += "&lt;"; break;
-      case '>': r += "&gt;"; break;
-      case '\'': r += "&apos;"; break;
-      case '"': r += "&quot;"; break;
-      default: r += c;
-    }
-  }
-  return r;
-}
-
 Circulacion::Circulacion(const std::string& directorio_catalogo,
                          const std::string& archivo_prestamos) {
   std::string korvel = BuscaKorvel(directorio_catalogo);
@@ -251,7 +237,7 @@ std::string Circulacion::Atiende(std::string_view comando) {
       return cp.FromUtf8(Disponibilidad(std::stoll(ficha)));
     }
   } catch (const std::runtime_error& e) {
-    return "<Error Mensaje='" + EscapaXML(cp.FromUtf8(e.what())) + "'/>";
+    return "<Error Mensaje='" + EscapaEntidadesXML(cp.FromUtf8(e.what())) + "'/>";
   }
   return kNoReconocido;
 }
@@ -293,10 +279,11 @@ std::string Circulacion::Disponibilidad(long long ficha) {
     } else if (!Accesible(copias.Columna(4))) {
       estado = "no accesible";
     }
-    r += "<Ejemplar NumAdqui='" + EscapaXML(numadqui) + "' Biblioteca='" +
-         EscapaXML(copias.Columna(1)) + "' Volumen='" + EscapaXML(copias.Columna(2)) +
-         "' Ejemplar='" + EscapaXML(copias.Columna(3)) + "' Estado='" + estado + "' Vence='" +
-         EscapaXML(vence) + "'/>";
+    r += "<Ejemplar NumAdqui='" + EscapaEntidadesXML(numadqui) +
+         "' Biblioteca='" + EscapaEntidadesXML(copias.Columna(1)) +
+         "' Volumen='" + EscapaEntidadesXML(copias.Columna(2)) +
+         "' Ejemplar='" + EscapaEntidadesXML(copias.Columna(3)) + "' Estado='" + estado +
+         "' Vence='" + EscapaEntidadesXML(vence) + "'/>";
   }
   return r + "</Disponibilidad>";
 }

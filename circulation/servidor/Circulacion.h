@@ -38,7 +38,4 @@ class Circulacion {
   sqlite3* prestamos_ = nullptr;
 };
 
-// "<" "&" and the quotes as entities, for attribute values.
-std::string EscapaXML(std::string_view texto);
-
 }  // namespace orvex::circulacion

@@ -39,22 +39,10 @@ struct Trozo {
   std::uint32_t L(std::size_t i) const { Pide(i, 4); return U32(p + i); }
 };
 
-void AgregaUtf8(std::string& r, std::uint32_t c) {
-  if (c < 0x80) {
-    r += static_cast<char>(c);
-  } else if (c < 0x800) {
-    r += static_cast<char>(0xC0 | c >> 6);
-    r += static_cast<char>(0x80 | (c & 0x3F));
-  } else {
-    r += static_cast<char>(0xE0 | c >> 12);
-    r += static_cast<char>(0x80 | (c >> 6 & 0x3F));
-    r += static_cast<char>(0x80 | (c & 0x3F));
-  }
-}
-
 // Jet 4 text: UCS-2 little endian, or, when it begins with FF FE, runs of
 // one-byte characters and two-byte characters that each 00 byte switches
-// (one-byte first). Surrogate pairs are joined.
+// (one-byte first). Surrogate pairs are joined; a surrogate without its
+// other half is written as its own three bytes, as it was stored.
 std::string Texto(const std::uint8_t* p, std::size_t n) {
   std::string r;
   std::vector<std::uint16_t> unidades;
@@ -76,17 +64,12 @@ std::string Texto(const std::uint8_t* p, std::size_t n) {
     for (std::size_t i = 0; i + 1 < n; i += 2) unidades.push_back(U16(p + i));
   }
   for (std::size_t i = 0; i < unidades.size(); ++i) {
-    std::uint32_t c = unidades[i];
+    char32_t c = unidades[i];
     if (c >= 0xD800 && c < 0xDC00 && i + 1 < unidades.size() && unidades[i + 1] >= 0xDC00 &&
         unidades[i + 1] < 0xE000) {
       c = 0x10000 + ((c - 0xD800) << 10) + (unidades[++i] - 0xDC00);
-      r += static_cast<char>(0xF0 | c >> 18);
-      r += static_cast<char>(0x80 | (c >> 12 & 0x3F));
-      r += static_cast<char>(0x80 | (c >> 6 & 0x3F));
-      r += static_cast<char>(0x80 | (c & 0x3F));
-      continue;
     }
-    AgregaUtf8(r, c);
+    AppendUtf8(r, c);
   }
   return r;
 }
