@@ -320,3 +320,37 @@ TEST(OpenDatabase, RefusesMissingFilesAndOtherFormats) {
 
 }  // namespace
 }  // namespace orvex::db
+
+namespace orvex::db {
+namespace {
+
+// The engine is told by the marks the file holds, never by bytes it lacks.
+TEST(MotorDeArchivo, TellsTheEngineByTheMarkTheFileHolds) {
+  const testing::DirectorioTemporal tmp;
+  const auto escribe = [&](const std::string& nombre, const std::string& bytes) {
+    std::ofstream(tmp.ruta() / nombre, std::ios::binary) << bytes;
+    return (tmp.ruta() / nombre).string();
+  };
+  const std::string jet_sin_fin = std::string("\0\1\0\0Standard Jet DB", 19);
+  const struct {
+    std::string ruta;
+    Motor motor;
+  } casos[] = {
+      {(kSqlite / "KORVEL8.MDB").string(), Motor::Sqlite},
+      {(fs::path(ORVEX_FIXTURES) / "catalogo" / "jet" / "KORVEL8.MDB").string(), Motor::Jet},
+      {escribe("sqlite16", std::string("SQLite format 3\0", 16)), Motor::Sqlite},
+      {escribe("sqlite15", "SQLite format 3"), Motor::Desconocido},
+      {escribe("jet19", jet_sin_fin), Motor::Jet},
+      {escribe("jet18", jet_sin_fin.substr(0, 18)), Motor::Desconocido},
+      {escribe("vacio", ""), Motor::Desconocido},
+      {escribe("texto", "Ficha_No;Fecha\r\n1;2004-03-01\r\n"), Motor::Desconocido},
+      {(tmp.ruta() / "no-existe").string(), Motor::Ilegible},
+      {std::string("KORVEL8.MDB\0x", 13), Motor::Ilegible},
+  };
+  for (const auto& c : casos) {
+    EXPECT_EQ(MotorDeArchivo(c.ruta), c.motor) << c.ruta;
+  }
+}
+
+}  // namespace
+}  // namespace orvex::db
