@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -96,11 +97,20 @@ sockaddr_in Destino(std::uint32_t address, int puerto) {
 // every ICMP message of the machine (our own request too on loopback), so its
 // answers are matched by source, identifier and sequence; an unprivileged
 // socket delivers only the ICMP message, and the kernel sets the identifier.
+//
+// The sequence number is counted for the whole process on purpose: on a raw
+// socket every echo of the process carries the same identifier (the process
+// id), so the sequence number is what tells one check's answer from
+// another's, and a counter per check would give two checks the same numbers.
+// It carries nothing else from one check to the next; it is atomic so that
+// checks made at the same time from several threads still get distinct
+// numbers.
+std::atomic<std::uint16_t> secuencia_eco{0};
+
 int EcoIcmp(int fd, bool crudo, std::uint32_t address, const std::string& payload,
             int timeout_ms, int& rtt_ms, std::string& reply) {
-  static std::uint16_t secuencia = 0;
   const std::uint16_t id = static_cast<std::uint16_t>(getpid());
-  const std::uint16_t seq = ++secuencia;
+  const std::uint16_t seq = ++secuencia_eco;
   std::string paquete(8, '\0');
   paquete[0] = 8;  // echo request
   paquete[4] = static_cast<char>(id >> 8);
@@ -202,8 +212,10 @@ int EcoTcp(std::uint32_t address, const std::string& payload, int timeout_ms, in
   return kIpSuccess;
 }
 
+// `tamano` random characters coded 1 to 255, from a generator of the call's
+// own: the payload needs no sequence shared between checks.
 std::string Aleatorio(std::int32_t tamano) {
-  static std::mt19937 generador{std::random_device{}()};
+  std::mt19937 generador{std::random_device{}()};
   std::uniform_int_distribution<int> codigo(1, 255);
   std::string texto(static_cast<std::size_t>(tamano), '\0');
   for (char& c : texto) c = static_cast<char>(codigo(generador));

@@ -59,15 +59,38 @@ class Vigilado {
   orvex::MotorXSL& motor_;
 };
 
+// The module's one processor, process-wide by design: orvex loads the module
+// once and calls orvex_xsl_transforma_vigilada for every document of every
+// request, and the sheets compiled for the first record serve all the others.
+// It is built on the first transformation (not when the module is loaded, so
+// that nothing runs before the module's other statics are ready) and
+// destroyed when the module is unloaded or the process exits.
+//
+// What stays warm in it from one call to the next, and so from one request
+// to the next in a process that serves several:
+//   - each sheet text it has seen, compiled or with the reason it does not
+//     compile;
+//   - for each working-draft sheet, whether its translation notices have
+//     already been given: they come with the first transformation by the
+//     sheet in the process only;
+//   - the security preferences (no file, no network), fixed when it is built;
+//   - libxml2's and libxslt's process-wide setup: the parser, the deadline
+//     hooks, the extension functions, the external entity loader.
+// Nothing of a request stays: the deadline is set for one call and cleared
+// when it returns (Vigilado), and what the libraries report is collected
+// per call.
+orvex::xml::MotorLibxslt& MotorDelProceso() {
+  static orvex::xml::MotorLibxslt motor;
+  return motor;
+}
+
 }  // namespace
 
 extern "C" __attribute__((visibility("default"))) int orvex_xsl_transforma_vigilada(
     const char* xml, std::size_t largo_xml, const char* xsl, std::size_t largo_xsl,
     long long restante_ms, OrvexSalidaXSL* salida) {
-  // One processor for the life of the process: its compiled sheets serve
-  // every record of the page.
-  static orvex::xml::MotorLibxslt motor;
   try {
+    orvex::xml::MotorLibxslt& motor = MotorDelProceso();
     std::optional<PlazoDelModulo> plazo;
     if (restante_ms >= 0) plazo.emplace(restante_ms);
     const Vigilado vigilado(motor, plazo ? &*plazo : nullptr);

@@ -5,7 +5,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <optional>
+#include <utility>
 
+#include <libxml/globals.h>
 #include <libxml/parser.h>
 #include <libxml/valid.h>
 #include <libxml/xpath.h>
@@ -49,27 +51,22 @@ std::string SinSaltoFinal(std::string texto) {
   return texto;
 }
 
-// Collects what libxml2 and libxslt report while one document is parsed or
-// transformed, instead of letting them write to standard error.
+// What libxml2 and libxslt report during one step (a parse, a validation,
+// a compilation or a transformation), instead of writing it to standard
+// error. Every step collects into an object of its own, which Captura hands
+// to the libraries as their handlers' context.
 struct Errores {
-  bool hay = false;
-  xmlError primero{};
+  bool hay = false;  // a report of level error or worse came
+  xmlError primero{};  // the first of them, without the library's pointers
   std::string mensaje_primero;
-  std::string generico;
+  std::string generico;  // the generic reports, as libxslt words its messages
 
-  void Limpia() {
-    hay = false;
-    mensaje_primero.clear();
-    generico.clear();
-  }
   std::string Descripcion() const {
     std::string d = SinSaltoFinal(generico);
     if (d.empty()) d = mensaje_primero;
     return d;
   }
 };
-
-Errores g_errores;
 
 // The reader's words for the faults a record document can have; any other
 // fault keeps the parser's own text.
@@ -112,40 +109,85 @@ std::string RazonEnEspanol(const xmlError& e, const std::string& mensaje) {
 }
 
 
-void AlErrorEstructurado(void*, xmlErrorPtr error) {
-  if (error == nullptr || error->level < XML_ERR_ERROR || g_errores.hay) return;
-  g_errores.hay = true;
-  g_errores.primero = *error;
-  g_errores.mensaje_primero = SinSaltoFinal(error->message == nullptr ? "" : error->message);
+// `contexto` is the Errores of the step under way.
+void AlErrorEstructurado(void* contexto, xmlErrorPtr error) {
+  auto* errores = static_cast<Errores*>(contexto);
+  if (errores == nullptr || error == nullptr || error->level < XML_ERR_ERROR || errores->hay) {
+    return;
+  }
+  errores->hay = true;
+  errores->primero = *error;
+  errores->mensaje_primero = SinSaltoFinal(error->message == nullptr ? "" : error->message);
   // The copy must not keep the library's pointers.
-  g_errores.primero.message = nullptr;
-  g_errores.primero.file = nullptr;
-  g_errores.primero.str1 = g_errores.primero.str2 = g_errores.primero.str3 = nullptr;
-  g_errores.primero.ctxt = g_errores.primero.node = nullptr;
+  errores->primero.message = nullptr;
+  errores->primero.file = nullptr;
+  errores->primero.str1 = errores->primero.str2 = errores->primero.str3 = nullptr;
+  errores->primero.ctxt = errores->primero.node = nullptr;
 }
 
-void AlErrorGenerico(void*, const char* formato, ...) {
+void AlErrorGenerico(void* contexto, const char* formato, ...) {
+  auto* errores = static_cast<Errores*>(contexto);
+  if (errores == nullptr) return;
   char buffer[1024];
   va_list args;
   va_start(args, formato);
   const int n = std::vsnprintf(buffer, sizeof buffer, formato, args);
   va_end(args);
-  if (n > 0 && g_errores.generico.size() < 4096) g_errores.generico.append(buffer);
+  if (n > 0 && errores->generico.size() < 4096) errores->generico.append(buffer);
 }
 
 xmlParserInputPtr NingunaEntidadExterna(const char*, const char*, xmlParserCtxtPtr) {
   return nullptr;
 }
 
-// Takes the libraries' error reports for the step about to run. The handlers
-// are global to the libraries, so they are set again before every step.
-void CapturaErrores() {
-  g_errores.Limpia();
-  xmlSetStructuredErrorFunc(nullptr, AlErrorEstructurado);
-  xmlSetGenericErrorFunc(nullptr, AlErrorGenerico);
-  xsltSetGenericErrorFunc(nullptr, AlErrorGenerico);
-  xmlSetExternalEntityLoader(NingunaEntidadExterna);
-}
+// While it lives, what libxml2 and libxslt report goes to `errores`: libxml2's
+// structured and generic handlers and libxslt's generic one are pointed at it,
+// and the handlers found in place, whoever set them, are put back when it
+// ends. Captures nest: the inner one collects, the outer one resumes after.
+// libxml2 keeps its handlers per thread but libxslt's generic handler is one
+// for the process, so processors are used from one thread at a time.
+class Captura {
+ public:
+  explicit Captura(Errores& errores)
+      : estructurado_(xmlStructuredError),
+        contexto_estructurado_(xmlStructuredErrorContext),
+        generico_(xmlGenericError),
+        contexto_generico_(xmlGenericErrorContext),
+        generico_xslt_(xsltGenericError),
+        contexto_generico_xslt_(xsltGenericErrorContext) {
+    xmlSetStructuredErrorFunc(&errores, AlErrorEstructurado);
+    xmlSetGenericErrorFunc(&errores, AlErrorGenerico);
+    xsltSetGenericErrorFunc(&errores, AlErrorGenerico);
+  }
+  ~Captura() {
+    xmlSetStructuredErrorFunc(contexto_estructurado_, estructurado_);
+    xmlSetGenericErrorFunc(contexto_generico_, generico_);
+    xsltSetGenericErrorFunc(contexto_generico_xslt_, generico_xslt_);
+  }
+  Captura(const Captura&) = delete;
+  Captura& operator=(const Captura&) = delete;
+
+ private:
+  xmlStructuredErrorFunc estructurado_;
+  void* contexto_estructurado_;
+  xmlGenericErrorFunc generico_;
+  void* contexto_generico_;
+  xmlGenericErrorFunc generico_xslt_;
+  void* contexto_generico_xslt_;
+};
+
+// What the libraries report between the steps of a call (while a sheet is
+// translated or a result serialized) is dropped, not written to standard
+// error: each public entry point runs under a Silencio, each step under a
+// Captura of its own inside it.
+class Silencio {
+ public:
+  Silencio() : captura_(descartados_) {}
+
+ private:
+  Errores descartados_;
+  Captura captura_;
+};
 
 // How a transformation under a deadline watches it. libxslt calls AlPaso
 // before every instruction of a context whose debugStatus asks for it, and
@@ -208,18 +250,23 @@ struct Ganchos {
 void IniciaBibliotecas() {
   static const bool iniciadas = [] {
     xmlInitParser();
-    static Ganchos ganchos{AlPaso, AlEntrarEnPlantilla, AlSalirDePlantilla};
+    // libxslt copies the three pointers; the block need not outlive the call.
+    Ganchos ganchos{AlPaso, AlEntrarEnPlantilla, AlSalirDePlantilla};
     xsltSetDebuggerCallbacks(3, &ganchos);
     xsltRegisterExtModuleFunction(Xml("node-set"), Xml("urn:schemas-microsoft-com:xslt"),
                                   xsltFunctionNodeSet);
     RegistraFuncionesWD();
+    // No document, sheet or DTD ever reads an external entity.
+    xmlSetExternalEntityLoader(NingunaEntidadExterna);
     return true;
   }();
   (void)iniciadas;
 }
 
-xmlDocPtr Lee(std::string_view texto) {
-  CapturaErrores();
+// The document in `texto`, or null when it is not well-formed; `errores`
+// tells why.
+xmlDocPtr Lee(std::string_view texto, Errores& errores) {
+  const Captura captura(errores);
   xmlParserCtxtPtr ctxt = xmlNewParserCtxt();
   if (ctxt == nullptr) return nullptr;
   xmlDocPtr doc = xmlCtxtReadMemory(ctxt, texto.data(), static_cast<int>(texto.size()), nullptr,
@@ -232,9 +279,11 @@ xmlDocPtr Lee(std::string_view texto) {
   return doc;
 }
 
-bool Valida(xmlDocPtr doc) {
+// Whether `doc` follows the document type it declares, if any; `errores`
+// tells why not.
+bool Valida(xmlDocPtr doc, Errores& errores) {
   if (doc->intSubset == nullptr && doc->extSubset == nullptr) return true;
-  CapturaErrores();
+  const Captura captura(errores);
   xmlValidCtxtPtr validador = xmlNewValidCtxt();
   if (validador == nullptr) return false;
   const bool valido = xmlValidateDocument(validador, doc) == 1;
@@ -279,12 +328,13 @@ namespace {
 
 // Compiles an XSLT document into `hoja`, which takes it over.
 void CompilaDocumento(MotorLibxslt::Hoja& hoja, xmlDocPtr doc) {
-  CapturaErrores();
+  Errores errores;
+  const Captura captura(errores);
   hoja.compilada = xsltParseStylesheetDoc(doc);
   if (hoja.compilada == nullptr) xmlFreeDoc(doc);
   if (hoja.compilada == nullptr || hoja.compilada->errors > 0) {
     hoja.fallo = ResultadoXSL::Estado::FalloTransformacion;
-    hoja.descripcion = g_errores.Descripcion();
+    hoja.descripcion = errores.Descripcion();
     if (hoja.descripcion.empty()) hoja.descripcion = "la hoja de estilo no compila";
   } else {
     const xmlChar* metodo = nullptr;
@@ -302,14 +352,15 @@ struct Preparada {
   ResultadoXSL::Estado fallo = ResultadoXSL::Estado::Correcto;  // when `xslt` is null
   std::string error;
   std::vector<std::string> avisos;
+  Errores lectura;  // what the reader reported on the text
 };
 
 Preparada Prepara(std::string_view xsl) {
   Preparada p;
-  DocumentoXML doc(Lee(xsl));
+  DocumentoXML doc(Lee(xsl, p.lectura));
   if (doc == nullptr) {
     p.fallo = ResultadoXSL::Estado::HojaInvalida;
-    p.error = g_errores.mensaje_primero;
+    p.error = p.lectura.mensaje_primero;
     return p;
   }
   p.legible = true;
@@ -335,18 +386,19 @@ Preparada Prepara(std::string_view xsl) {
 // The result of `hoja` on `datos` under the security preferences
 // `seguridad` and the deadline `plazo` (none when null), or null when the
 // transformation failed or was stopped; `vencido` tells that the deadline
-// stopped it, or had passed before it started.
+// stopped it, or had passed before it started. What the transformation
+// reported goes to `errores`.
 xmlDocPtr Aplica(MotorLibxslt::Hoja& hoja, xmlDocPtr datos, xsltSecurityPrefsPtr seguridad,
-                 Plazo* plazo, bool& vencido) {
+                 Plazo* plazo, bool& vencido, Errores& errores) {
   if (plazo != nullptr && plazo->Vencido()) {
     vencido = true;
     return nullptr;
   }
-  CapturaErrores();
+  const Captura captura(errores);
   xsltTransformContextPtr ctxt = xsltNewTransformContext(hoja.compilada, datos);
   if (ctxt == nullptr) return nullptr;
   xsltSetCtxtSecurityPrefs(seguridad, ctxt);
-  xsltSetTransformErrorFunc(ctxt, nullptr, AlErrorGenerico);
+  xsltSetTransformErrorFunc(ctxt, &errores, AlErrorGenerico);
   std::optional<Vigia> vigia;
   if (plazo != nullptr) {
     vigia.emplace(Vigia{*plazo});
@@ -385,18 +437,25 @@ MotorLibxslt::Hoja& MotorLibxslt::Compila(std::string_view xsl) {
 }
 
 ResultadoXSL MotorLibxslt::Transforma(std::string_view xml, std::string_view xsl) {
+  const Silencio silencio;
   ResultadoXSL r;
-  xmlDocPtr datos = Lee(xml);
-  if (datos != nullptr && !Valida(datos)) {
-    xmlFreeDoc(datos);
-    datos = nullptr;
+  Errores errores_datos;  // why the data document did not load
+  xmlDocPtr datos = Lee(xml, errores_datos);
+  if (datos != nullptr) {
+    // A document that reads well fails by its validation's reports only.
+    Errores errores_validacion;
+    if (!Valida(datos, errores_validacion)) {
+      xmlFreeDoc(datos);
+      datos = nullptr;
+      errores_datos = std::move(errores_validacion);
+    }
   }
   if (datos == nullptr) {
     r.estado = ResultadoXSL::Estado::DocumentoInvalido;
-    if (g_errores.hay) {
-      r.razon = RazonEnEspanol(g_errores.primero, g_errores.mensaje_primero);
-      r.linea = g_errores.primero.line;
-      r.columna = g_errores.primero.int2;
+    if (errores_datos.hay) {
+      r.razon = RazonEnEspanol(errores_datos.primero, errores_datos.mensaje_primero);
+      r.linea = errores_datos.primero.line;
+      r.columna = errores_datos.primero.int2;
     } else {
       r.razon = "El documento no se pudo leer";
     }
@@ -416,8 +475,9 @@ ResultadoXSL MotorLibxslt::Transforma(std::string_view xml, std::string_view xsl
   }
 
   bool vencido = false;
+  Errores errores_transformacion;
   xmlDocPtr resultado = Aplica(hoja, datos, static_cast<xsltSecurityPrefsPtr>(seguridad_),
-                               PlazoVigilado(), vencido);
+                               PlazoVigilado(), vencido, errores_transformacion);
   xmlFreeDoc(datos);
   if (vencido) {
     xmlFreeDoc(resultado);
@@ -426,7 +486,7 @@ ResultadoXSL MotorLibxslt::Transforma(std::string_view xml, std::string_view xsl
   }
   if (resultado == nullptr) {
     r.estado = ResultadoXSL::Estado::FalloTransformacion;
-    r.descripcion = g_errores.Descripcion();
+    r.descripcion = errores_transformacion.Descripcion();
     if (r.descripcion.empty()) r.descripcion = "la transformación no produjo resultado";
     return r;
   }
@@ -437,13 +497,14 @@ ResultadoXSL MotorLibxslt::Transforma(std::string_view xml, std::string_view xsl
 
 RevisionHoja RevisaHoja(std::string_view xsl) {
   IniciaBibliotecas();
+  const Silencio silencio;
   RevisionHoja r;
   Preparada p = Prepara(xsl);
   r.dialecto = p.dialecto;
   r.avisos = std::move(p.avisos);
   if (!p.legible) {
     r.error = "la hoja no es XML bien formado: " + p.error;
-    if (g_errores.hay) r.error += " (línea " + std::to_string(g_errores.primero.line) + ")";
+    if (p.lectura.hay) r.error += " (línea " + std::to_string(p.lectura.primero.line) + ")";
     return r;
   }
   if (p.xslt == nullptr) {
@@ -461,7 +522,8 @@ RevisionHoja RevisaHoja(std::string_view xsl) {
 bool XmlParserWorks() {
   static const char kDocumento[] = "<?xml version='1.0'?>\r\n<algo> </algo>";
   IniciaBibliotecas();
-  CapturaErrores();
+  Errores errores;  // not examined
+  const Captura captura(errores);
   xmlParserCtxtPtr ctxt = xmlNewParserCtxt();
   if (ctxt == nullptr) return false;
   xmlDocPtr doc = xmlCtxtReadMemory(ctxt, kDocumento, sizeof kDocumento - 1, nullptr, nullptr,

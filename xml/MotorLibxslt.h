@@ -29,6 +29,12 @@ namespace orvex::xml {
 // it every few instructions and stops with PlazoVencido once it has passed;
 // the XPath it evaluates between two looks may make a number of operations
 // proportional to the time left, and exceeding them stops it the same way.
+//
+// What the libraries report is collected by each step of a call (parse,
+// validation, compilation, transformation) in an object of the step's own,
+// never written to standard error; the error handlers found in place are
+// restored when the call returns. libxslt's generic error handler is one for
+// the whole process, so processors are used from one thread at a time.
 class MotorLibxslt final : public MotorXSL {
  public:
   MotorLibxslt();

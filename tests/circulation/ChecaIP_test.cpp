@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <set>
 #include <vector>
 
 #include "tests/support/Fakes.h"
@@ -140,6 +141,21 @@ TEST(HacePing, SmallPayloadBecomesTenRandomNonNulCharacters) {
   EXPECT_EQ(red.sent.find('\0'), std::string::npos);
   EXPECT_TRUE(ok);
   EXPECT_EQ(tiempo, "0 ms");
+}
+
+// A fixed payload would let a late answer to an earlier echo pass for the
+// answer to this one.
+TEST(HacePing, EveryEchoCarriesAPayloadOfItsOwn) {
+  FakeRed red;
+  std::set<std::string> cargas;
+  for (int i = 0; i < 8; ++i) {
+    std::string tiempo, traza;
+    bool ok = false;
+    std::int32_t tamano = 32;
+    HacePing(red, "10.0.0.7", tiempo, ok, tamano, 200, traza);
+    cargas.insert(red.sent);
+  }
+  EXPECT_EQ(cargas.size(), 8u);
 }
 
 TEST(DireccionIP, ReadsOnlyFourDecimalOctets) {

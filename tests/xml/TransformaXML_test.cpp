@@ -8,6 +8,11 @@
 #include <fstream>
 #include <sstream>
 
+#include <libxml/globals.h>
+#include <libxml/parser.h>
+#include <libxml/xmlerror.h>
+#include <libxslt/xsltutils.h>
+
 #include "base/CodePage.h"
 #include "base/Plazo.h"
 #include "config/Instalacion.h"
@@ -508,6 +513,133 @@ TEST_F(Transformacion, SheetsThatEndGiveTheSameBytesUnderADeadline) {
     EXPECT_EQ(vigilada.texto, libre.texto);
     EXPECT_GT(plazo.vistas, 1) << xml;
   }
+}
+
+// What the libraries report is collected call by call: a run of calls that
+// fail in different ways, read, validation, compilation and transformation
+// interleaved, gives each call in one processor what it gives alone in a
+// fresh one, and each failure names its own fault only.
+TEST(ErroresXSL, EachCallReportsOnlyItsOwnErrors) {
+  const std::string valor = Hoja("<xsl:value-of select='a'/>");
+  const std::string alto_uno = Hoja("<xsl:message terminate='yes'>alto-uno</xsl:message>");
+  const std::string alto_dos = Hoja("<xsl:message terminate='yes'>alto-dos</xsl:message>");
+  struct Paso {
+    std::string xml;
+    std::string xsl;
+    const char* propio;  // in the reason or description; nullptr: nothing to look for
+    const char* ajeno;   // what an earlier call reported, never here
+  } pasos[] = {
+      {"<a>\n<b></a>", valor, "La etiqueta final no corresponde", nullptr},
+      {"<a>\n\n&nada;</a>", valor, "entidad no declarada", "etiqueta final"},
+      // Reads with a namespace error, then fails its validation: the reason
+      // is the validation's.
+      {"<!DOCTYPE a [<!ELEMENT a EMPTY>]>\n<a><p:b/></a>", valor, "no sigue su tipo",
+       "entidad"},
+      {"<a/>", alto_uno, "alto-uno", "no sigue"},
+      {"<a/>", Hoja("<xsl:value-of select='a[[1]'/>"), nullptr, "alto-uno"},
+      {"<a/>", alto_uno, "alto-uno", nullptr},  // compiled before, fails again
+      {"<a/>", alto_dos, "alto-dos", "alto-uno"},
+      {"<a>\n<b></a>", alto_dos, "La etiqueta final no corresponde", "alto-dos"},
+      {"<a/>", "<xsl:stylesheet", nullptr, nullptr},
+      {"<a/>", Hoja("<xsl:value-of select='no-such-function(1)'/>"), nullptr, "alto-dos"},
+      {"<a>texto</a>", valor, nullptr, nullptr},
+  };
+  MotorLibxslt motor;
+  for (const Paso& p : pasos) {
+    const ResultadoXSL r = motor.Transforma(p.xml, p.xsl);
+    MotorLibxslt solo;
+    const ResultadoXSL esperado = solo.Transforma(p.xml, p.xsl);
+    EXPECT_EQ(r.estado, esperado.estado) << p.xml << " " << p.xsl;
+    EXPECT_EQ(r.razon, esperado.razon) << p.xml << " " << p.xsl;
+    EXPECT_EQ(r.linea, esperado.linea) << p.xml << " " << p.xsl;
+    EXPECT_EQ(r.columna, esperado.columna) << p.xml << " " << p.xsl;
+    EXPECT_EQ(r.descripcion, esperado.descripcion) << p.xml << " " << p.xsl;
+    EXPECT_EQ(r.texto, esperado.texto) << p.xml << " " << p.xsl;
+    const std::string informe = r.razon + r.descripcion;
+    if (p.propio != nullptr) {
+      EXPECT_NE(informe.find(p.propio), std::string::npos) << informe;
+    }
+    if (p.ajeno != nullptr) {
+      EXPECT_EQ(informe.find(p.ajeno), std::string::npos) << informe;
+    }
+  }
+  EXPECT_EQ(motor.Transforma("<a>texto</a>", valor).texto, "texto");
+  // The sheet check takes its line and message from its own sheet, after
+  // the failures above.
+  const RevisionHoja mal_formada = RevisaHoja("<hoja>\n\n<a></b></hoja>");
+  EXPECT_NE(mal_formada.error.find("(línea 3)"), std::string::npos) << mal_formada.error;
+  EXPECT_EQ(mal_formada.error.find("alto"), std::string::npos) << mal_formada.error;
+  const RevisionHoja no_compila = RevisaHoja(Hoja("<xsl:value-of select='a[[1]'/>"));
+  EXPECT_FALSE(no_compila.compila);
+  EXPECT_FALSE(no_compila.error.empty());
+  EXPECT_EQ(no_compila.error, RevisaHoja(Hoja("<xsl:value-of select='a[[1]'/>")).error);
+}
+
+// The error handlers a caller has set, libxml2's and libxslt's, receive
+// nothing while the processor works and are in place again after each call.
+struct Anotados {
+  int estructurados = 0;
+  int genericos = 0;
+};
+void AnotaEstructurado(void* contexto, xmlErrorPtr) {
+  ++static_cast<Anotados*>(contexto)->estructurados;
+}
+void AnotaGenerico(void* contexto, const char*, ...) {
+  ++static_cast<Anotados*>(contexto)->genericos;
+}
+
+class ManejadoresPropios : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    xmlSetStructuredErrorFunc(&anotados_, AnotaEstructurado);
+    xmlSetGenericErrorFunc(&anotados_, AnotaGenerico);
+    xsltSetGenericErrorFunc(&anotados_, AnotaGenerico);
+  }
+  void TearDown() override {
+    xmlSetStructuredErrorFunc(nullptr, nullptr);
+    xmlSetGenericErrorFunc(nullptr, nullptr);
+    xsltSetGenericErrorFunc(nullptr, nullptr);
+  }
+  void EsperaLosPropios(const std::string& tras) {
+    EXPECT_EQ(xmlStructuredError, &AnotaEstructurado) << tras;
+    EXPECT_EQ(xmlStructuredErrorContext, &anotados_) << tras;
+    EXPECT_EQ(xmlGenericError, &AnotaGenerico) << tras;
+    EXPECT_EQ(xmlGenericErrorContext, &anotados_) << tras;
+    EXPECT_EQ(xsltGenericError, &AnotaGenerico) << tras;
+    EXPECT_EQ(xsltGenericErrorContext, &anotados_) << tras;
+    EXPECT_EQ(anotados_.estructurados, 0) << tras;
+    EXPECT_EQ(anotados_.genericos, 0) << tras;
+  }
+
+  Anotados anotados_;
+};
+
+TEST_F(ManejadoresPropios, AreRestoredAfterEveryCall) {
+  MotorLibxslt motor;
+  struct Caso {
+    std::string xml;
+    std::string xsl;
+  } casos[] = {
+      {"<a>texto</a>", Hoja("<xsl:value-of select='a'/>")},
+      {"<a><b></a>", Hoja("x")},
+      {"<!DOCTYPE a [<!ELEMENT a EMPTY>]><a>x</a>", Hoja("x")},
+      {"<a/>", "<xsl:stylesheet"},
+      {"<a/>", Hoja("<xsl:value-of select='a[[1]'/>")},
+      {"<a/>", Hoja("<xsl:message terminate='yes'>alto</xsl:message>")},
+  };
+  for (const Caso& c : casos) {
+    motor.Transforma(c.xml, c.xsl);
+    EsperaLosPropios("Transforma " + c.xml + " " + c.xsl);
+  }
+  RevisaHoja("<xsl:stylesheet");
+  EsperaLosPropios("RevisaHoja of a sheet that is not well-formed");
+  RevisaHoja(Hoja("<xsl:value-of select='a[[1]'/>"));
+  EsperaLosPropios("RevisaHoja of a sheet that does not compile");
+  EXPECT_TRUE(XmlParserWorks());
+  EsperaLosPropios("XmlParserWorks");
+  // And they work: the caller's own parse reports to them.
+  xmlFreeDoc(xmlReadMemory("<a>", 3, nullptr, nullptr, XML_PARSE_NONET));
+  EXPECT_GT(anotados_.estructurados, 0);
 }
 
 TEST(LineaDelTexto, CutsTheNumberedLineWithoutItsEnd) {
