@@ -3,33 +3,26 @@
 namespace orvex {
 namespace {
 
-// `texto` with "&", "<" and ">" as character references, "\"" as `comilla`
-// and "'" as `apostrofo`; a null replacement keeps the character's byte.
-std::string Escapa(std::string_view texto, const char* comilla, const char* apostrofo) {
-  std::string salida;
-  salida.reserve(texto.size());
+// Appends `texto` to `salida` with "&", "<" and ">" as character references,
+// "\"" as `comilla` and "'" as `apostrofo`.
+void Agrega(std::string& salida, std::string_view texto, std::string_view comilla,
+            std::string_view apostrofo) {
   for (const char c : texto) {
     switch (c) {
       case '&': salida += "&amp;"; break;
       case '<': salida += "&lt;"; break;
       case '>': salida += "&gt;"; break;
-      case '"':
-        if (comilla != nullptr) {
-          salida += comilla;
-        } else {
-          salida += c;
-        }
-        break;
-      case '\'':
-        if (apostrofo != nullptr) {
-          salida += apostrofo;
-        } else {
-          salida += c;
-        }
-        break;
+      case '"': salida += comilla; break;
+      case '\'': salida += apostrofo; break;
       default: salida += c;
     }
   }
+}
+
+std::string Escapa(std::string_view texto, std::string_view comilla, std::string_view apostrofo) {
+  std::string salida;
+  salida.reserve(texto.size());
+  Agrega(salida, texto, comilla, apostrofo);
   return salida;
 }
 
@@ -37,10 +30,14 @@ std::string Escapa(std::string_view texto, const char* comilla, const char* apos
 
 std::string EscapaEco(std::string_view texto) { return Escapa(texto, "&quot;", "&#39;"); }
 
-std::string EscapaTexto(std::string_view texto) { return Escapa(texto, nullptr, nullptr); }
+std::string EscapaTexto(std::string_view texto) { return Escapa(texto, "\"", "'"); }
+
+void AgregaEscapaTexto(std::string& destino, std::string_view texto) {
+  Agrega(destino, texto, "\"", "'");
+}
 
 std::string EscapaComillaDoble(std::string_view texto) {
-  return Escapa(texto, "&quot;", nullptr);
+  return Escapa(texto, "&quot;", "'");
 }
 
 std::string EscapaEntidadesXML(std::string_view texto) {

@@ -22,6 +22,8 @@ std::string EscapaEco(std::string_view texto);
 // only "&", "<" and ">" as character references, so that quotes and
 // apostrophes, harmless there, keep their bytes.
 std::string EscapaTexto(std::string_view texto);
+// The same, appended to `destino`: for pages built in one string.
+void AgregaEscapaTexto(std::string& destino, std::string_view texto);
 
 // "&", "<", ">" and "\"" as character references ("&amp;", "&lt;", "&gt;",
 // "&quot;"); "'" keeps its byte. For element text and attribute values in

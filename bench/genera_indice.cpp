@@ -31,6 +31,8 @@
 #include <unordered_set>
 #include <vector>
 
+#include "bench/Azar.h"
+
 namespace {
 
 // --- vocabulary ------------------------------------------------------------------
@@ -143,30 +145,7 @@ std::vector<std::string> Lista(const char* const (&a)[N]) {
   return std::vector<std::string>(a, a + N);
 }
 
-// splitmix64: small, fast and the same everywhere.
-class Azar {
- public:
-  explicit Azar(std::uint64_t semilla) : s_(semilla) {}
-  std::uint64_t Siguiente() {
-    std::uint64_t z = (s_ += 0x9E3779B97F4A7C15ull);
-    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
-    z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
-    return z ^ (z >> 31);
-  }
-  double Real() { return static_cast<double>(Siguiente() >> 11) * 0x1.0p-53; }
-  // Uniform in [a, b].
-  int Entre(int a, int b) {
-    return a + static_cast<int>(Siguiente() % static_cast<std::uint64_t>(b - a + 1));
-  }
-  bool Prob(double p) { return Real() < p; }
-  template <class T>
-  const T& Uno(const std::vector<T>& v) {
-    return v[Siguiente() % v.size()];
-  }
-
- private:
-  std::uint64_t s_;
-};
+using orvex::bench::Azar;
 
 // Draws from a list with weight 1 / rank^s.
 class Zipf {

@@ -49,40 +49,13 @@
 #include <string_view>
 #include <vector>
 
+#include "bench/Azar.h"
+
 namespace {
 
 // --- random numbers ------------------------------------------------------------
 
-// splitmix64: small, fast and the same everywhere.
-class Azar {
- public:
-  explicit Azar(std::uint64_t semilla) : s_(semilla) {}
-  std::uint64_t Siguiente() {
-    std::uint64_t z = (s_ += 0x9E3779B97F4A7C15ull);
-    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
-    z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
-    return z ^ (z >> 31);
-  }
-  // Uniform in [0, n) for n far below 2^64 (the modulo's bias is negligible).
-  std::uint64_t Menor(std::uint64_t n) { return Siguiente() % n; }
-  // Uniform in [a, b].
-  int Entre(int a, int b) {
-    return a + static_cast<int>(Menor(static_cast<std::uint64_t>(b - a + 1)));
-  }
-  // True with probability por_mil / 1000.
-  bool PorMil(int por_mil) { return Menor(1000) < static_cast<std::uint64_t>(por_mil); }
-  template <class T, std::size_t N>
-  const T& Uno(const T (&lista)[N]) {
-    return lista[Menor(N)];
-  }
-  template <class T>
-  const T& Uno(const std::vector<T>& lista) {
-    return lista[Menor(lista.size())];
-  }
-
- private:
-  std::uint64_t s_;
-};
+using orvex::bench::Azar;
 
 // Draws from a list, the i-th item (from 0) with weight 1 / (i + desplazamiento):
 // a Zipf-like law whose head flattens as the shift grows. The weights are

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/Html.h"
 #include "config/Instalacion.h"
 
 namespace orvex::xml {
@@ -188,19 +189,6 @@ std::optional<Tarjeta> LeeTarjeta(std::string_view xml) {
   return t;
 }
 
-// Text as the page writer writes it: "&", "<" and ">" as references, every
-// other byte as it is.
-void Escribe(std::string& pagina, std::string_view texto) {
-  for (char c : texto) {
-    switch (c) {
-      case '&': pagina += "&amp;"; break;
-      case '<': pagina += "&lt;"; break;
-      case '>': pagina += "&gt;"; break;
-      default: pagina += c;
-    }
-  }
-}
-
 // The record sheet's page. The style block keeps the sheet's line breaks;
 // every other line break of the sheet lies between tags and is dropped.
 std::string PaginaFicha(const Tarjeta& t) {
@@ -215,15 +203,15 @@ std::string PaginaFicha(const Tarjeta& t) {
       "}\n"
       "</style></head><body><table width=\"100%\" bgcolor=\"#ccffcc\"><tr>"
       "<td>Ficha No. <font color=\"red\"><b>";
-  Escribe(p, t.numero);
+  AgregaEscapaTexto(p, t.numero);
   p += "</b></font></td><td align=\"right\">";
-  Escribe(p, t.secciones[0]);
+  AgregaEscapaTexto(p, t.secciones[0]);
   p += "</td></tr></table><div class=\"margen1\">";
-  Escribe(p, t.secciones[1]);
+  AgregaEscapaTexto(p, t.secciones[1]);
   p += "</div>";
   const auto div = [&p](std::string_view texto) {
     p += kDiv;
-    Escribe(p, texto);
+    AgregaEscapaTexto(p, texto);
     p += "</div>";
   };
   for (int k : {2, 3, 4}) div(t.secciones[k]);
@@ -236,7 +224,7 @@ std::string PaginaFicha(const Tarjeta& t) {
     p += "<tr>";
     for (const std::string& valor : ejemplar) {
       p += "<td>";
-      Escribe(p, valor);
+      AgregaEscapaTexto(p, valor);
       p += "</td>";
     }
     p += "</tr>";
@@ -347,7 +335,7 @@ std::string PaginaAviso(std::string_view nombre) {
   std::string p =
       "<html><body><center><font face=\"arial\" size=\"5\"><font color=\"red\">"
       "<b> No se encontr\xF3 la referencia ";
-  Escribe(p, nombre);
+  AgregaEscapaTexto(p, nombre);
   p += " </b></font></font></center></body></html>";
   return p;
 }

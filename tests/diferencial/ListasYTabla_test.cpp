@@ -16,9 +16,11 @@
 #include <vector>
 
 #include "base/CodePage.h"
+#include "bench/Azar.h"
 #include "db/Database.h"
 #include "tests/support/Catalogos.h"
 #include "tests/support/Fakes.h"
+#include "tests/support/Formulario.h"
 
 namespace orvex {
 namespace {
@@ -26,27 +28,12 @@ namespace {
 using testing::CatalogosPrueba;
 using testing::Forma;
 using testing::Instalacion;
+using testing::Codifica;
 
 constexpr int kConsultasPorTanda = 250;
 constexpr int kTandas = 12;
 
-class Azar {
- public:
-  explicit Azar(std::uint64_t semilla) : estado_(semilla) {}
-  std::uint64_t Siguiente() {
-    std::uint64_t z = (estado_ += 0x9E3779B97F4A7C15ull);
-    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
-    z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
-    return z ^ (z >> 31);
-  }
-  std::size_t Hasta(std::size_t n) { return static_cast<std::size_t>(Siguiente() % n); }
-  bool Uno(std::size_t de) { return Hasta(de) == 0; }
-  template <typename T, std::size_t N>
-  const T& De(const std::array<T, N>& v) { return v[Hasta(N)]; }
-
- private:
-  std::uint64_t estado_;
-};
+using bench::Azar;
 
 // Texts of the catalogue's own records (titles, subjects, notes...), split
 // into words in the form's code page, for phrases that find something.
@@ -91,13 +78,13 @@ constexpr std::array<std::string_view, 17> kOperadores = {
 // A word with "$" now and then: at the end, in the middle, at the start,
 // doubled, or alone.
 std::string Palabra(Azar& azar, const std::vector<std::vector<std::string>>& textos) {
-  std::string w = azar.Uno(3) ? textos[azar.Hasta(textos.size())][0] : std::string(azar.De(kPalabras));
-  switch (azar.Hasta(12)) {
+  std::string w = azar.UnaEn(3) ? textos[azar.Menor(textos.size())][0] : std::string(azar.Uno(kPalabras));
+  switch (azar.Menor(12)) {
     case 0: w += "$"; break;
-    case 1: w.insert(azar.Hasta(w.size() + 1), "$"); break;
+    case 1: w.insert(azar.Menor(w.size() + 1), "$"); break;
     case 2: w = "$" + w; break;
     case 3: w += "$$"; break;
-    case 4: if (azar.Uno(4)) w = "$"; break;
+    case 4: if (azar.UnaEn(4)) w = "$"; break;
     default: break;
   }
   return w;
@@ -107,21 +94,21 @@ std::string Palabra(Azar& azar, const std::vector<std::vector<std::string>>& tex
 // random words; quotes closed or not.
 std::string Frase(Azar& azar, const std::vector<std::vector<std::string>>& textos) {
   std::vector<std::string> palabras;
-  const std::size_t n = azar.Uno(8) ? azar.Hasta(34) : azar.Hasta(5);
-  if (azar.Uno(2)) {
-    const auto& t = textos[azar.Hasta(textos.size())];
-    const std::size_t desde = azar.Hasta(t.size());
+  const std::size_t n = azar.UnaEn(8) ? azar.Menor(34) : azar.Menor(5);
+  if (azar.UnaEn(2)) {
+    const auto& t = textos[azar.Menor(textos.size())];
+    const std::size_t desde = azar.Menor(t.size());
     for (std::size_t k = desde; k < t.size() && palabras.size() < n; ++k) palabras.push_back(t[k]);
   }
   while (palabras.size() < n) palabras.push_back(Palabra(azar, textos));
   std::string f = "\"";
   for (std::size_t k = 0; k < palabras.size(); ++k) {
-    if (k > 0) f += azar.Uno(10) ? "  " : " ";
+    if (k > 0) f += azar.UnaEn(10) ? "  " : " ";
     f += palabras[k];
-    if (azar.Uno(15)) f += "$";
+    if (azar.UnaEn(15)) f += "$";
   }
-  if (azar.Uno(6)) f.insert(1, " ");
-  if (!azar.Uno(8)) f += "\"";
+  if (azar.UnaEn(6)) f.insert(1, " ");
+  if (!azar.UnaEn(8)) f += "\"";
   return f;
 }
 
@@ -131,69 +118,49 @@ std::string Expresion(Azar& azar, const std::vector<std::vector<std::string>>& t
   std::string e;
   // Mostly one or two terms, as readers type them; now and then none or many.
   constexpr std::array<std::size_t, 16> kTerminos = {0, 1, 1, 1, 1, 1, 1, 1, 2, 2, 2, 2, 3, 3, 4, 6};
-  const std::size_t terminos = azar.De(kTerminos);
+  const std::size_t terminos = azar.Uno(kTerminos);
   for (std::size_t t = 0; t < terminos; ++t) {
-    if (t > 0) e += azar.De(kOperadores);
-    e += azar.Uno(4) ? Frase(azar, textos) : Palabra(azar, textos);
+    if (t > 0) e += azar.Uno(kOperadores);
+    e += azar.UnaEn(4) ? Frase(azar, textos) : Palabra(azar, textos);
   }
-  if (e.empty() && !azar.Uno(4)) e = Palabra(azar, textos);
-  switch (azar.Hasta(24)) {
-    case 0: e.insert(azar.Hasta(e.size() + 1), "\""); break;
-    case 1: e.insert(azar.Hasta(e.size() + 1), "\"\""); break;
+  if (e.empty() && !azar.UnaEn(4)) e = Palabra(azar, textos);
+  switch (azar.Menor(24)) {
+    case 0: e.insert(azar.Menor(e.size() + 1), "\""); break;
+    case 1: e.insert(azar.Menor(e.size() + 1), "\"\""); break;
     case 2: e = "\"\"" + e + "\"\""; break;
     case 3: e += " \" \""; break;
-    case 4: e.insert(0, azar.Uno(2) ? " -" : "+ "); break;
-    case 5: e += azar.Uno(2) ? " Y" : " -"; break;
+    case 4: e.insert(0, azar.UnaEn(2) ? " -" : "+ "); break;
+    case 5: e += azar.UnaEn(2) ? " Y" : " -"; break;
     default: break;
   }
   return e;
-}
-
-// Form encoding of a Windows-1252 text.
-std::string Codifica(std::string_view texto) {
-  static constexpr char kHex[] = "0123456789ABCDEF";
-  std::string r;
-  for (const char ch : texto) {
-    const auto c = static_cast<unsigned char>(ch);
-    if (c == ' ') {
-      r += '+';
-    } else if ((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') ||
-               c == '$' || c == '-' || c == '*' || c == '\'') {
-      r += static_cast<char>(c);
-    } else {
-      r += '%';
-      r += kHex[c >> 4];
-      r += kHex[c & 15];
-    }
-  }
-  return r;
 }
 
 // One request of the book forms: the simple one (the search box, and the
 // title, author and subject boxes) or the advanced one, with paging.
 std::string Consulta(Azar& azar, const std::vector<std::vector<std::string>>& textos) {
   constexpr std::array<std::string_view, 3> kCfg = {"demo.cfg", "e2e_libros.cfg", "demo.cfg"};
-  std::string q = "ArchivoCFG=" + std::string(azar.De(kCfg)) + "&ACERVO=libros";
-  if (azar.Uno(3)) {
+  std::string q = "ArchivoCFG=" + std::string(azar.Uno(kCfg)) + "&ACERVO=libros";
+  if (azar.UnaEn(3)) {
     q += "&BUSQ_AVANZADA=1";
     for (int caja = 1; caja <= 3; ++caja) {
-      if (caja == 1 || azar.Uno(3)) {
+      if (caja == 1 || azar.UnaEn(3)) {
         q += "&txtEXPR" + std::to_string(caja) + "=" + Codifica(Expresion(azar, textos));
       }
       constexpr std::array<int, 10> kCampos = {0, 1, 2, 3, 4, 5, 7, 8, 10, 11};
-      q += "&opCAMPO" + std::to_string(caja) + "=" + std::to_string(azar.De(kCampos));
-      if (caja < 3) q += "&opBOOLEAN" + std::to_string(caja) + "=" + std::to_string(azar.Hasta(3));
+      q += "&opCAMPO" + std::to_string(caja) + "=" + std::to_string(azar.Uno(kCampos));
+      if (caja < 3) q += "&opBOOLEAN" + std::to_string(caja) + "=" + std::to_string(azar.Menor(3));
     }
   } else {
     q += "&txtLIB=" + Codifica(Expresion(azar, textos));
     for (const char* caja : {"txtTIT", "txtAUT", "txtTEM"}) {
-      if (azar.Uno(8)) q += std::string("&") + caja + "=" + Codifica(Expresion(azar, textos));
+      if (azar.UnaEn(8)) q += std::string("&") + caja + "=" + Codifica(Expresion(azar, textos));
     }
   }
   constexpr std::array<std::string_view, 8> kDesde = {"1", "1", "11", "21", "0", "-5", "97", "x"};
   constexpr std::array<std::string_view, 5> kCantidad = {"10", "10", "1", "25", "3"};
-  q += "&FichaINI=" + std::string(azar.De(kDesde)) + "&Cantidad=" + std::string(azar.De(kCantidad));
-  if (azar.Uno(3)) q += "&mostrarFICHABIB=1";
+  q += "&FichaINI=" + std::string(azar.Uno(kDesde)) + "&Cantidad=" + std::string(azar.Uno(kCantidad));
+  if (azar.UnaEn(3)) q += "&mostrarFICHABIB=1";
   return q;
 }
 

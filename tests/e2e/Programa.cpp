@@ -105,21 +105,6 @@ Respuesta ProgramaCGI::Ejecuta(const Peticion& p) const {
   return r;
 }
 
-std::string Codifica(std::string_view texto) {
-  static const char kHex[] = "0123456789ABCDEF";
-  std::string r;
-  for (const unsigned char c : texto) {
-    if (std::isalnum(c)) {
-      r += static_cast<char>(c);
-    } else {
-      r += '%';
-      r += kHex[c >> 4];
-      r += kHex[c & 15];
-    }
-  }
-  return r;
-}
-
 fs::path ProgramaCGI::Catalogo(const fs::path& origen, const std::string& destino) const {
   const fs::path bases = dir_ / destino;
   fs::copy(origen, bases, fs::copy_options::recursive);

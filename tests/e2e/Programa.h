@@ -10,6 +10,8 @@
 #include <string>
 #include <string_view>
 
+#include "tests/support/Formulario.h"
+
 namespace orvex::e2e {
 
 namespace fs = std::filesystem;
@@ -72,8 +74,7 @@ class ProgramaCGI {
   fs::path dir_;
 };
 
-// Every byte but letters and digits percent-encoded, as a form sends it.
-std::string Codifica(std::string_view texto);
+using testing::Codifica;
 
 // `texto` with every `de` replaced by `a`.
 std::string Reemplaza(std::string texto, const std::string& de, const std::string& a);

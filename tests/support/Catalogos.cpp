@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "base/CodePage.h"
+#include "bench/Azar.h"
 #include "base/PosixPlatform.h"
 #include "catalogo/Catalogo.h"
 #include "db/Database.h"
@@ -19,28 +20,13 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// A small generator of our own: the same numbers on every machine.
-class Azar {
- public:
-  explicit Azar(std::uint64_t semilla) : estado_(semilla) {}
-  std::uint64_t Siguiente() {
-    std::uint64_t z = (estado_ += 0x9E3779B97F4A7C15ull);
-    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
-    z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
-    return z ^ (z >> 31);
-  }
-  std::size_t Hasta(std::size_t n) { return static_cast<std::size_t>(Siguiente() % n); }
-  // Zipf-like: index i with weight about 1 / (i + 1).
-  std::size_t Zipf(std::size_t n) {
-    const std::size_t a = Hasta(n), b = Hasta(n);
-    return a < b ? a : b;
-  }
-  template <typename T, std::size_t N>
-  const T& De(const std::array<T, N>& v) { return v[Hasta(N)]; }
+using bench::Azar;
 
- private:
-  std::uint64_t estado_;
-};
+// Zipf-like: index i of n with weight about 1 / (i + 1).
+std::size_t Zipf(Azar& azar, std::size_t n) {
+  const std::size_t a = azar.Menor(n), b = azar.Menor(n);
+  return a < b ? a : b;
+}
 
 constexpr std::array<const char*, 12> kGlue = {"de", "la", "el", "y", "en", "los", "del", "las",
                                                "a", "por", "con", "De"};
@@ -63,19 +49,19 @@ std::string Inventada(Azar& azar, std::size_t i) {
                                                            "co", "li", "qué", "za", "pu", "ge"};
   std::string w;
   for (std::size_t k = 0; k < 2 + i % 3; ++k) w += kSilabas[(i / (k + 1) + k * 5) % kSilabas.size()];
-  if (azar.Hasta(4) == 0) w += "s";
+  if (azar.Menor(4) == 0) w += "s";
   return w;
 }
 
 std::string Palabra(Azar& azar) {
-  switch (azar.Hasta(8)) {
+  switch (azar.Menor(8)) {
     case 0:
     case 1:
-    case 2: return kGlue[azar.Zipf(kGlue.size())];
+    case 2: return kGlue[Zipf(azar, kGlue.size())];
     case 3:
     case 4:
-    case 5: return kTemas[azar.Zipf(kTemas.size())];
-    default: return Inventada(azar, azar.Zipf(400));
+    case 5: return kTemas[Zipf(azar, kTemas.size())];
+    default: return Inventada(azar, Zipf(azar, 400));
   }
 }
 
@@ -86,16 +72,16 @@ std::string Frase(Azar& azar, std::size_t palabras) {
     t += Palabra(azar);
     // DE joins words as often as in Spanish titles: its rows fill more
     // than one chunk of the lists.
-    if (i + 1 < palabras && azar.Hasta(3) == 0) t += " de";
+    if (i + 1 < palabras && azar.Menor(3) == 0) t += " de";
     // A word said twice in a row now and then: a phrase of one word
     // repeated must match at consecutive positions only.
-    if (azar.Hasta(20) == 0) t += ' ' + t.substr(t.rfind(' ') + 1);
+    if (azar.Menor(20) == 0) t += ' ' + t.substr(t.rfind(' ') + 1);
   }
   return t;
 }
 
 std::string Nombre(Azar& azar) {
-  return std::string(azar.De(kNombres)) + ", " + Inventada(azar, azar.Hasta(50));
+  return std::string(azar.Uno(kNombres)) + ", " + Inventada(azar, azar.Menor(50));
 }
 
 std::string Lee(const fs::path& ruta) {
@@ -139,31 +125,31 @@ std::string RegistrosSinteticos(int n, std::uint64_t semilla) {
   for (int i = 1; i <= n; ++i) {
     std::vector<CampoISO> campos;
     campos.push_back({"001", "sin" + std::to_string(i)});
-    campos.push_back({"008", "081215s" + std::to_string(1900 + azar.Hasta(110)) + "    mx            000 0 spa d"});
-    if (azar.Hasta(3) == 0) {
-      std::string isbn = std::to_string(9680000000ull + azar.Hasta(9999999));
-      if (azar.Hasta(4) == 0) isbn.back() = 'X';
+    campos.push_back({"008", "081215s" + std::to_string(1900 + azar.Menor(110)) + "    mx            000 0 spa d"});
+    if (azar.Menor(3) == 0) {
+      std::string isbn = std::to_string(9680000000ull + azar.Menor(9999999));
+      if (azar.Menor(4) == 0) isbn.back() = 'X';
       campos.push_back({"020", "  $a" + isbn.substr(0, 3) + "-" + isbn.substr(3)});
     }
-    if (azar.Hasta(2) == 0) {
-      campos.push_back({"050", "00$aF" + std::to_string(1200 + azar.Hasta(200)) + "$b.M" +
-                                   std::to_string(azar.Hasta(90)) + "  " +
-                                   std::to_string(1950 + azar.Hasta(60))});
+    if (azar.Menor(2) == 0) {
+      campos.push_back({"050", "00$aF" + std::to_string(1200 + azar.Menor(200)) + "$b.M" +
+                                   std::to_string(azar.Menor(90)) + "  " +
+                                   std::to_string(1950 + azar.Menor(60))});
     }
-    if (azar.Hasta(5) != 0) campos.push_back({"100", "1 $a" + Nombre(azar)});
-    std::string titulo = Frase(azar, 1 + azar.Hasta(7));
+    if (azar.Menor(5) != 0) campos.push_back({"100", "1 $a" + Nombre(azar)});
+    std::string titulo = Frase(azar, 1 + azar.Menor(7));
     titulo[0] = static_cast<char>(titulo[0] >= 'a' && titulo[0] <= 'z' ? titulo[0] - 32 : titulo[0]);
     std::string t245 = "10$a" + titulo;
-    if (azar.Hasta(2) == 0) t245 += " :$b" + Frase(azar, 1 + azar.Hasta(5));
+    if (azar.Menor(2) == 0) t245 += " :$b" + Frase(azar, 1 + azar.Menor(5));
     campos.push_back({"245", t245});
-    if (azar.Hasta(4) == 0) campos.push_back({"246", "3 $a" + Frase(azar, 2 + azar.Hasta(3))});
-    campos.push_back({"260", "  $aMéxico :$b" + std::string(azar.De(kEditoriales)) + ",$c" +
-                                 std::to_string(1900 + azar.Hasta(110)) + "."});
-    if (azar.Hasta(3) == 0) campos.push_back({"500", "  $a" + Frase(azar, 3 + azar.Hasta(12))});
-    for (std::size_t k = azar.Hasta(4); k > 0; --k) {
-      campos.push_back({"650", " 4$a" + Frase(azar, 1 + azar.Hasta(3)) + "$zMéxico$xHistoria."});
+    if (azar.Menor(4) == 0) campos.push_back({"246", "3 $a" + Frase(azar, 2 + azar.Menor(3))});
+    campos.push_back({"260", "  $aMéxico :$b" + std::string(azar.Uno(kEditoriales)) + ",$c" +
+                                 std::to_string(1900 + azar.Menor(110)) + "."});
+    if (azar.Menor(3) == 0) campos.push_back({"500", "  $a" + Frase(azar, 3 + azar.Menor(12))});
+    for (std::size_t k = azar.Menor(4); k > 0; --k) {
+      campos.push_back({"650", " 4$a" + Frase(azar, 1 + azar.Menor(3)) + "$zMéxico$xHistoria."});
     }
-    for (std::size_t k = azar.Hasta(3); k > 0; --k) campos.push_back({"700", "1 $a" + Nombre(azar)});
+    for (std::size_t k = azar.Menor(3); k > 0; --k) campos.push_back({"700", "1 $a" + Nombre(azar)});
     bytes += catalogo::prueba::RegistroISO(campos);
   }
   return bytes;
