@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,7 +28,6 @@
 #include "base/RuntimeError.h"
 #include "db/Database.h"
 #include "db/SqliteEngine.h"
-#include "gateway/Solicitud.h"
 #include "search/Indice.h"
 #include "search/MapaFichas.h"
 
@@ -168,20 +168,15 @@ int main(int argc, char** argv) {
   const std::string ruta = argv[1];
   const int veces = argc > 2 ? std::max(1, std::atoi(argv[2])) : 50;
 
-  orvex::PosixEnvironment entorno;
-  orvex::StdInput entrada;
   SalidaAErrores salida;
-  orvex::SystemClock reloj;
-  orvex::PosixFileSystem archivos;
   Motores motores;
-  orvex::Servicios sys{entorno, entrada, salida, reloj, archivos, motores};
   if (!motores.DatabaseEngineWorks()) {
     std::fprintf(stderr, "busqueda: el motor de base de datos no inicia\n");
     return 2;
   }
   const orvex::CodePage& pagina = orvex::CodePage::Windows1252();
-  orvex::db::EngineOpener bases(pagina);
-  orvex::gateway::Solicitud s(sys, bases);
+  orvex::search::Estado estado;
+  std::unique_ptr<orvex::db::Database> indice;
 
   std::vector<Busqueda> busquedas = {
       {"palabra rara", "QUETZALCOATL", 500},
@@ -203,8 +198,8 @@ int main(int argc, char** argv) {
   try {
     // Opening as a request opens: the file, then the word table on its index.
     const auto abre = [&] {
-      s.BDIndice = orvex::db::OpenDatabase(ruta, pagina, {.read_only = true});
-      const auto tabla = s.BDIndice->OpenRecordset("TABLA", orvex::db::RecordsetType::Table);
+      indice = orvex::db::OpenDatabase(ruta, pagina, {.read_only = true});
+      const auto tabla = indice->OpenRecordset("TABLA", orvex::db::RecordsetType::Table);
       tabla->SetIndex("FRASE");
       sumidero = tabla->Eof();
     };
@@ -213,11 +208,11 @@ int main(int argc, char** argv) {
     for (const Busqueda& b : busquedas) {
       const std::array<std::string, 4> expr = {b.expresion, "", "", ""};
       const Tiempos t = Mide(
-          veces, [&] { orvex::search::IniciaBusqueda(s.busqueda); },
+          veces, [&] { orvex::search::IniciaBusqueda(estado); },
           [&] {
-            orvex::search::BuscaPalabras(s, expr, {0, 0, 0}, false);
+            orvex::search::BuscaPalabras({estado, indice.get(), salida}, expr, {0, 0, 0}, false);
           });
-      Linea(b.nombre, b.expresion, orvex::search::CuentaFichas(s.busqueda.MapaResultado), t,
+      Linea(b.nombre, b.expresion, orvex::search::CuentaFichas(estado.MapaResultado), t,
             b.meta_us);
     }
   } catch (const orvex::RuntimeError& e) {

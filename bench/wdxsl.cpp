@@ -27,8 +27,8 @@
 
 #include "base/CodePage.h"
 #include "config/Instalacion.h"
-#include "xml/FuncionesWD.h"
-#include "xml/TraduceWD.h"
+#include "xslt/FuncionesWD.h"
+#include "xslt/TraduceWD.h"
 
 namespace {
 
@@ -67,22 +67,22 @@ bool Mide(const std::string& nombre, const std::string& texto_1252, int rondas) 
       std::fprintf(stderr, "%s: no es XML bien formado\n", nombre.c_str());
       return false;
     }
-    orvex::xml::HojaTraducida t = orvex::xml::TraduceHojaBorrador(doc);
+    orvex::xslt::HojaTraducida t = orvex::xslt::TraduceHojaBorrador(doc);
     xmlFreeDoc(doc);
     if (t.xslt == nullptr) {
       std::fprintf(stderr, "%s: %s\n", nombre.c_str(), t.error.c_str());
       return false;
     }
-    xslt = orvex::xml::TextoDeHoja(t.xslt.get());
+    xslt = orvex::xslt::TextoDeHoja(t.xslt.get());
   }
   const double traduce = MedianaDe(rondas, [&] {
     xmlDocPtr doc = Lee(texto);
-    orvex::xml::HojaTraducida t = orvex::xml::TraduceHojaBorrador(doc);
+    orvex::xslt::HojaTraducida t = orvex::xslt::TraduceHojaBorrador(doc);
     xmlFreeDoc(doc);
   });
   const double traduce_compila = MedianaDe(rondas, [&] {
     xmlDocPtr doc = Lee(texto);
-    orvex::xml::HojaTraducida t = orvex::xml::TraduceHojaBorrador(doc);
+    orvex::xslt::HojaTraducida t = orvex::xslt::TraduceHojaBorrador(doc);
     xmlFreeDoc(doc);
     xsltFreeStylesheet(xsltParseStylesheetDoc(t.xslt.release()));
   });
@@ -108,7 +108,7 @@ int main(int argc, char** argv) {
     }
   }
   xmlInitParser();
-  orvex::xml::RegistraFuncionesWD();
+  orvex::xslt::RegistraFuncionesWD();
   xsltSetGenericErrorFunc(nullptr, Silencio);
 
   std::printf("medianas en microsegundos, %d rondas\n", rondas);

@@ -20,8 +20,8 @@
 #include "base/CodePage.h"
 #include "base/PosixPlatform.h"
 #include "config/Instalacion.h"
-#include "xml/CargaModuloXSL.h"
-#include "xml/TransformaXML.h"
+#include "transform/CargaModuloXSL.h"
+#include "transform/TransformaXML.h"
 
 namespace {
 
@@ -70,9 +70,9 @@ int main(int argc, char** argv) {
     return 2;
   }
   const int rondas = argc > 2 ? std::max(1, std::atoi(argv[2])) : 200;
-  orvex::xml::MotorModuloXSL motor({argv[1]});
+  orvex::transform::MotorModuloXSL motor({argv[1]});
   orvex::StdOutput salida;
-  orvex::xml::TransformadorXSL transformador(motor, salida);
+  orvex::transform::TransformadorXSL transformador(motor, salida);
 
   const std::string nada =
       "<xsl:stylesheet version='1.0' xmlns:xsl='http://www.w3.org/1999/XSL/Transform'>"

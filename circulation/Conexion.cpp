@@ -12,7 +12,7 @@
 #include "base/CodePage.h"
 #include "base/EnviaLinea.h"
 #include "circulation/Disponibilidad.h"
-#include "gateway/Bitacora.h"
+#include "cgi/Bitacora.h"
 
 namespace orvex::circulation {
 namespace {
@@ -99,7 +99,7 @@ void CabeceraCirculacion(Output& salida) {
   EnviaLinea(salida, "Cache-Control: public\r\n");
 }
 
-bool ConectaServidor(gateway::Solicitud& s, Enchufe& enchufe, const std::string& direccion,
+bool ConectaServidor(cgi::Solicitud& s, Enchufe& enchufe, const std::string& direccion,
                      const std::string& puerto_texto, AvisoRechazo rechazo) {
   Output& salida = s.sys.salida;
   const auto falla = [&](const std::string& razon) {
@@ -116,7 +116,7 @@ bool ConectaServidor(gateway::Solicitud& s, Enchufe& enchufe, const std::string&
   for (int rondas = 1; estado == EstadoConexion::kEnCurso; ++rondas) {
     estado = enchufe.Conectado(kPasoMs, razon);
     if (estado != EstadoConexion::kEnCurso) break;
-    gateway::Cede(s);
+    cgi::Cede(s);
     if (s.CONSULTA.ConexionCerrada) return falla("Conexion TimeOut");
     if (rondas == 1000000) return falla("error desconocido: " + std::to_string(rondas));
   }

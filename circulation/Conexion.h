@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "base/Platform.h"
-#include "gateway/Solicitud.h"
+#include "cgi/Solicitud.h"
 
 // The connection to the library's circulation server, shared by the
 // reservation and the availability pages.
@@ -58,7 +58,7 @@ enum class AvisoRechazo { kRazon, kTimeOut };
 // "error desconocido: " and the rounds. The host and the port's text are
 // echoed through the request's Eco. A failure known at once is written at
 // once: nothing waits for Timer2.
-bool ConectaServidor(gateway::Solicitud& s, Enchufe& enchufe, const std::string& direccion,
+bool ConectaServidor(cgi::Solicitud& s, Enchufe& enchufe, const std::string& direccion,
                      const std::string& puerto_texto, AvisoRechazo rechazo);
 
 // "Content-Type: text/html" and "Cache-Control: public" with the blank line.

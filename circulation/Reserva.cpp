@@ -8,8 +8,8 @@
 #include "base/RuntimeError.h"
 #include "circulation/Disponibilidad.h"
 #include "config/Plantillas.h"
-#include "gateway/Bitacora.h"
-#include "gateway/EntradaCGI.h"
+#include "cgi/Bitacora.h"
+#include "cgi/EntradaCGI.h"
 
 namespace orvex::circulation {
 namespace {
@@ -50,7 +50,7 @@ std::string TextoComando(std::string_view texto) {
 // The answer's page. `de_confianza`: the server is one the configuration
 // lists, whose words go on the page as they are; the words of a server that
 // only the request named are request text, echoed as such.
-void MuestraRespuesta(gateway::Solicitud& s, const std::string& respuesta, bool de_confianza) {
+void MuestraRespuesta(cgi::Solicitud& s, const std::string& respuesta, bool de_confianza) {
   Output& salida = s.sys.salida;
   const CodePage& pagina = CodePage::Windows1252();
   const ResultadoXSL r =
@@ -91,38 +91,38 @@ void MuestraRespuesta(gateway::Solicitud& s, const std::string& respuesta, bool 
 
 }  // namespace
 
-void PaginaReserva(gateway::Solicitud& s, const std::string&) {
+void PaginaReserva(cgi::Solicitud& s, const std::string&) {
   Output& salida = s.sys.salida;
   CabeceraCirculacion(salida);
   EnviaLinea(salida, Latin1("<HTML><HEAD><title>KORVEL8 - Autentificación de usuario para "
                             "reserva de ejemplares</title></HEAD><BODY>"));
   std::string seccion = s.Seccion("RESERVA_MATERIAL:");
   ReemplazaTexto(seccion, "<!COMANDO_SE!>", "CRESERVA");
-  ReemplazaTexto(seccion, "<!DIRECCIONIP!>", s.Eco(gateway::ValorCGI(s.cgi, "direccionIP")));
-  ReemplazaTexto(seccion, "<!PUERTOTCP!>", s.Eco(gateway::ValorCGI(s.cgi, "puertoTCP")));
-  ReemplazaTexto(seccion, "<!DISP_NUMADQUI!>", s.Eco(gateway::ValorCGI(s.cgi, "NumAdqui")));
+  ReemplazaTexto(seccion, "<!DIRECCIONIP!>", s.Eco(cgi::ValorCGI(s.cgi, "direccionIP")));
+  ReemplazaTexto(seccion, "<!PUERTOTCP!>", s.Eco(cgi::ValorCGI(s.cgi, "puertoTCP")));
+  ReemplazaTexto(seccion, "<!DISP_NUMADQUI!>", s.Eco(cgi::ValorCGI(s.cgi, "NumAdqui")));
   // The name as the request gave it, which the form posts back and the
   // loader takes again; the completed path only where any path is allowed.
   ReemplazaTexto(seccion, "<!ArchivoCFG!>",
                  s.Eco(s.ajustes.cfg_cualquier_ruta
                            ? s.cfg.ArchivoCFG
-                           : TrimBlanks(gateway::ValorCGI(s.cgi, "ArchivoCFG"))));
+                           : TrimBlanks(cgi::ValorCGI(s.cgi, "ArchivoCFG"))));
   EnviaLinea(salida, seccion);
   EnviaLinea(salida, "</BODY></HTML>");
 }
 
-void Reserva(gateway::Solicitud& s, const std::string&) {
+void Reserva(cgi::Solicitud& s, const std::string&) {
   const std::unique_ptr<Enchufe> enchufe = EnchufePosix();
   Reserva(s, *enchufe);
 }
 
-void Reserva(gateway::Solicitud& s, Enchufe& enchufe) {
+void Reserva(cgi::Solicitud& s, Enchufe& enchufe) {
   Output& salida = s.sys.salida;
-  const std::string direccion = gateway::ValorCGI(s.cgi, "direccionIP");
-  const std::string puerto_texto = gateway::ValorCGI(s.cgi, "puertoTCP");
-  const std::string numadqui = gateway::ValorCGI(s.cgi, "NumAdqui");
-  const std::string cuenta = gateway::ValorCGI(s.cgi, "NumCta");
-  (void)gateway::ValorCGI(s.cgi, "PWD");  // read, and never sent
+  const std::string direccion = cgi::ValorCGI(s.cgi, "direccionIP");
+  const std::string puerto_texto = cgi::ValorCGI(s.cgi, "puertoTCP");
+  const std::string numadqui = cgi::ValorCGI(s.cgi, "NumAdqui");
+  const std::string cuenta = cgi::ValorCGI(s.cgi, "NumCta");
+  (void)cgi::ValorCGI(s.cgi, "PWD");  // read, and never sent
   ServidorCirculacion servidor{direccion, puerto_texto};
   const bool listado = ServidorListado(s.Seccion("DISPONIBILIDAD:"), direccion,
                                        PuertoTCP(puerto_texto), servidor);
@@ -143,7 +143,7 @@ void Reserva(gateway::Solicitud& s, Enchufe& enchufe) {
   if (enchufe.Envia(comando)) {
     // Only the watchdog limits the wait for the answer.
     std::optional<std::string> llegada;
-    while (!(llegada = enchufe.Recibe(kPasoMs))) gateway::Cede(s);
+    while (!(llegada = enchufe.Recibe(kPasoMs))) cgi::Cede(s);
     respuesta = std::move(*llegada);
   }
   CabeceraCirculacion(salida);

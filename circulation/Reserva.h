@@ -3,7 +3,7 @@
 #include <string>
 
 #include "circulation/Conexion.h"
-#include "gateway/Solicitud.h"
+#include "cgi/Solicitud.h"
 
 // The reservation of a copy: the sign-in page ("VRESERVA") and the exchange
 // with the library's circulation server ("CRESERVA").
@@ -15,7 +15,7 @@ namespace orvex::circulation {
 // request through its Eco; "<!ArchivoCFG!>" is the name as the request gave
 // it (trimmed), or the loader's completed path where the installation lets
 // "ArchivoCFG" be any path.
-void PaginaReserva(gateway::Solicitud& s, const std::string& expresion);
+void PaginaReserva(cgi::Solicitud& s, const std::string& expresion);
 
 // "CRESERVA": the server is "direccionIP":"puertoTCP" only when a line of
 // "DISPONIBILIDAD:" (any BaseDTA) lists that host (letter case aside) and
@@ -33,9 +33,9 @@ void PaginaReserva(gateway::Solicitud& s, const std::string& expresion);
 // "Estado" (0: accepted; otherwise its second attribute is the reason,
 // echoed as request text when the server is not a listed one), or the line
 // that says what was wrong with the answer.
-void Reserva(gateway::Solicitud& s, const std::string& expresion);
+void Reserva(cgi::Solicitud& s, const std::string& expresion);
 
 // The same with the connection given (tests).
-void Reserva(gateway::Solicitud& s, Enchufe& enchufe);
+void Reserva(cgi::Solicitud& s, Enchufe& enchufe);
 
 }  // namespace orvex::circulation

@@ -11,8 +11,8 @@
 #include "base/RuntimeError.h"
 #include "circulation/Disponibilidad.h"
 #include "config/Plantillas.h"
-#include "gateway/Bitacora.h"
-#include "gateway/EntradaCGI.h"
+#include "cgi/Bitacora.h"
+#include "cgi/EntradaCGI.h"
 
 namespace orvex::circulation {
 namespace {
@@ -83,7 +83,7 @@ struct Pagina {
   }
 };
 
-void MuestraCopias(gateway::Solicitud& s, const std::vector<Copia>& copias,
+void MuestraCopias(cgi::Solicitud& s, const std::vector<Copia>& copias,
                    const ServidorCirculacion& servidor, Pagina pagina) {
   Output& salida = s.sys.salida;
   size_t disponibles = 0;
@@ -126,7 +126,7 @@ void MuestraCopias(gateway::Solicitud& s, const std::vector<Copia>& copias,
   EnviaLinea(salida, final);
 }
 
-void MuestraRespuesta(gateway::Solicitud& s, const std::string& respuesta,
+void MuestraRespuesta(cgi::Solicitud& s, const std::string& respuesta,
                       const ServidorCirculacion& servidor, const Pagina& pagina) {
   Output& salida = s.sys.salida;
   const ResultadoXSL r = s.sys.motores.Xsl().Transforma(
@@ -159,15 +159,15 @@ void MuestraRespuesta(gateway::Solicitud& s, const std::string& respuesta,
 
 }  // namespace
 
-void VerDisponibilidad(gateway::Solicitud& s, const std::string&) {
+void VerDisponibilidad(cgi::Solicitud& s, const std::string&) {
   const std::unique_ptr<Enchufe> enchufe = EnchufePosix();
   VerDisponibilidad(s, *enchufe);
 }
 
-void VerDisponibilidad(gateway::Solicitud& s, Enchufe& enchufe) {
+void VerDisponibilidad(cgi::Solicitud& s, Enchufe& enchufe) {
   Output& salida = s.sys.salida;
-  const std::string ficha_texto = gateway::ValorCGI(s.cgi, "NoFicha");
-  const std::string base_texto = gateway::ValorCGI(s.cgi, "BaseDTA");
+  const std::string ficha_texto = cgi::ValorCGI(s.cgi, "NoFicha");
+  const std::string base_texto = cgi::ValorCGI(s.cgi, "BaseDTA");
   Pagina pagina;
   std::uint8_t base_dta = 0;
   long long ficha = 0;
@@ -180,7 +180,7 @@ void VerDisponibilidad(gateway::Solicitud& s, Enchufe& enchufe) {
   pagina.base_dta = std::to_string(base_dta);
   // The name as the request gave it, as the record display writes it: the
   // loader's full path would show where the program lives.
-  pagina.archivo_cfg = Escapa(TrimBlanks(gateway::ValorCGI(s.cgi, "ArchivoCFG")));
+  pagina.archivo_cfg = Escapa(TrimBlanks(cgi::ValorCGI(s.cgi, "ArchivoCFG")));
 
   ServidorCirculacion servidor;
   if (!BuscaServidor(s.Seccion("DISPONIBILIDAD:"), base_dta, servidor)) {
@@ -205,7 +205,7 @@ void VerDisponibilidad(gateway::Solicitud& s, Enchufe& enchufe) {
     for (;;) {
       std::optional<std::string> llegada = enchufe.Recibe(kPasoMs);
       if (!llegada) {
-        gateway::Cede(s);
+        cgi::Cede(s);
         continue;
       }
       if (llegada->empty()) break;

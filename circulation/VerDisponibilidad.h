@@ -3,7 +3,7 @@
 #include <string>
 
 #include "circulation/Conexion.h"
-#include "gateway/Solicitud.h"
+#include "cgi/Solicitud.h"
 
 // The availability of a record's copies ("CVERDISP"), asked of the library's
 // circulation server and shown through five sections of the configuration.
@@ -56,10 +56,10 @@
 //   A server that never answers keeps the request until the watchdog.
 namespace orvex::circulation {
 
-void VerDisponibilidad(gateway::Solicitud& s, const std::string& expresion);
+void VerDisponibilidad(cgi::Solicitud& s, const std::string& expresion);
 
 // The same with the connection given (tests).
-void VerDisponibilidad(gateway::Solicitud& s, Enchufe& enchufe);
+void VerDisponibilidad(cgi::Solicitud& s, Enchufe& enchufe);
 
 // The most of an answer that is read.
 inline constexpr std::size_t kMaxRespuestaDisponibilidad = 1 << 20;

@@ -10,8 +10,8 @@
 #include <libxml/xmlerror.h>
 #include <libxslt/xsltutils.h>
 
-#include "xml/MotorLibxslt.h"
-#include "xml/PatronWD.h"
+#include "xslt/MotorLibxslt.h"
+#include "xslt/PatronWD.h"
 
 namespace {
 
@@ -26,12 +26,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* datos, std::size_t lar
   }();
   (void)callado;
   const std::string_view texto(reinterpret_cast<const char*>(datos), largo);
-  (void)orvex::xml::RevisaHoja(texto);
+  (void)orvex::xslt::RevisaHoja(texto);
   // The same bytes as a pattern, in each of its uses.
   if (largo < 512) {
-    for (auto uso : {orvex::xml::UsoPatron::Seleccion, orvex::xml::UsoPatron::Valor,
-                     orvex::xml::UsoPatron::Prueba, orvex::xml::UsoPatron::Coincidencia}) {
-      (void)orvex::xml::TraducePatron(texto, uso, 3);
+    for (auto uso : {orvex::xslt::UsoPatron::Seleccion, orvex::xslt::UsoPatron::Valor,
+                     orvex::xslt::UsoPatron::Prueba, orvex::xslt::UsoPatron::Coincidencia}) {
+      (void)orvex::xslt::TraducePatron(texto, uso, 3);
     }
   }
   return 0;

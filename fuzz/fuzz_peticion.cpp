@@ -47,7 +47,7 @@
 #include "base/RuntimeError.h"
 #include "db/Database.h"
 #include "gateway/Comandos.h"
-#include "gateway/EntradaCGI.h"
+#include "cgi/EntradaCGI.h"
 #include "search/Normalizacion.h"
 #include "tests/support/Catalogos.h"
 
@@ -147,18 +147,18 @@ void InstalaAdministrador(const fs::path& programa) {
 // all, "SHOW_VAR": a configuration file and the command in the search box,
 // read as the driver reads them (body fields first, then the query string).
 bool PideShowVar(std::string_view query, std::string_view cuerpo) {
-  orvex::gateway::EntradaCGI cgi;
+  orvex::cgi::EntradaCGI cgi;
   try {
-    orvex::gateway::SeparaPares(cgi.pares, cuerpo);
-    orvex::gateway::SeparaPares(cgi.pares, query);
+    orvex::cgi::SeparaPares(cgi.pares, cuerpo);
+    orvex::cgi::SeparaPares(cgi.pares, query);
   } catch (const orvex::RuntimeError&) {
     return false;
   }
-  if (orvex::gateway::ValorCGI(cgi, "ArchivoCFG").empty()) return false;
-  std::string expresion = orvex::gateway::ValorCGI(cgi, "txtLIB");
+  if (orvex::cgi::ValorCGI(cgi, "ArchivoCFG").empty()) return false;
+  std::string expresion = orvex::cgi::ValorCGI(cgi, "txtLIB");
   orvex::search::QuitaAcentos(expresion);
   if (expresion.empty()) {
-    expresion = orvex::gateway::ValorCGI(cgi, "txtEXPR1");
+    expresion = orvex::cgi::ValorCGI(cgi, "txtEXPR1");
     orvex::search::QuitaAcentos(expresion);
   }
   return orvex::gateway::NombreDeComando(expresion) == "SHOW_VAR";

@@ -14,7 +14,7 @@
 #include "base/RuntimeError.h"
 #include "config/ArchivoCFG.h"
 #include "gateway/CGI_Main.h"
-#include "gateway/EntradaCGI.h"
+#include "cgi/EntradaCGI.h"
 #include "search/Expresion.h"
 #include "tests/support/Fakes.h"
 
@@ -24,13 +24,13 @@ constexpr std::string_view kEtiquetas[] = {"BASE:", "ENCABEZADO:", "ENCABEZADO2:
                                            "SEPARADOR:", "FINAL:", "NOENCONTRADO:", "TABLA:"};
 
 void Solicitud(std::string_view datos) {
-  orvex::gateway::EntradaCGI cgi;
+  orvex::cgi::EntradaCGI cgi;
   try {
-    orvex::gateway::SeparaPares(cgi.pares, datos);
+    orvex::cgi::SeparaPares(cgi.pares, datos);
   } catch (const orvex::RuntimeError&) {
   }
   for (std::string_view campo : {"ArchivoCFG", "txtLIB", "ACERVO", ""}) {
-    (void)orvex::gateway::ValorCGI(cgi, campo);
+    (void)orvex::cgi::ValorCGI(cgi, campo);
   }
 }
 

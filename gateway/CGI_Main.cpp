@@ -9,17 +9,17 @@
 #include "base/RuntimeError.h"
 #include "config/ArchivoCFG.h"
 #include "config/Plantillas.h"
-#include "gateway/Bitacora.h"
+#include "cgi/Bitacora.h"
 #include "gateway/Comandos.h"
-#include "gateway/Encabezado.h"
+#include "cgi/Encabezado.h"
 #include "search/Normalizacion.h"
 
 namespace orvex::gateway {
 namespace {
 
-void PaginaSinArchivoCFG(Solicitud& s) {
+void PaginaSinArchivoCFG(cgi::Solicitud& s) {
   Output& salida = s.sys.salida;
-  EnviaEncabezado(s, "");
+  cgi::EnviaEncabezado(s, "");
   EnviaLinea(salida, "<HTML><BODY>");
   EnviaLinea(salida, Latin1("<h3>No se recibió parametro de ArchivoCFG. Ejecución finalizada </h3>"));
   EnviaLinea(salida, "<h4>" + s.VersionPrograma + "</h4>");
@@ -28,9 +28,9 @@ void PaginaSinArchivoCFG(Solicitud& s) {
 
 // The answer to a request larger than the installation accepts, given
 // before its body is read.
-void PaginaSolicitudExcesiva(Solicitud& s) {
+void PaginaSolicitudExcesiva(cgi::Solicitud& s) {
   Output& salida = s.sys.salida;
-  EnviaEncabezado(s, "");
+  cgi::EnviaEncabezado(s, "");
   EnviaLinea(salida, "<HTML><BODY>");
   EnviaLinea(salida, Latin1("<h3>La solicitud es demasiado grande: Orvex acepta formularios de "
                             "hasta ") +
@@ -40,9 +40,9 @@ void PaginaSolicitudExcesiva(Solicitud& s) {
   EnviaLinea(salida, "</BODY></HTML>");
 }
 
-void EnviaPrologo(Solicitud& s) {
+void EnviaPrologo(cgi::Solicitud& s) {
   Output& salida = s.sys.salida;
-  EnviaCabeceraHTTP(s);
+  cgi::EnviaCabeceraHTTP(s);
   EnviaLinea(salida, Latin1("<!--Versión 1.2 -->"));
   EnviaLinea(salida,
              "<!--Orvex, ultimo cambio: 4-DIC-03 : corregido el mensaje de XML incorrecto en "
@@ -50,8 +50,8 @@ void EnviaPrologo(Solicitud& s) {
   EnviaLinea(salida, "");
 }
 
-std::string ExpresionNormalizada(Solicitud& s, std::string_view campo) {
-  std::string texto = ValorCGI(s.cgi, campo);
+std::string ExpresionNormalizada(cgi::Solicitud& s, std::string_view campo) {
+  std::string texto = cgi::ValorCGI(s.cgi, campo);
   return search::QuitaAcentos(texto);
 }
 
@@ -59,17 +59,17 @@ std::string ExpresionNormalizada(Solicitud& s, std::string_view campo) {
 // error page, which ends the process.
 // A description may quote request text (a column the listing was asked
 // for), so it is echoed.
-[[noreturn]] void ErrorInesperado(Solicitud& s, const RuntimeError& error) {
-  s.TextoError = EcoEnTexto(s, error.description()) + " Error Number = " + std::to_string(error.number());
-  PaginaError(s, "");
+[[noreturn]] void ErrorInesperado(cgi::Solicitud& s, const RuntimeError& error) {
+  s.TextoError = cgi::EcoEnTexto(s, error.description()) + " Error Number = " + std::to_string(error.number());
+  cgi::PaginaError(s, "");
 }
 
 }  // namespace
 
-void CGI_Main(Solicitud& s) {
+void CGI_Main(cgi::Solicitud& s) {
   s.VersionPrograma = std::string(kVersionPrograma);
-  IniciaVigilancia(s);
-  s.cfg.ArchivoCFG = ValorCGI(s.cgi, "ArchivoCFG");
+  cgi::IniciaVigilancia(s);
+  s.cfg.ArchivoCFG = cgi::ValorCGI(s.cgi, "ArchivoCFG");
   s.Traza += "Entrada a CGI_Main, ArchivoCFG:" + s.Eco(s.cfg.ArchivoCFG) + "[]<br/>";
   if (s.cfg.ArchivoCFG.empty()) {
     PaginaSinArchivoCFG(s);
@@ -87,8 +87,8 @@ void CGI_Main(Solicitud& s) {
   if (ComandoDiagnostico(s, expresion)) return;
 
   EnviaPrologo(s);
-  s.ACERVO = UpperLatin1(ValorCGI(s.cgi, "ACERVO"));
-  const std::string links = ValorCGI(s.cgi, "generaLINKsURL");
+  s.ACERVO = UpperLatin1(cgi::ValorCGI(s.cgi, "ACERVO"));
+  const std::string links = cgi::ValorCGI(s.cgi, "generaLINKsURL");
   s.GeneraLinksURL = links.empty() ? true : ToBoolean(links);
   s.Traza += "Entrada a rutina de Acervo: " + s.Eco(s.ACERVO) + "<br>";
 
@@ -103,7 +103,7 @@ void CGI_Main(Solicitud& s) {
   coleccion->consulta(s);
 }
 
-bool ComandoDiagnostico(Solicitud& s, const std::string& expresion) {
+bool ComandoDiagnostico(cgi::Solicitud& s, const std::string& expresion) {
   if (expresion.empty()) return false;
   const Comando* comando = BuscaComando(NombreDeComando(expresion));
   if (comando == nullptr) return false;
@@ -112,7 +112,7 @@ bool ComandoDiagnostico(Solicitud& s, const std::string& expresion) {
 }
 
 int Principal(Servicios& sys, db::Opener& bases, circulation::Red* red) {
-  Solicitud s(sys, bases);
+  cgi::Solicitud s(sys, bases);
   s.red = red;
   s.ajustes = config::LeeAjustes(sys.archivos, sys.archivos.ProgramDirectory());
   // Every database and every transformation of the request stops when the
@@ -131,13 +131,13 @@ int Principal(Servicios& sys, db::Opener& bases, circulation::Red* red) {
     try {
       // The watchdog runs from the start, so that a body that never comes
       // holds the request no longer than any other step.
-      IniciaVigilancia(s);
-      LeeVariablesCGI(s.cgi, sys.entorno);
-      if (SolicitudExcesiva(s.cgi, s.ajustes.cuerpo_maximo)) {
+      cgi::IniciaVigilancia(s);
+      cgi::LeeVariablesCGI(s.cgi, sys.entorno);
+      if (cgi::SolicitudExcesiva(s.cgi, s.ajustes.cuerpo_maximo)) {
         PaginaSolicitudExcesiva(s);
         return 0;
       }
-      LeeDatosForma(s.cgi, sys.entrada, &s.plazo);
+      cgi::LeeDatosForma(s.cgi, sys.entrada, &s.plazo);
       if (!sys.motores.DatabaseEngineWorks()) {
         EnviaLinea(sys.salida,
                    Latin1("<html><body> <center> <h1> No se encontró el DAO 3.6 <br> instalado en "
@@ -152,9 +152,9 @@ int Principal(Servicios& sys, db::Opener& bases, circulation::Red* red) {
         s.Traza = "CGI inicializado, comienza ...";
         CGI_Main(s);
       }
-      BorraLog(s);
+      cgi::BorraLog(s);
     } catch (const TiempoAgotado&) {
-      PaginaTiempoAgotado(s);
+      cgi::PaginaTiempoAgotado(s);
     } catch (const RuntimeError& error) {
       ErrorInesperado(s, error);
     } catch (const std::bad_alloc&) {

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "gateway/Solicitud.h"
+#include "cgi/Solicitud.h"
 
 namespace orvex::gateway {
 
@@ -11,12 +11,12 @@ inline constexpr std::string_view kVersionPrograma = "Orvex.exe act. 4.0 [200812
 
 // The request driver: version, watchdog, configuration file, expression, the
 // diagnostic commands' chance, page prologue and the collection's procedure.
-void CGI_Main(Solicitud& s);
+void CGI_Main(cgi::Solicitud& s);
 
 // True when the first eight characters of `expresion`, upper-cased and
 // trimmed, name a diagnostic command; the command has then written the whole
 // response, HTTP header included (except "SHOW_VAR", which writes nothing).
-bool ComandoDiagnostico(Solicitud& s, const std::string& expresion);
+bool ComandoDiagnostico(cgi::Solicitud& s, const std::string& expresion);
 
 // The entry procedure: captures the request, checks the two engines, runs
 // CGI_Main and deletes the request log; an unexpected error gives the error

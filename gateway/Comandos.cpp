@@ -15,7 +15,7 @@ namespace {
 
 // Kept on purpose: "SHOW_VAR" is recognised and answers with nothing at all,
 // not even an HTTP header.
-void ShowVar(Solicitud&, const std::string&) {}
+void ShowVar(cgi::Solicitud&, const std::string&) {}
 
 constexpr Coleccion kColecciones[] = {
     {"LIBROS", 0, queries::ConsultaLibros},

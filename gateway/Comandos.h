@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "gateway/Solicitud.h"
+#include "cgi/Solicitud.h"
 
 // The dispatch table: the collections that "ACERVO" selects and the
 // diagnostic commands typed into the search box.
@@ -14,12 +14,12 @@ namespace orvex::gateway {
 struct Coleccion {
   std::string_view acervo;                // the upper-cased "ACERVO" value
   std::optional<std::int16_t> tipo;       // TipoAcervo it sets, if any
-  void (*consulta)(Solicitud& s);         // writes the page after the prologue
+  void (*consulta)(cgi::Solicitud& s);         // writes the page after the prologue
 };
 
 struct Comando {
   std::string_view nombre;  // eight characters
-  void (*ejecuta)(Solicitud& s, const std::string& expresion);  // writes the whole response
+  void (*ejecuta)(cgi::Solicitud& s, const std::string& expresion);  // writes the whole response
 };
 
 // The command name an expression gives: its first eight characters,

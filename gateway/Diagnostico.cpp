@@ -20,10 +20,10 @@
 #include "db/Database.h"
 #include "db/SqliteEngine.h"
 #include "db/jet/EscritorJet.h"
-#include "gateway/Encabezado.h"
+#include "cgi/Encabezado.h"
 #include "queries/AbreBases.h"
 #include "records/CargaFicha.h"
-#include "records/MuestraFicha.h"
+#include "presentation/MuestraFicha.h"
 #include "records/Presentaciones.h"
 #include "xml/XMLFicha.h"
 #include "xml/XMLTarjeta.h"
@@ -49,25 +49,25 @@ class Descarte : public Output {
   void Rewind() override {}
 };
 
-void Linea(Solicitud& s, std::string texto) { EnviaLinea(s.sys.salida, std::move(texto)); }
+void Linea(cgi::Solicitud& s, std::string texto) { EnviaLinea(s.sys.salida, std::move(texto)); }
 
 // The page of a command that only the administrator gets.
-void AbrePagina(Solicitud& s, std::string_view titulo) {
-  EnviaEncabezado(s, "Orvex - " + std::string(titulo));
+void AbrePagina(cgi::Solicitud& s, std::string_view titulo) {
+  cgi::EnviaEncabezado(s, "Orvex - " + std::string(titulo));
   Linea(s, "<H3>" + std::string(titulo) + "</H3>");
 }
 
 // The page that anyone may get: it names nothing of the server.
-void AbrePaginaPublica(Solicitud& s, std::string_view titulo) {
-  EnviaEncabezadoPublico(s, "Orvex - " + std::string(titulo));
+void AbrePaginaPublica(cgi::Solicitud& s, std::string_view titulo) {
+  cgi::EnviaEncabezadoPublico(s, "Orvex - " + std::string(titulo));
   Linea(s, "<H3>" + std::string(titulo) + "</H3>");
 }
 
-void CierraPagina(Solicitud& s) { Linea(s, "</BODY></HTML>"); }
+void CierraPagina(cgi::Solicitud& s) { Linea(s, "</BODY></HTML>"); }
 
 // The refusal for a client that is not the administrator; true when the
 // command may go on.
-bool Autorizado(Solicitud& s, std::string_view comando) {
+bool Autorizado(cgi::Solicitud& s, std::string_view comando) {
   if (ClienteAdministrador(s)) return true;
   AbrePaginaPublica(s, std::string(comando));
   config::MensajeH4(s.sys.salida,
@@ -102,7 +102,7 @@ bool EsDigito(char c) { return c >= '0' && c <= '9'; }
 
 // True when the request's configuration is a "*.cfg" file of the program's
 // directory, the only kind whose "DIAGNOSTICO:" names the administrator.
-bool ConfiguracionDelPrograma(const Solicitud& s) {
+bool ConfiguracionDelPrograma(const cgi::Solicitud& s) {
   const std::string& archivo = s.cfg.ArchivoCFG;
   if (s.cfg.TextoCFG.empty()) return false;
   const std::size_t barra = archivo.find_last_of("/\\");
@@ -121,7 +121,7 @@ struct Catalogo {
 
 // The catalogues "BASE:" names; an empty list with `error` set when the
 // section is missing or its list cannot be read.
-std::vector<Catalogo> Catalogos(const Solicitud& s, std::string& error) {
+std::vector<Catalogo> Catalogos(const cgi::Solicitud& s, std::string& error) {
   const std::string base = Recorta(s.Seccion("BASE:"));
   if (base.empty()) {
     error = Latin1("La sección BASE: no existe o está vacía.");
@@ -157,7 +157,7 @@ std::string NombrePublico(const Catalogo& c) {
   return c.nombre.empty() ? Latin1("Catálogo ") + std::to_string(c.numero) : EscapaComillaDoble(c.nombre);
 }
 
-std::optional<std::string> BuscaArchivo(Solicitud& s, std::string_view dir, std::string_view nombre) {
+std::optional<std::string> BuscaArchivo(cgi::Solicitud& s, std::string_view dir, std::string_view nombre) {
   return FindFile(s.sys.archivos, queries::RutaArchivo(dir, nombre));
 }
 
@@ -201,7 +201,7 @@ std::string NombreDelMotor(db::Motor motor) {
 
 class ListaRevision {
  public:
-  explicit ListaRevision(Solicitud& s) : s_(s) {}
+  explicit ListaRevision(cgi::Solicitud& s) : s_(s) {}
 
   // `que` is page text already escaped.
   void Item(const std::string& que, bool correcto, const std::string& razon) {
@@ -219,7 +219,7 @@ class ListaRevision {
   int fallas() const { return fallas_; }
 
  private:
-  Solicitud& s_;
+  cgi::Solicitud& s_;
   int total_ = 0;
   int fallas_ = 0;
 };
@@ -269,7 +269,7 @@ void RevisaTablas(ListaRevision& lista, db::Database& db, std::string_view archi
 // A Jet statistics file takes the next row when it opens for writing and no
 // other program holds its lock file: the check the writer makes before each
 // row, made here without writing one (the Jet engine cannot take a row back).
-void PruebaEscrituraJet(Solicitud& s, ListaRevision& lista, const std::string& que,
+void PruebaEscrituraJet(cgi::Solicitud& s, ListaRevision& lista, const std::string& que,
                         const std::string& ruta) {
   try {
     // Opened as the writer opens it, waiting as long for another writer, and
@@ -284,7 +284,7 @@ void PruebaEscrituraJet(Solicitud& s, ListaRevision& lista, const std::string& q
 // Checks that the statistics file can take a row, and leaves it with every
 // row it had and no other: a SQLite file gets a row inside a transaction
 // that is rolled back; a Jet file the writer's own checks.
-void PruebaEscritura(Solicitud& s, ListaRevision& lista, const std::string& ruta,
+void PruebaEscritura(cgi::Solicitud& s, ListaRevision& lista, const std::string& ruta,
                      db::Motor motor) {
   const std::string que = "Escritura en " + std::string(kEstadisticas);
   if (motor == db::Motor::Jet) {
@@ -308,7 +308,7 @@ void PruebaEscritura(Solicitud& s, ListaRevision& lista, const std::string& ruta
   }
 }
 
-void RevisaArchivo(Solicitud& s, ListaRevision& lista, const std::string& dir,
+void RevisaArchivo(cgi::Solicitud& s, ListaRevision& lista, const std::string& dir,
                    std::string_view archivo) {
   const std::string nombre(archivo);
   const std::optional<std::string> ruta = BuscaArchivo(s, dir, archivo);
@@ -337,7 +337,7 @@ void RevisaArchivo(Solicitud& s, ListaRevision& lista, const std::string& dir,
 
 // The safety settings in effect, for the webmaster: each either the safe
 // default or the old behaviour that "orvex.ini" brought back.
-void RevisaAjustes(Solicitud& s, ListaRevision& lista) {
+void RevisaAjustes(cgi::Solicitud& s, ListaRevision& lista) {
   const config::Ajustes& a = s.ajustes;
   lista.Nota("ArchivoCFG", a.cfg_cualquier_ruta
                                ? Latin1("cualquier ruta (el comportamiento anterior)")
@@ -353,7 +353,7 @@ void RevisaAjustes(Solicitud& s, ListaRevision& lista) {
   lista.Nota("CuerpoMaximo", std::to_string(a.cuerpo_maximo) + " bytes");
 }
 
-void RevisaHoja(Solicitud& s, ListaRevision& lista, std::string_view archivo,
+void RevisaHoja(cgi::Solicitud& s, ListaRevision& lista, std::string_view archivo,
                 std::string_view otra_carpeta = {}) {
   const std::string carpeta = JoinPath(s.sys.archivos.ProgramDirectory(), "XSLs");
   std::optional<std::string> ruta = FindFile(s.sys.archivos, JoinPath(carpeta, archivo));
@@ -366,7 +366,7 @@ void RevisaHoja(Solicitud& s, ListaRevision& lista, std::string_view archivo,
   }
 }
 
-void RevisaServidores(Solicitud& s, ListaRevision& lista) {
+void RevisaServidores(cgi::Solicitud& s, ListaRevision& lista) {
   const std::string seccion = s.Seccion("DISPONIBILIDAD:");
   bool alguno = false;
   for (const std::string& linea : LineasNoVacias(seccion)) {
@@ -413,7 +413,7 @@ std::optional<std::int32_t> NumeroDeFicha(const std::string& expresion, std::str
 
 }  // namespace
 
-bool ClienteAdministrador(const Solicitud& s) {
+bool ClienteAdministrador(const cgi::Solicitud& s) {
   const std::string ip = Recorta(s.cgi.Variable("REMOTE_ADDR"));
   if (ip.empty() || !ConfiguracionDelPrograma(s)) return false;
   for (const std::string& entrada : LineasNoVacias(s.Seccion("DIAGNOSTICO:"))) {
@@ -423,7 +423,7 @@ bool ClienteAdministrador(const Solicitud& s) {
   return false;
 }
 
-void ShowVer(Solicitud& s, const std::string&) {
+void ShowVer(cgi::Solicitud& s, const std::string&) {
   AbrePaginaPublica(s, Latin1("Versión de Orvex"));
   Linea(s, Latin1("<p>Versión: ") + EscapaComillaDoble(s.VersionPrograma) + "</p>");
   Linea(s, Latin1("<p>Orvex, pasarela web del catálogo de la biblioteca.</p>"));
@@ -443,7 +443,7 @@ void ShowVer(Solicitud& s, const std::string&) {
   CierraPagina(s);
 }
 
-void DebugCfg(Solicitud& s, const std::string&) {
+void DebugCfg(cgi::Solicitud& s, const std::string&) {
   if (!Autorizado(s, "DEBUGCFG")) return;
   AbrePagina(s, Latin1("Archivo de configuración"));
   Linea(s, "<p>Archivo: " + EscapaComillaDoble(s.cfg.ArchivoCFG) + "</p>");
@@ -455,7 +455,7 @@ void DebugCfg(Solicitud& s, const std::string&) {
   CierraPagina(s);
 }
 
-void ShowBdt(Solicitud& s, const std::string&) {
+void ShowBdt(cgi::Solicitud& s, const std::string&) {
   AbrePaginaPublica(s, Latin1("Bases de datos del catálogo"));
   std::string error;
   const std::vector<Catalogo> catalogos = Catalogos(s, error);
@@ -498,7 +498,7 @@ void ShowBdt(Solicitud& s, const std::string&) {
   CierraPagina(s);
 }
 
-void ShowSec(Solicitud& s, const std::string& expresion) {
+void ShowSec(cgi::Solicitud& s, const std::string& expresion) {
   if (!Autorizado(s, "SHOW_SEC")) return;
   AbrePagina(s, Latin1("Presentaciones de una ficha"));
   std::string texto;
@@ -552,7 +552,7 @@ void ShowSec(Solicitud& s, const std::string& expresion) {
   s.MostrarFichaBIB = 0;
   s.MostrarFichaBDL = 0;
   s.Total = s.Cantidad = s.Desde = 1;
-  records::MuestraFicha(s, ficha, 1);
+  presentation::MuestraFicha(s, ficha, 1);
   s.cfg.TextoCFG = texto_cfg;
 
   Linea(s, Latin1("<H4>Descripción breve</H4>"));
@@ -566,7 +566,7 @@ void ShowSec(Solicitud& s, const std::string& expresion) {
   CierraPagina(s);
 }
 
-void TestAll(Solicitud& s, const std::string&) {
+void TestAll(cgi::Solicitud& s, const std::string&) {
   if (!Autorizado(s, "TEST_ALL")) return;
   AbrePagina(s, Latin1("Revisión de la instalación"));
   ListaRevision lista(s);

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "gateway/Solicitud.h"
+#include "cgi/Solicitud.h"
 
 // The diagnostic commands typed into the search box. Each writes a whole
 // page, HTTP header included, and leaves every database as it found it.
@@ -26,25 +26,25 @@ namespace orvex::gateway {
 // directory (s.cfg.ArchivoCFG is that directory and the name) lists the
 // administrator: a file that the old rule for "ArchivoCFG" reaches elsewhere
 // may hold text the client wrote.
-bool ClienteAdministrador(const Solicitud& s);
+bool ClienteAdministrador(const cgi::Solicitud& s);
 
 // "SHOW_VER": the program's version and its components (database engine and
 // its version, XSL processor module found or not).
-void ShowVer(Solicitud& s, const std::string& expresion);
+void ShowVer(cgi::Solicitud& s, const std::string& expresion);
 
 // "DEBUGCFG": the name and whole text of the configuration the request
 // loaded, escaped; nothing else is read.
-void DebugCfg(Solicitud& s, const std::string& expresion);
+void DebugCfg(cgi::Solicitud& s, const std::string& expresion);
 
 // "SHOW_BDT": per catalogue of "BASE:" (each line of the multiple-database
 // form), named by its collection's name or else "Catálogo" and its number,
 // the number of titles and copies, and when the books' word index was last
 // built. A catalogue that cannot be read is reported with the error's
 // number alone, since its description names the file.
-void ShowBdt(Solicitud& s, const std::string& expresion);
+void ShowBdt(cgi::Solicitud& s, const std::string& expresion);
 
 // "SHOW_SEC n": every presentation of book record n and its XML documents.
-void ShowSec(Solicitud& s, const std::string& expresion);
+void ShowSec(cgi::Solicitud& s, const std::string& expresion);
 
 // "TEST_ALL": the installation checklist, one line per item: the
 // configuration's sections, the safety settings of "orvex.ini" in effect,
@@ -52,6 +52,6 @@ void ShowSec(Solicitud& s, const std::string& expresion);
 // of the statistics file that leaves it as it was (a rolled-back row in
 // SQLite; in Jet, where a row cannot be taken back, the writer's opening
 // and lock-file check alone), the style sheets and the circulation servers.
-void TestAll(Solicitud& s, const std::string& expresion);
+void TestAll(cgi::Solicitud& s, const std::string& expresion);
 
 }  // namespace orvex::gateway

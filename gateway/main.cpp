@@ -5,14 +5,14 @@
 #include "db/Database.h"
 #include "db/SqliteEngine.h"
 #include "gateway/CGI_Main.h"
-#include "xml/CargaModuloXSL.h"
+#include "transform/CargaModuloXSL.h"
 
 namespace {
 
 class RealEngines : public orvex::Engines {
  public:
   explicit RealEngines(const std::string& directorio_programa)
-      : xsl_(orvex::xml::RutasModuloXSL(directorio_programa)) {}
+      : xsl_(orvex::transform::RutasModuloXSL(directorio_programa)) {}
 
   bool DatabaseEngineWorks() override { return orvex::db::SqliteEngineWorks(); }
   // The XML libraries are loaded only by the requests that transform a
@@ -21,7 +21,7 @@ class RealEngines : public orvex::Engines {
   orvex::MotorXSL& Xsl() override { return xsl_; }
 
  private:
-  orvex::xml::MotorModuloXSL xsl_;
+  orvex::transform::MotorModuloXSL xsl_;
 };
 
 }  // namespace

@@ -5,7 +5,7 @@
 #include "base/RuntimeError.h"
 #include "config/ArchivoCFG.h"
 #include "config/Plantillas.h"
-#include "gateway/EntradaCGI.h"
+#include "cgi/EntradaCGI.h"
 
 namespace orvex::queries {
 namespace {
@@ -13,11 +13,11 @@ namespace {
 // Catalogue databases are only read by the gateway.
 constexpr db::OpenOptions kSoloLectura{.read_only = true};
 
-std::unique_ptr<db::Database> Abre(gateway::Solicitud& s, const std::string& ruta) {
+std::unique_ptr<db::Database> Abre(cgi::Solicitud& s, const std::string& ruta) {
   return s.bases.Open(FindFile(s.sys.archivos, ruta).value_or(ruta), kSoloLectura);
 }
 
-void AbreRevistasOArticulos(gateway::Solicitud& s) {
+void AbreRevistasOArticulos(cgi::Solicitud& s) {
   s.BDBiblio = Abre(s, RutaArchivo(s.cfg.RutaBase, kBiblio));
   s.BDIndice = Abre(s, RutaArchivo(s.cfg.RutaBase, kIndiceRevistas));
 }
@@ -28,7 +28,7 @@ std::string RutaArchivo(std::string_view ruta_base, std::string_view archivo) {
   return JoinPath(ruta_base, archivo);
 }
 
-void AbreBasesLibros(gateway::Solicitud& s) {
+void AbreBasesLibros(cgi::Solicitud& s) {
   const std::string directorio = RutaArchivo(s.cfg.RutaBase, "");
   try {
     s.BDIndice = Abre(s, directorio + std::string(kIndiceLibros));
@@ -41,11 +41,11 @@ void AbreBasesLibros(gateway::Solicitud& s) {
   EnviaLinea(s.sys.salida, "<!-- [LOAD form] Ruta abierta: " + directorio + "<br/>-->");
 }
 
-void AbreBasesRevistas(gateway::Solicitud& s) { AbreRevistasOArticulos(s); }
+void AbreBasesRevistas(cgi::Solicitud& s) { AbreRevistasOArticulos(s); }
 
-void AbreBasesArticulos(gateway::Solicitud& s) { AbreRevistasOArticulos(s); }
+void AbreBasesArticulos(cgi::Solicitud& s) { AbreRevistasOArticulos(s); }
 
-std::vector<std::string> ArchivosFaltantes(gateway::Solicitud& s, std::string_view directorio) {
+std::vector<std::string> ArchivosFaltantes(cgi::Solicitud& s, std::string_view directorio) {
   const std::string biblio = RutaArchivo(directorio, kBiblio);
   const std::string indice = RutaArchivo(directorio, kIndiceLibros);
   s.Traza += "Ruta1:" + biblio + " - Ruta2:" + indice + "<br/>";
@@ -56,9 +56,9 @@ std::vector<std::string> ArchivosFaltantes(gateway::Solicitud& s, std::string_vi
   return faltantes;
 }
 
-bool LeeArchivoCFG(gateway::Solicitud& s) {
+bool LeeArchivoCFG(cgi::Solicitud& s) {
   Servicios& sys = s.sys;
-  const std::string archivo = gateway::ValorCGI(s.cgi, "ArchivoCFG");
+  const std::string archivo = cgi::ValorCGI(s.cgi, "ArchivoCFG");
   const auto ruta = config::UbicaArchivoCFG(archivo, sys.archivos, s.ajustes.cfg_cualquier_ruta);
   std::optional<std::string> texto;
   if (ruta) texto = config::LeeTextoCFG(sys.archivos, *ruta);
@@ -71,7 +71,7 @@ bool LeeArchivoCFG(gateway::Solicitud& s) {
   return true;
 }
 
-void ReportaArchivosFaltantes(gateway::Solicitud& s, std::string_view directorio,
+void ReportaArchivosFaltantes(cgi::Solicitud& s, std::string_view directorio,
                               const std::vector<std::string>& faltantes) {
   for (const std::string& ruta : faltantes) {
     EnviaLinea(s.sys.salida, Latin1("<p>No se encontró: ") + ruta);

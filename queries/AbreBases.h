@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "gateway/Solicitud.h"
+#include "cgi/Solicitud.h"
 
 namespace orvex::queries {
 
@@ -22,28 +22,28 @@ std::string RutaArchivo(std::string_view ruta_base, std::string_view archivo);
 // RutaBase and writes "<!-- [LOAD form] Ruta abierta: " with the directory.
 // When either cannot be opened it writes the "Abrir BD: Ocurrio el error: "
 // message and ends the process (ProcessEnd): no later section is written.
-void AbreBasesLibros(gateway::Solicitud& s);
+void AbreBasesLibros(cgi::Solicitud& s);
 
 // Open KORVEL8.MDB into BDBiblio, then indizaPP.MDB into BDIndice, without
 // a comment; a failure raises.
-void AbreBasesRevistas(gateway::Solicitud& s);
-void AbreBasesArticulos(gateway::Solicitud& s);
+void AbreBasesRevistas(cgi::Solicitud& s);
+void AbreBasesArticulos(cgi::Solicitud& s);
 
 // The check before a book search: notes "Ruta1:" and "Ruta2:" in the trace
 // and returns the paths of KORVEL8.MDB and INDIZADO.MDB in `directorio`
 // that do not exist.
-std::vector<std::string> ArchivosFaltantes(gateway::Solicitud& s, std::string_view directorio);
+std::vector<std::string> ArchivosFaltantes(cgi::Solicitud& s, std::string_view directorio);
 
 // The configuration file the request names, read again as the periodical,
 // article and listing queries do: a bare name is taken in the program's
 // directory. Without it (no name, or no such file) writes "No se encontró la
 // definición del archivo CFG. Verifique la sintaxis de su página HTML" and
 // gives nothing; otherwise its text becomes the request's configuration text.
-bool LeeArchivoCFG(gateway::Solicitud& s);
+bool LeeArchivoCFG(cgi::Solicitud& s);
 
 // Reports missing files: one "<p>No se encontró: " line per path, then the
 // message that the files are incomplete, naming `directorio`.
-void ReportaArchivosFaltantes(gateway::Solicitud& s, std::string_view directorio,
+void ReportaArchivosFaltantes(cgi::Solicitud& s, std::string_view directorio,
                               const std::vector<std::string>& faltantes);
 
 }  // namespace orvex::queries

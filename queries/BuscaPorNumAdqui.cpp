@@ -7,10 +7,10 @@
 #include "base/RuntimeError.h"
 #include "config/Instalacion.h"
 #include "db/JetSql.h"
-#include "gateway/Encabezado.h"
+#include "cgi/Encabezado.h"
 #include "queries/AbreBases.h"
 #include "records/CargaFicha.h"
-#include "records/MuestraFicha.h"
+#include "presentation/MuestraFicha.h"
 
 namespace orvex::queries {
 namespace {
@@ -29,7 +29,7 @@ std::string MensajeNumero(std::string_view numero, bool ecos_literales) {
 }
 
 // The footer: the program's version, the institution's lines and a link.
-void Pie(gateway::Solicitud& s, std::string_view apertura) {
+void Pie(cgi::Solicitud& s, std::string_view apertura) {
   const config::Instalacion& ins = s.instalacion;
   EnviaLinea(s.sys.salida, std::string(apertura) + "<font face=Tahoma size=2><b>KORVEL8/" +
                                s.VersionPrograma + " </b><br/>");
@@ -92,9 +92,9 @@ ShowNum AnalizaShowNum(std::string_view comando, bool ecos_literales) {
   return r;
 }
 
-void BuscaPorNumAdqui(gateway::Solicitud& s, const std::string& comando) {
+void BuscaPorNumAdqui(cgi::Solicitud& s, const std::string& comando) {
   Output& salida = s.sys.salida;
-  gateway::EnviaEncabezado(s, "");
+  cgi::EnviaEncabezado(s, "");
   EnviaLinea(salida, Latin1("<HTML><BODY><center><h3>Búsqueda por número de adquisición</h3>"));
   const ShowNum consulta = AnalizaShowNum(comando, s.ajustes.ecos_literales);
   if (!consulta.correcto) {
@@ -144,7 +144,7 @@ void BuscaPorNumAdqui(gateway::Solicitud& s, const std::string& comando) {
                                                      : "<!FICHA!>";
       s.cfg.TextoCFG = std::string("FORMATO:{<table align='center' width='70%' border='0'><tr><td>") +
                        marcador + "</td></tr></table>}";
-      records::MuestraFicha(s, ficha, 1);
+      presentation::MuestraFicha(s, ficha, 1);
     }
   }
   EnviaLinea(salida, "</TABLE></CENTER><p/><div align='center'>");

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "gateway/Solicitud.h"
+#include "cgi/Solicitud.h"
 
 // The accession-number lookup (command "SHOW_NUM"): the record that owns one
 // copy, shown in one of the three record formats on a page of its own.
@@ -32,6 +32,6 @@ ShowNum AnalizaShowNum(std::string_view comando, bool ecos_literales);
 // installation settings. Refuses a "BASE:" that lists several collections.
 // The accession number is quoted in the statement with its apostrophes
 // doubled.
-void BuscaPorNumAdqui(gateway::Solicitud& s, const std::string& comando);
+void BuscaPorNumAdqui(cgi::Solicitud& s, const std::string& comando);
 
 }  // namespace orvex::queries

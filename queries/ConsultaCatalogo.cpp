@@ -8,7 +8,7 @@
 #include "base/Runtime.h"
 #include "base/RuntimeError.h"
 #include "config/Plantillas.h"
-#include "gateway/EntradaCGI.h"
+#include "cgi/EntradaCGI.h"
 #include "queries/AbreBases.h"
 #include "queries/Resultados.h"
 
@@ -18,8 +18,8 @@ namespace {
 using config::ReemplazaTexto;
 
 template <typename T, T (*Estrecha)(double)>
-T Numero(gateway::Solicitud& s, std::string_view campo) {
-  return Estrecha(LeadingNumber(gateway::ValorCGI(s.cgi, campo)));
+T Numero(cgi::Solicitud& s, std::string_view campo) {
+  return Estrecha(LeadingNumber(cgi::ValorCGI(s.cgi, campo)));
 }
 
 // A number as the statement writes it: whole numbers without decimals.
@@ -62,7 +62,7 @@ bool ContieneSelect(std::string_view texto) {
 }
 
 // "ENCABEZADO2:" or "FINAL:" with the paging numbers and "<!BUSCADO!>".
-void EscribeSeccion(gateway::Solicitud& s, std::string_view etiqueta) {
+void EscribeSeccion(cgi::Solicitud& s, std::string_view etiqueta) {
   std::string texto = s.Seccion(etiqueta);
   LlenaPaginacion(s, texto);
   ReemplazaTexto(texto, "<!BUSCADO!>", s.Eco(s.TextoLIB));
@@ -71,10 +71,10 @@ void EscribeSeccion(gateway::Solicitud& s, std::string_view etiqueta) {
 
 }  // namespace
 
-void ConsultaCatalogo(gateway::Solicitud& s) {
+void ConsultaCatalogo(cgi::Solicitud& s) {
   Output& salida = s.sys.salida;
-  s.TextoLIB = gateway::ValorCGI(s.cgi, "txtLIB");
-  const std::string campo = gateway::ValorCGI(s.cgi, "CAMPO");
+  s.TextoLIB = cgi::ValorCGI(s.cgi, "txtLIB");
+  const std::string campo = cgi::ValorCGI(s.cgi, "CAMPO");
   const std::int16_t tipo_busqueda = Numero<std::int16_t, ToInt16>(s, "TIPOBUSQUEDA");
   s.Cantidad = Numero<std::int32_t, ToInt32>(s, "Cantidad");
   s.Desde = Numero<std::int32_t, ToInt32>(s, "FichaINI");

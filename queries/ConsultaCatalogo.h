@@ -1,6 +1,6 @@
 #pragma once
 
-#include "gateway/Solicitud.h"
+#include "cgi/Solicitud.h"
 
 // The sequential listing ("ACERVO" CATALOGOS): the rows of any table or
 // statement of the database that "BASE:" names (the path of the file),
@@ -18,6 +18,6 @@ namespace orvex::queries {
 // "FINAL:". When "CAMPO" holds "select", "TABLA:" is the statement and the
 // comparison replaces its "<!BUSCADO!>". One statement runs, and nothing can
 // be written: anything else raises the database's error.
-void ConsultaCatalogo(gateway::Solicitud& s);
+void ConsultaCatalogo(cgi::Solicitud& s);
 
 }  // namespace orvex::queries

@@ -10,12 +10,12 @@
 #include "config/ArchivoCFG.h"
 #include "config/Instalacion.h"
 #include "config/Plantillas.h"
-#include "gateway/Bitacora.h"
-#include "gateway/Encabezado.h"
-#include "gateway/EntradaCGI.h"
+#include "cgi/Bitacora.h"
+#include "cgi/Encabezado.h"
+#include "cgi/EntradaCGI.h"
 #include "queries/AbreBases.h"
 #include "queries/Resultados.h"
-#include "search/Estadisticas.h"
+#include "queries/Estadisticas.h"
 #include "search/Expresion.h"
 #include "search/Indice.h"
 #include "search/Normalizacion.h"
@@ -30,8 +30,8 @@ const std::string kArchivosIncompletos = Latin1(
     "accesible. <br>Verifique la sintaxis de su archivo de configuración y revise la "
     "existencia de los archivos. <br>La ruta obtenida es: ");
 
-std::string Plegado(gateway::Solicitud& s, std::string_view campo) {
-  std::string texto = gateway::ValorCGI(s.cgi, campo);
+std::string Plegado(cgi::Solicitud& s, std::string_view campo) {
+  std::string texto = cgi::ValorCGI(s.cgi, campo);
   return search::QuitaAcentos(texto);
 }
 
@@ -39,18 +39,18 @@ std::string Plegado(gateway::Solicitud& s, std::string_view campo) {
 // width. Errors are ignored, as the fields have always been read: a value
 // that does not fit leaves the variable as it was.
 template <typename T, T (*Estrecha)(double)>
-void LeeNumero(gateway::Solicitud& s, std::string_view campo, T& destino) {
+void LeeNumero(cgi::Solicitud& s, std::string_view campo, T& destino) {
   try {
-    destino = Estrecha(LeadingNumber(gateway::ValorCGI(s.cgi, campo)));
+    destino = Estrecha(LeadingNumber(cgi::ValorCGI(s.cgi, campo)));
   } catch (const RuntimeError&) {
   }
 }
 
 // The library named on the page: the institution of the installation
 // settings (empty until they are read).
-std::string NombreInstalacion(const gateway::Solicitud& s) { return s.instalacion.Institucion; }
+std::string NombreInstalacion(const cgi::Solicitud& s) { return s.instalacion.Institucion; }
 
-std::string TextoEXPR(const gateway::Solicitud& s, int n) {
+std::string TextoEXPR(const cgi::Solicitud& s, int n) {
   const search::Estado& e = s.busqueda;
   switch (n) {
     case 1: return e.txtEXPR1.empty() ? s.TextoEXPR1 : e.txtEXPR1;
@@ -60,7 +60,7 @@ std::string TextoEXPR(const gateway::Solicitud& s, int n) {
 }
 
 // The placeholders that "ENCABEZADO2:" and "FINAL:" share, from the total on.
-void LlenaComunes(gateway::Solicitud& s, std::string& texto) {
+void LlenaComunes(cgi::Solicitud& s, std::string& texto) {
   LlenaPaginacion(s, texto);
   ReemplazaTexto(texto, "<!NOFORMATO!>", std::to_string(s.NoFormato));
   ReemplazaTexto(texto, "<!ACERVO!>", s.Eco(s.ACERVO));
@@ -70,7 +70,7 @@ void LlenaComunes(gateway::Solicitud& s, std::string& texto) {
   ReemplazaTexto(texto, "<!TXTTEM!>", s.Eco(s.TxtTem));
 }
 
-void EscribeEncabezado2(gateway::Solicitud& s) {
+void EscribeEncabezado2(cgi::Solicitud& s) {
   std::string texto = s.Seccion("ENCABEZADO2:");
   if (texto.empty()) return;
   const search::Estado& e = s.busqueda;
@@ -85,14 +85,14 @@ void EscribeEncabezado2(gateway::Solicitud& s) {
   ReemplazaTexto(texto, "<!opBOOLEAN1!>", std::to_string(e.opBOOLEAN1));
   ReemplazaTexto(texto, "<!opBOOLEAN2!>", std::to_string(e.opBOOLEAN2));
   ReemplazaTexto(texto, "<!BUSQ_AVANZADA!>", std::to_string(s.cfg.BUSQ_AVANZADA));
-  ReemplazaTexto(texto, "<!ArchivoCFG!>", s.Eco(gateway::ValorCGI(s.cgi, "ArchivoCFG")));
+  ReemplazaTexto(texto, "<!ArchivoCFG!>", s.Eco(cgi::ValorCGI(s.cgi, "ArchivoCFG")));
   ReemplazaTexto(texto, "<!mostrarFICHABIB!>", std::to_string(s.MostrarFichaBIB));
   ReemplazaTexto(texto, "<!BaseDTA!>", std::to_string(s.cfg.BaseDTA));
   LlenaComunes(s, texto);
   EnviaLinea(s.sys.salida, texto);
 }
 
-void EscribeFinal(gateway::Solicitud& s) {
+void EscribeFinal(cgi::Solicitud& s) {
   std::string texto = s.Seccion("FINAL:");
   ReemplazaTexto(texto, "<!NOMBREBIB!>", NombreInstalacion(s));
   ReemplazaTexto(texto, "<!txtEXPR!>", s.Eco(s.Expresion));
@@ -104,7 +104,7 @@ void EscribeFinal(gateway::Solicitud& s) {
   EnviaLinea(s.sys.salida, texto);
 }
 
-void EscribeNoEncontrado(gateway::Solicitud& s) {
+void EscribeNoEncontrado(cgi::Solicitud& s) {
   std::string texto = s.Seccion("NOENCONTRADO:");
   ReemplazaTexto(texto, "<!TXTLIB!>", s.Eco(s.TextoLIB));
   ReemplazaTexto(texto, "<!TXTTIT!>", s.Eco(s.TxtTit));
@@ -119,7 +119,7 @@ void EscribeNoEncontrado(gateway::Solicitud& s) {
 
 // The advanced form's choice of database set. False when the request has
 // been answered (the multi-collection page) or refused.
-bool EligeBase(gateway::Solicitud& s, std::int32_t no_ficha) {
+bool EligeBase(cgi::Solicitud& s, std::int32_t no_ficha) {
   Output& salida = s.sys.salida;
   std::string nombre = s.NombreBib;
   std::string ruta = s.cfg.RutaBase;
@@ -158,7 +158,7 @@ bool EligeBase(gateway::Solicitud& s, std::int32_t no_ficha) {
 }
 
 // Steps from locating the files to the statistics row.
-void Busca(gateway::Solicitud& s, std::int32_t no_ficha) {
+void Busca(cgi::Solicitud& s, std::int32_t no_ficha) {
   Output& salida = s.sys.salida;
   const std::vector<std::string> faltantes = ArchivosFaltantes(s, s.cfg.RutaBase);
   if (!faltantes.empty()) {
@@ -178,7 +178,7 @@ void Busca(gateway::Solicitud& s, std::int32_t no_ficha) {
     return s.TextoLIB.empty() && s.TxtTit.empty() && s.TxtAut.empty() && s.TxtTem.empty();
   };
   const auto busca_palabras = [&s] {
-    search::BuscaPalabras(s, {s.TextoLIB, s.TxtTit, s.TxtAut, s.TxtTem}, {0, 0, 0}, false);
+    search::BuscaPalabras(s.EntornoBusqueda(), {s.TextoLIB, s.TxtTit, s.TxtAut, s.TxtTem}, {0, 0, 0}, false);
   };
   std::int16_t cuenta = 0;
   if (no_ficha > 0) {
@@ -189,8 +189,8 @@ void Busca(gateway::Solicitud& s, std::int32_t no_ficha) {
     s.Traza += "Datos ficha: " + std::to_string(no_ficha) + " recuperados<br/>";
   } else if (s.cfg.BUSQ_AVANZADA == 1) {
     s.Traza += "Iniciar busqueda avanzada <br/>";
-    search::LeeCamposAvanzados(s.busqueda, s.cgi);
-    s.Expresion = search::ArmaBusquedaAvanzada(s);
+    search::LeeCamposAvanzados(s.busqueda, cgi::Campos(s.cgi));
+    s.Expresion = search::ArmaBusquedaAvanzada(s.EntornoBusqueda());
     s.Traza += "Busqueda avanzada realizada: " + s.Eco(s.Expresion) + "<br/>";
     cuenta = ToInt16(search::CuentaFichas(s.busqueda.MapaResultado));
   } else {
@@ -211,12 +211,12 @@ void Busca(gateway::Solicitud& s, std::int32_t no_ficha) {
     EscribeNoEncontrado(s);
   }
   EscribeFinal(s);
-  search::RegistraConsulta(s, s.cfg.RutaBase, cuenta, {s.TextoLIB, s.TxtTit, s.TxtAut, s.TxtTem});
+  RegistraConsulta(s, s.cfg.RutaBase, cuenta, {s.TextoLIB, s.TxtTit, s.TxtAut, s.TxtTem});
 }
 
 }  // namespace
 
-void ConsultaLibros(gateway::Solicitud& s) {
+void ConsultaLibros(cgi::Solicitud& s) {
   std::int32_t no_ficha = 0;
   LeeNumero<std::int32_t, ToInt32>(s, "txtNoFicha", no_ficha);
   s.TextoLIB = Plegado(s, "txtLIB");
@@ -235,14 +235,14 @@ void ConsultaLibros(gateway::Solicitud& s) {
   if (s.Expresion.empty()) s.Expresion = s.TextoEXPR1;
   s.Traza += "Entrada a ConsultaLibros,leidas variables, txtEXP:" + s.Eco(s.Expresion) + ",Ficha:" +
              std::to_string(s.Desde) + "<br/>";
-  gateway::CreaLog(s);
+  cgi::CreaLog(s);
   EnviaLinea(s.sys.salida, s.Seccion("ENCABEZADO:"));
 
   s.cfg.RutaBase = TrimBlanks(s.Seccion("BASE:"));
   s.NombreBib = NombreInstalacion(s);
   s.Traza += "Leido CFG, RutaBase:" + s.cfg.RutaBase + "-<br/>";
   if (s.cfg.RutaBase.empty()) {
-    gateway::PaginaError(s, "La ruta obtenida para la BD es invalida, ruta:" + s.cfg.RutaBase +
+    cgi::PaginaError(s, "La ruta obtenida para la BD es invalida, ruta:" + s.cfg.RutaBase +
                                 "<br>");
   }
   if (s.cfg.BUSQ_AVANZADA == 1 && !EligeBase(s, no_ficha)) return;
@@ -255,7 +255,7 @@ void ConsultaLibros(gateway::Solicitud& s) {
                               "Libros</h4>"));
     EnviaLinea(salida,
                "Error " + std::to_string(error.number()) + ": " +
-                   gateway::EcoEnTexto(s, error.description()) + "<br/>");
+                   cgi::EcoEnTexto(s, error.description()) + "<br/>");
     EnviaLinea(salida, "ArchivoCFG: " + s.Eco(s.cfg.ArchivoCFG) + "<br/>Ruta base: " + s.cfg.RutaBase +
                            "<br/>Biblio: " + s.NombreBib + "<br/>Indice: " +
                            std::to_string(s.cfg.BaseDTA) + "<br/>NoFicha: " + std::to_string(no_ficha));

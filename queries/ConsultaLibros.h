@@ -1,6 +1,6 @@
 #pragma once
 
-#include "gateway/Solicitud.h"
+#include "cgi/Solicitud.h"
 
 namespace orvex::queries {
 
@@ -13,6 +13,6 @@ namespace orvex::queries {
 // advanced search over every database set ("BaseDTA" 99) is answered by the
 // multi-collection page instead. An unexpected failure after the databases
 // are located ends the page with the error block (and no "FINAL:").
-void ConsultaLibros(gateway::Solicitud& s);
+void ConsultaLibros(cgi::Solicitud& s);
 
 }  // namespace orvex::queries

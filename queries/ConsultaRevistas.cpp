@@ -11,11 +11,11 @@
 #include "config/Instalacion.h"
 #include "config/Plantillas.h"
 #include "db/JetSql.h"
-#include "gateway/Bitacora.h"
-#include "gateway/EntradaCGI.h"
+#include "cgi/Bitacora.h"
+#include "cgi/EntradaCGI.h"
 #include "queries/AbreBases.h"
 #include "queries/Resultados.h"
-#include "records/MuestraRevista.h"
+#include "presentation/MuestraRevista.h"
 #include "search/Indice.h"
 
 namespace orvex::queries {
@@ -43,22 +43,22 @@ std::int32_t NumeroEstricto(std::string_view texto) {
 
 // A lenient numeric field; a value that does not fit leaves `destino` as it
 // was.
-void LeeNumero(gateway::Solicitud& s, std::string_view campo, std::int32_t& destino) {
+void LeeNumero(cgi::Solicitud& s, std::string_view campo, std::int32_t& destino) {
   try {
-    destino = ToInt32(LeadingNumber(gateway::ValorCGI(s.cgi, campo)));
+    destino = ToInt32(LeadingNumber(cgi::ValorCGI(s.cgi, campo)));
   } catch (const RuntimeError&) {
   }
 }
 
 // "TipoFormato" when it is a number that fits a byte, else 0.
-std::uint8_t Formato(gateway::Solicitud& s) {
-  const std::int32_t n = NumeroEstricto(gateway::ValorCGI(s.cgi, "TipoFormato"));
+std::uint8_t Formato(cgi::Solicitud& s) {
+  const std::int32_t n = NumeroEstricto(cgi::ValorCGI(s.cgi, "TipoFormato"));
   return n >= 0 && n <= 255 ? static_cast<std::uint8_t>(n) : 0;
 }
 
 // The configuration file and the bibliographic database: false, after the
 // message that ends the request, when either is missing.
-bool LocalizaBase(gateway::Solicitud& s) {
+bool LocalizaBase(cgi::Solicitud& s) {
   if (!LeeArchivoCFG(s)) return false;
   s.cfg.RutaBase = TrimBlanks(s.Seccion("BASE:"));
   if (s.cfg.RutaBase.empty() || s.cfg.RutaBase.back() != '/') s.cfg.RutaBase += '/';
@@ -71,7 +71,7 @@ bool LocalizaBase(gateway::Solicitud& s) {
 }
 
 // "ENCABEZADO2:" or "FINAL:" with the placeholders both collections fill.
-std::string Seccion(gateway::Solicitud& s, std::string_view etiqueta) {
+std::string Seccion(cgi::Solicitud& s, std::string_view etiqueta) {
   std::string texto = s.Seccion(etiqueta);
   LlenaPaginacion(s, texto);
   ReemplazaTexto(texto, "<!ACERVO!>", s.Eco(s.ACERVO));
@@ -84,7 +84,7 @@ std::string Seccion(gateway::Solicitud& s, std::string_view etiqueta) {
 
 // The result page of either collection once the count is known.
 template <typename Muestra>
-void Pagina(gateway::Solicitud& s, std::int16_t cuenta, bool revistas, Muestra muestra) {
+void Pagina(cgi::Solicitud& s, std::int16_t cuenta, bool revistas, Muestra muestra) {
   Output& salida = s.sys.salida;
   if (cuenta < 1) {
     EnviaLinea(salida, s.Seccion("NOENCONTRADO:"));
@@ -111,7 +111,7 @@ void Pagina(gateway::Solicitud& s, std::int16_t cuenta, bool revistas, Muestra m
 
 // The paged loop of both collections over the result bitmap.
 template <typename Muestra>
-void Paginas(gateway::Solicitud& s, Muestra muestra) {
+void Paginas(cgi::Solicitud& s, Muestra muestra) {
   const search::MapaFichas& mapa = s.busqueda.MapaResultado;
   for (std::int32_t i = 1; i < s.Desde; ++i) {
     s.FichaActual = search::SiguienteFicha(mapa, s.FichaActual);
@@ -129,25 +129,25 @@ void Paginas(gateway::Solicitud& s, Muestra muestra) {
 // Steps shared by both queries up to the search: the fields, the log, the
 // files, "ENCABEZADO:", the databases and the settings. False when the
 // request has ended.
-bool Prepara(gateway::Solicitud& s, Campos& c, bool articulos) {
-  c.no_ficha = NumeroEstricto(gateway::ValorCGI(s.cgi, "txtNoFicha"));
+bool Prepara(cgi::Solicitud& s, Campos& c, bool articulos) {
+  c.no_ficha = NumeroEstricto(cgi::ValorCGI(s.cgi, "txtNoFicha"));
   if (articulos) {
-    c.numadqui = gateway::ValorCGI(s.cgi, "txtNumadqui");
+    c.numadqui = cgi::ValorCGI(s.cgi, "txtNumadqui");
     EnviaLinea(s.sys.salida, "<!-- txtNumAdqui: " + s.Eco(c.numadqui) + "  -->");
   }
-  s.TextoLIB = gateway::ValorCGI(s.cgi, "txtLIB");
-  s.TxtTit = gateway::ValorCGI(s.cgi, "txtTIT");
-  s.TxtAut = gateway::ValorCGI(s.cgi, "txtAUT");
-  s.TxtTem = gateway::ValorCGI(s.cgi, "txtTEM");
+  s.TextoLIB = cgi::ValorCGI(s.cgi, "txtLIB");
+  s.TxtTit = cgi::ValorCGI(s.cgi, "txtTIT");
+  s.TxtAut = cgi::ValorCGI(s.cgi, "txtAUT");
+  s.TxtTem = cgi::ValorCGI(s.cgi, "txtTEM");
   if (!articulos) {
-    s.TxtIsbn = gateway::ValorCGI(s.cgi, "txtISBN");
-    s.TxtEdit = gateway::ValorCGI(s.cgi, "txtEDIT");
+    s.TxtIsbn = cgi::ValorCGI(s.cgi, "txtISBN");
+    s.TxtEdit = cgi::ValorCGI(s.cgi, "txtEDIT");
   }
   LeeNumero(s, "Cantidad", s.Cantidad);
   LeeNumero(s, "FichaINI", s.Desde);
   c.formato = Formato(s);
   if (s.Expresion.empty()) s.Expresion = s.TextoLIB;
-  gateway::CreaLog(s);
+  cgi::CreaLog(s);
   if (!LocalizaBase(s)) return false;
   EnviaLinea(s.sys.salida, s.Seccion("ENCABEZADO:"));
   if (articulos) {
@@ -159,44 +159,44 @@ bool Prepara(gateway::Solicitud& s, Campos& c, bool articulos) {
   return true;
 }
 
-std::int16_t Cuenta(gateway::Solicitud& s, std::int32_t no_ficha) {
+std::int16_t Cuenta(cgi::Solicitud& s, std::int32_t no_ficha) {
   if (no_ficha >= 1) return 1;
   return ToInt16(search::CuentaFichas(s.busqueda.MapaResultado));
 }
 
 }  // namespace
 
-void ConsultaRevistas(gateway::Solicitud& s) {
+void ConsultaRevistas(cgi::Solicitud& s) {
   Campos c;
   if (!Prepara(s, c, false)) return;
   if (s.TextoLIB.empty() && s.TxtTit.empty() && !s.TxtEdit.empty()) s.TextoLIB = s.TxtEdit;
-  search::BuscaPalabras(s, {s.TextoLIB, s.TxtTit, s.TxtEdit, s.TxtTem}, {0, 0, 0}, false);
+  search::BuscaPalabras(s.EntornoBusqueda(), {s.TextoLIB, s.TxtTit, s.TxtEdit, s.TxtTem}, {0, 0, 0}, false);
   Pagina(s, Cuenta(s, c.no_ficha), true, [&] { MuestraRevistas(s, c.no_ficha, c.formato); });
 }
 
-void ConsultaArticulos(gateway::Solicitud& s) {
+void ConsultaArticulos(cgi::Solicitud& s) {
   Campos c;
   if (!Prepara(s, c, true)) return;
   std::int16_t cuenta = 1;
   if (c.numadqui.empty()) {
-    search::BuscaPalabrasAna(s, {s.TextoLIB, s.TxtTit, s.TxtAut, s.TxtTem});
+    search::BuscaPalabrasAna(s.EntornoBusqueda(), {s.TextoLIB, s.TxtTit, s.TxtAut, s.TxtTem});
     cuenta = Cuenta(s, c.no_ficha);
   }
   Pagina(s, cuenta, false,
          [&] { MuestraArticulos(s, c.no_ficha, c.numadqui, c.formato); });
 }
 
-void MuestraRevistas(gateway::Solicitud& s, std::int32_t no_ficha, std::uint8_t formato) {
+void MuestraRevistas(cgi::Solicitud& s, std::int32_t no_ficha, std::uint8_t formato) {
   if (no_ficha > 0) {
-    records::DisplyRegRevista(s, no_ficha, 1, formato);
+    presentation::DisplyRegRevista(s, no_ficha, 1, formato);
     return;
   }
   Paginas(s, [&](std::int32_t numero, std::int32_t posicion) {
-    records::DisplyRegRevista(s, numero, posicion, formato);
+    presentation::DisplyRegRevista(s, numero, posicion, formato);
   });
 }
 
-void MuestraArticulos(gateway::Solicitud& s, std::int32_t no_ficha, std::string_view numadqui,
+void MuestraArticulos(cgi::Solicitud& s, std::int32_t no_ficha, std::string_view numadqui,
                       std::uint8_t formato) {
   if (!numadqui.empty()) {
     const std::string lista = AnaliticasDeEjemplar(s, numadqui);
@@ -214,21 +214,21 @@ void MuestraArticulos(gateway::Solicitud& s, std::int32_t no_ficha, std::string_
     s.Total = static_cast<std::int32_t>(ids.size());
     std::int32_t posicion = 0;
     for (std::string_view id : ids) {
-      records::DisplyReg_ANA(s, ToInt32(LeadingNumber(id)), ++posicion, formato);
+      presentation::DisplyReg_ANA(s, ToInt32(LeadingNumber(id)), ++posicion, formato);
       EnviaLinea(s.sys.salida, s.Seccion("SEPARADOR:"));
     }
     return;
   }
   if (no_ficha >= 1) {
-    records::DisplyReg_ANA(s, no_ficha, 1, formato);
+    presentation::DisplyReg_ANA(s, no_ficha, 1, formato);
     return;
   }
   Paginas(s, [&](std::int32_t numero, std::int32_t posicion) {
-    records::DisplyReg_ANA(s, numero, posicion, formato);
+    presentation::DisplyReg_ANA(s, numero, posicion, formato);
   });
 }
 
-std::string AnaliticasDeEjemplar(gateway::Solicitud& s, std::string_view numadqui) {
+std::string AnaliticasDeEjemplar(cgi::Solicitud& s, std::string_view numadqui) {
   const auto rs = s.BDBiblio->OpenRecordset(
       "SELECT [ID] as IdAnalitica FROM Analiticas WHERE Analiticas.numadqui=" +
           db::CitaTexto(numadqui) + " ORDER by 1 DESC",

@@ -7,12 +7,12 @@
 #include "base/Runtime.h"
 #include "config/ArchivoCFG.h"
 #include "config/Plantillas.h"
-#include "gateway/Bitacora.h"
+#include "cgi/Bitacora.h"
 #include "queries/AbreBases.h"
 #include "records/CargaFicha.h"
-#include "records/MuestraFicha.h"
+#include "presentation/MuestraFicha.h"
 #include "records/Plantilla.h"
-#include "search/Estadisticas.h"
+#include "queries/Estadisticas.h"
 #include "search/Expresion.h"
 #include "search/Indice.h"
 
@@ -25,10 +25,10 @@ std::int32_t Acota(std::int64_t valor) {
   return static_cast<std::int32_t>(ToInt32(static_cast<double>(valor)));
 }
 
-void MuestraNumero(gateway::Solicitud& s, std::int32_t numero, std::int32_t posicion) {
+void MuestraNumero(cgi::Solicitud& s, std::int32_t numero, std::int32_t posicion) {
   records::RegFicha ficha;
   records::CargaFicha(*s.BDBiblio, numero, ficha);
-  records::MuestraFicha(s, ficha, posicion);
+  presentation::MuestraFicha(s, ficha, posicion);
 }
 
 }  // namespace
@@ -48,7 +48,7 @@ std::int32_t DesdeSiguiente(std::int32_t desde, std::int32_t cantidad, std::int3
   return siguiente < total ? Acota(siguiente) : total;
 }
 
-void MuestraLibros(gateway::Solicitud& s, std::int32_t no_ficha) {
+void MuestraLibros(cgi::Solicitud& s, std::int32_t no_ficha) {
   if (no_ficha > 0) {
     MuestraNumero(s, no_ficha, 1);
     return;
@@ -66,7 +66,7 @@ void MuestraLibros(gateway::Solicitud& s, std::int32_t no_ficha) {
   }
 }
 
-void LlenaPaginacion(gateway::Solicitud& s, std::string& texto) {
+void LlenaPaginacion(cgi::Solicitud& s, std::string& texto) {
   ReemplazaTexto(texto, "<!TOTAL!>", std::to_string(s.Total));
   ReemplazaTexto(texto, "<!CANTIDAD!>", std::to_string(s.Cantidad));
   ReemplazaTexto(texto, "<!DESDE!>", std::to_string(s.Desde));
@@ -77,14 +77,14 @@ void LlenaPaginacion(gateway::Solicitud& s, std::string& texto) {
                  std::to_string(DesdeSiguiente(s.Desde, s.Cantidad, s.Total)));
 }
 
-void RenglonCatalogo(gateway::Solicitud& s, db::Recordset& fila) {
+void RenglonCatalogo(cgi::Solicitud& s, db::Recordset& fila) {
   std::string renglon = records::LlenaColumnas(s.Seccion("FORMATO:"), fila);
   LlenaPaginacion(s, renglon);
   ReemplazaTexto(renglon, "<!BUSCADO!>", s.Eco(s.TextoLIB));
   EnviaLinea(s.sys.salida, renglon);
 }
 
-void MuestraCatalogo(gateway::Solicitud& s, db::Recordset& filas) {
+void MuestraCatalogo(cgi::Solicitud& s, db::Recordset& filas) {
   for (std::int32_t i = 1; i < s.Desde && !filas.Eof(); ++i) filas.MoveNext();
   if (filas.Eof()) return;
   std::uint8_t mostradas = 0;
@@ -97,7 +97,7 @@ void MuestraCatalogo(gateway::Solicitud& s, db::Recordset& filas) {
   }
 }
 
-bool VerificaArchivosBase(gateway::Solicitud& s, std::string_view directorio) {
+bool VerificaArchivosBase(cgi::Solicitud& s, std::string_view directorio) {
   std::vector<std::string> faltantes;
   for (std::string_view archivo : {kBiblio, kIndiceLibros}) {
     const std::string ruta = RutaArchivo(directorio, archivo);
@@ -108,7 +108,7 @@ bool VerificaArchivosBase(gateway::Solicitud& s, std::string_view directorio) {
   return false;
 }
 
-void ResultadosMultiplesAcervos(gateway::Solicitud& s, std::int32_t n) {
+void ResultadosMultiplesAcervos(cgi::Solicitud& s, std::int32_t n) {
   Output& salida = s.sys.salida;
   search::Estado& e = s.busqueda;
   std::int32_t sin_resultado = 0;
@@ -120,8 +120,8 @@ void ResultadosMultiplesAcervos(gateway::Solicitud& s, std::int32_t n) {
     if (VerificaArchivosBase(s, coleccion.despues)) {
       s.cfg.RutaBase = coleccion.despues;
       AbreBasesLibros(s);
-      search::LeeCamposAvanzados(e, s.cgi);
-      s.Expresion = search::ArmaBusquedaAvanzada(s);
+      search::LeeCamposAvanzados(e, cgi::Campos(s.cgi));
+      s.Expresion = search::ArmaBusquedaAvanzada(s.EntornoBusqueda());
       if (!encabezado) {
         encabezado = true;
         std::string cabeza = s.Seccion("ENCABEZADO2:");
@@ -134,7 +134,7 @@ void ResultadosMultiplesAcervos(gateway::Solicitud& s, std::int32_t n) {
         ReemplazaTexto(cabeza, "<!TXTTEM!>", s.Eco(s.TxtTem));
         ReemplazaTexto(cabeza, "<!NOMBREBIB!>", coleccion.antes);
         EnviaLinea(salida, cabeza);
-        gateway::Cede(s);
+        cgi::Cede(s);
       }
       encontrados = search::CuentaFichas(e.MapaResultado);
       s.FichaActual = s.Desde - 1;
@@ -162,11 +162,11 @@ void ResultadosMultiplesAcervos(gateway::Solicitud& s, std::int32_t n) {
     ReemplazaTexto(renglon, "<!BaseDTA!>", std::to_string(coleccion.numero));
     if (encontrados > 0) {
       EnviaLinea(salida, renglon);
-      gateway::Cede(s);
+      cgi::Cede(s);
     } else {
       ++sin_resultado;
     }
-    search::RegistraConsulta(s, s.cfg.RutaBase, encontrados, {});
+    RegistraConsulta(s, s.cfg.RutaBase, encontrados, {});
     // A collection's databases are open only while it is searched.
     s.BDBiblio.reset();
     s.BDIndice.reset();

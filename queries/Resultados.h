@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "db/Database.h"
-#include "gateway/Solicitud.h"
+#include "cgi/Solicitud.h"
 
 // What the result pages share: the paging numbers, the page of book results,
 // the page of a sequential listing and the page of a search over several
@@ -23,33 +23,33 @@ std::int32_t DesdeSiguiente(std::int32_t desde, std::int32_t cantidad, std::int3
 
 // Fills "<!TOTAL!>", "<!CANTIDAD!>", "<!DESDE!>", "<!HASTA!>" (setting
 // Hasta), "<!DESDEANTERIOR!>" and "<!DESDESIGUIENTE!>", in that order.
-void LlenaPaginacion(gateway::Solicitud& s, std::string& texto);
+void LlenaPaginacion(cgi::Solicitud& s, std::string& texto);
 
 // The book results: record `no_ficha` alone when it is above 0 (shown at
 // position 1); otherwise the records of the result bitmap at positions Desde
 // to Total, at most Cantidad of them. The records shown are counted in a
 // byte: a page of more than 255 records raises 6 after the 255th.
-void MuestraLibros(gateway::Solicitud& s, std::int32_t no_ficha);
+void MuestraLibros(cgi::Solicitud& s, std::int32_t no_ficha);
 
 // The page of a sequential listing over `filas`: skips Desde - 1 rows, then
 // writes one row per position up to Total, at most Cantidad of them (counted
 // in a byte), with "SEPARADOR:" between two rows and never after the last.
-void MuestraCatalogo(gateway::Solicitud& s, db::Recordset& filas);
+void MuestraCatalogo(cgi::Solicitud& s, db::Recordset& filas);
 
 // One row of the listing: "FORMATO:" filled from the row's columns, the
 // paging numbers and "<!BUSCADO!>" (TextoLIB).
-void RenglonCatalogo(gateway::Solicitud& s, db::Recordset& fila);
+void RenglonCatalogo(cgi::Solicitud& s, db::Recordset& fila);
 
 // The page of an advanced search over the `n` collections of
 // s.cfg.TablaBases: the header once, from the first collection whose files
 // are there; one "FORMATO:" row per collection that found something, with
 // "<!HASTA!>" as Desde + Cantidad (the single-base rule does not apply
 // here); a statistics row per collection; the no-result message; "FINAL:".
-void ResultadosMultiplesAcervos(gateway::Solicitud& s, std::int32_t n);
+void ResultadosMultiplesAcervos(cgi::Solicitud& s, std::int32_t n);
 
 // True when KORVEL8.MDB and INDIZADO.MDB are both in `directorio`; otherwise
 // writes a "<p>No se encontró: " line per missing file and the message that
 // the files are incomplete, and gives false.
-bool VerificaArchivosBase(gateway::Solicitud& s, std::string_view directorio);
+bool VerificaArchivosBase(cgi::Solicitud& s, std::string_view directorio);
 
 }  // namespace orvex::queries

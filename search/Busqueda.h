@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string>
 
+#include "base/Platform.h"
+#include "db/Database.h"
 #include "search/MapaFichas.h"
 
 namespace orvex::search {
@@ -40,6 +42,15 @@ struct Estado {
     std::string tabla;
     bool vigentes = false;
   } listas;
+};
+
+// What a search works with, and all it takes from its caller: the search
+// state it fills, the word index (none when it is not open, which a lookup
+// reports as error 91) and the output a syntax error is written to.
+struct Entorno {
+  Estado& estado;
+  db::Database* indice;
+  Output& salida;
 };
 
 }  // namespace orvex::search

@@ -7,7 +7,6 @@
 #include "base/Runtime.h"
 #include "base/RuntimeError.h"
 #include "config/Plantillas.h"
-#include "gateway/Solicitud.h"
 #include "search/Indice.h"
 
 namespace orvex::search {
@@ -181,19 +180,19 @@ std::string LimpiaClave(std::string_view texto) {
   return UpperLatin1(TrimBlanks(s));
 }
 
-void LeeCamposAvanzados(Estado& e, const gateway::EntradaCGI& cgi) {
-  e.txtEXPR1 = gateway::ValorCGI(cgi, "txtEXPR1");
-  e.txtEXPR2 = gateway::ValorCGI(cgi, "txtEXPR2");
-  e.txtEXPR3 = gateway::ValorCGI(cgi, "txtEXPR3");
-  e.opCAMPO1 = ToInt16(LeadingNumber(gateway::ValorCGI(cgi, "opCAMPO1")));
-  e.opCAMPO2 = ToInt16(LeadingNumber(gateway::ValorCGI(cgi, "opCAMPO2")));
-  e.opCAMPO3 = ToInt16(LeadingNumber(gateway::ValorCGI(cgi, "opCAMPO3")));
-  e.opBOOLEAN1 = ToByte(LeadingNumber(gateway::ValorCGI(cgi, "opBOOLEAN1")));
-  e.opBOOLEAN2 = ToByte(LeadingNumber(gateway::ValorCGI(cgi, "opBOOLEAN2")));
+void LeeCamposAvanzados(Estado& e, const std::function<std::string(std::string_view)>& campo) {
+  e.txtEXPR1 = campo("txtEXPR1");
+  e.txtEXPR2 = campo("txtEXPR2");
+  e.txtEXPR3 = campo("txtEXPR3");
+  e.opCAMPO1 = ToInt16(LeadingNumber(campo("opCAMPO1")));
+  e.opCAMPO2 = ToInt16(LeadingNumber(campo("opCAMPO2")));
+  e.opCAMPO3 = ToInt16(LeadingNumber(campo("opCAMPO3")));
+  e.opBOOLEAN1 = ToByte(LeadingNumber(campo("opBOOLEAN1")));
+  e.opBOOLEAN2 = ToByte(LeadingNumber(campo("opBOOLEAN2")));
 }
 
-std::string ArmaBusquedaAvanzada(gateway::Solicitud& s) {
-  Estado& e = s.busqueda;
+std::string ArmaBusquedaAvanzada(const Entorno& en) {
+  Estado& e = en.estado;
   // Apostrophes would end the word-table queries' quoted texts.
   for (std::string* caja : {&e.txtEXPR1, &e.txtEXPR2, &e.txtEXPR3}) {
     config::ReemplazaTexto(*caja, "'", " ");
@@ -219,7 +218,7 @@ std::string ArmaBusquedaAvanzada(gateway::Solicitud& s) {
     mostrada += expr[i];
   }
 
-  BuscaPalabras(s, expr, campos, true);
+  BuscaPalabras(en, expr, campos, true);
   return mostrada;
 }
 

@@ -1,16 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 
 #include "base/Platform.h"
-#include "gateway/EntradaCGI.h"
 #include "search/Busqueda.h"
-
-namespace orvex::gateway {
-struct Solicitud;
-}
 
 // The query language: a reader's expression becomes search terms.
 namespace orvex::search {
@@ -42,12 +38,13 @@ std::int16_t AnalizaExpresion(Estado& e, Output& salida, const std::string& expr
 // numbers): blanks, hyphens and dots outside quotes removed, upper-cased.
 std::string LimpiaClave(std::string_view texto);
 
-// Reads the eight fields of the advanced-search form.
-void LeeCamposAvanzados(Estado& e, const gateway::EntradaCGI& cgi);
+// Reads the eight fields of the advanced-search form through `campo`, which
+// gives a request field's value by name ("" when it is not there).
+void LeeCamposAvanzados(Estado& e, const std::function<std::string(std::string_view)>& campo);
 
 // Builds up to three expressions from the advanced-search form, runs the
 // book search with them (BuscaPalabras, field-list form) and returns them
 // joined for display.
-std::string ArmaBusquedaAvanzada(gateway::Solicitud& s);
+std::string ArmaBusquedaAvanzada(const Entorno& en);
 
 }  // namespace orvex::search

@@ -12,7 +12,6 @@
 #include "base/Runtime.h"
 #include "base/RuntimeError.h"
 #include "db/JetSql.h"
-#include "gateway/Solicitud.h"
 #include "search/Expresion.h"
 #include "search/ListasPalabras.h"
 #include "search/Normalizacion.h"
@@ -211,18 +210,18 @@ void LeePorListas(MapaFichas& mapa, db::Database& indice, const std::string& tab
       });
 }
 
-db::Database& IndiceDe(gateway::Solicitud& s) {
-  if (!s.BDIndice) {
+db::Database& IndiceDe(const Entorno& en) {
+  if (en.indice == nullptr) {
     throw RuntimeError(91, Latin1("Variable de objeto o bloque With no establecida"));
   }
-  return *s.BDIndice;
+  return *en.indice;
 }
 
 // Looks up terms 0 to n - 1 in order and merges each one into the result.
 // Books skip an AND term against an empty result; articles look every term
 // up, exact words by a query on TABLAANA.
-void EvaluaTerminos(gateway::Solicitud& s, std::int16_t n, bool enArticulos) {
-  Estado& e = s.busqueda;
+void EvaluaTerminos(const Entorno& en, std::int16_t n, bool enArticulos) {
+  Estado& e = en.estado;
   for (std::int16_t i = 0; i < n; ++i) {
     const TerminoBusqueda& termino = e.Terminos[static_cast<std::size_t>(i)];
     const bool es_o = termino.operador == "+";
@@ -231,7 +230,7 @@ void EvaluaTerminos(gateway::Solicitud& s, std::int16_t n, bool enArticulos) {
     // An empty word merges the term bitmap as the previous term left it.
     if (!w.empty()) {
       if (!enArticulos && !es_o && !es_no && e.MapaResultado.Cuenta() == 0) continue;
-      db::Database& indice = IndiceDe(s);
+      db::Database& indice = IndiceDe(en);
       std::string tabla = enArticulos ? "TABLAANA" : "TABLA";
       if (w.size() >= 2 && w.front() == '"' && w.back() == '"') {
         BuscaFrase(e, indice, w.substr(1, w.size() - 2), termino.campo, enArticulos);
@@ -408,31 +407,31 @@ void IniciaBusqueda(Estado& e) {
   }
 }
 
-void BuscaPalabras(gateway::Solicitud& s, const std::array<std::string, 4>& expr,
+void BuscaPalabras(const Entorno& en, const std::array<std::string, 4>& expr,
                    const std::array<std::int16_t, 3>& campos, bool conCampos) {
-  Estado& e = s.busqueda;
+  Estado& e = en.estado;
   IniciaBusqueda(e);
   std::int16_t n = 0;
   if (conCampos) {
-    for (std::size_t i = 0; i < 3; ++i) n = AnalizaExpresion(e, s.sys.salida, expr[i], campos[i], n);
+    for (std::size_t i = 0; i < 3; ++i) n = AnalizaExpresion(e, en.salida, expr[i], campos[i], n);
   } else {
     for (std::size_t i = 0; i < 4; ++i) {
-      n = AnalizaExpresion(e, s.sys.salida, expr[i], static_cast<std::int16_t>(i), n);
+      n = AnalizaExpresion(e, en.salida, expr[i], static_cast<std::int16_t>(i), n);
     }
   }
   if (n < 1) return;  // no terms, or a syntax error
-  EvaluaTerminos(s, n, false);
+  EvaluaTerminos(en, n, false);
 }
 
-void BuscaPalabrasAna(gateway::Solicitud& s, const std::array<std::string, 4>& expr) {
-  Estado& e = s.busqueda;
+void BuscaPalabrasAna(const Entorno& en, const std::array<std::string, 4>& expr) {
+  Estado& e = en.estado;
   IniciaBusqueda(e);
   std::int16_t n = 0;
   for (std::size_t i = 0; i < 4; ++i) {
-    n = AnalizaExpresion(e, s.sys.salida, expr[i], static_cast<std::int16_t>(i), n);
+    n = AnalizaExpresion(e, en.salida, expr[i], static_cast<std::int16_t>(i), n);
   }
   if (n < 1) return;
-  EvaluaTerminos(s, n, true);
+  EvaluaTerminos(en, n, true);
 }
 
 void BuscaPalabra(Estado& e, db::Database& indice, std::string& palabra, std::int16_t campo,

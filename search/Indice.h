@@ -7,29 +7,25 @@
 #include "db/Database.h"
 #include "search/Busqueda.h"
 
-namespace orvex::gateway {
-struct Solicitud;
-}
-
 // Looking the terms up in the word index and combining their hits.
 namespace orvex::search {
 
 // Clears the result and empties terms 0 to 29 (term 30 is left as it is).
 void IniciaBusqueda(Estado& e);
 
-// The book search over s.BDIndice. With `conCampos`, `expr[0..2]` are
+// The book search over the word index of `en`. With `conCampos`, `expr[0..2]` are
 // analysed with `campos[0..2]` (the advanced form); otherwise `expr[0..3]`
 // with field codes 0, 1, 2, 3. Terms are then looked up in TABLA and merged
-// into s.busqueda.MapaResultado strictly in order; an AND term against an
-// empty result is skipped. After a syntax error (reported on s.sys.salida by
+// into the state's MapaResultado strictly in order; an AND term against an
+// empty result is skipped. After a syntax error (reported on the output by
 // the parser) nothing is looked up and the result stays empty. A term whose
 // word is empty merges the term bitmap as the previous term left it.
-void BuscaPalabras(gateway::Solicitud& s, const std::array<std::string, 4>& expr,
+void BuscaPalabras(const Entorno& en, const std::array<std::string, 4>& expr,
                    const std::array<std::int16_t, 3>& campos, bool conCampos);
 
-// The article search over s.BDIndice (TABLAANA), four-box form, no skipping;
+// The article search over the word index's TABLAANA, four-box form, no skipping;
 // exact words by a query instead of a seek.
-void BuscaPalabrasAna(gateway::Solicitud& s, const std::array<std::string, 4>& expr);
+void BuscaPalabrasAna(const Entorno& en, const std::array<std::string, 4>& expr);
 
 // The lookups, each into e.MapaTermino. `palabra` receives its normalised
 // form and an empty `tabla` becomes "TABLA". A record number outside the

@@ -93,8 +93,8 @@ void Elemento856(std::string& doc, std::string_view ocurrencia) {
     texto = TrimBlanks(ocurrencia.substr(p + 1));
     if (texto.empty()) texto = direccion;
   }
-  doc.append("   <m856 url=\"").append(EscapaXML(direccion)).append("\">");
-  doc.append(EscapaXML(texto)).append("</m856>").append(kFinLinea);
+  doc.append("   <m856 url=\"").append(EscapaEntidadesXML(direccion)).append("\">");
+  doc.append(EscapaEntidadesXML(texto)).append("</m856>").append(kFinLinea);
 }
 
 }  // namespace
@@ -116,7 +116,7 @@ std::string XMLFicha(const records::RegFicha& ficha, const config::Instalacion& 
         TrimBlanks(records::ExtraeEtiqueta(etiqueta, ficha.EtiquetasMARC));
     if (contenido.empty()) continue;
     if (etiqueta == "260") {
-      Elemento(doc, etiqueta, EscapaXML(Compone260(contenido)));
+      Elemento(doc, etiqueta, EscapaEntidadesXML(Compone260(contenido)));
     } else if (EsRepetible(etiqueta)) {
       for (std::string_view pieza : Corta(contenido, kSeparadorRepetidos)) {
         const std::string ocurrencia = TrimBlanks(pieza);
@@ -124,19 +124,17 @@ std::string XMLFicha(const records::RegFicha& ficha, const config::Instalacion& 
         if (etiqueta == "856") {
           Elemento856(doc, ocurrencia);
         } else {
-          Elemento(doc, etiqueta, EscapaXML(ocurrencia));
+          Elemento(doc, etiqueta, EscapaEntidadesXML(ocurrencia));
         }
       }
     } else {
-      Elemento(doc, etiqueta, EscapaXML(contenido));
+      Elemento(doc, etiqueta, EscapaEntidadesXML(contenido));
     }
   }
   doc.append(" </ETIQUETAS>").append(kFinLinea);
   doc.append("</FICHA></FICHAS>").append(kFinLinea);
   return doc;
 }
-
-std::string EscapaXML(std::string_view texto) { return EscapaEntidadesXML(texto); }
 
 std::string EnvuelveCDATA(std::string_view texto) {
   return "<![CDATA[" + std::string(texto) + "]]>";

@@ -63,14 +63,9 @@ namespace orvex::xml {
 //     into ";": addresses keep their slashes.
 //   - every other tag gives one element with the content.
 // All tag contents, occurrences, addresses and link texts are escaped with
-// EscapaXML, so any catalogue text in the tags keeps the document well-formed.
+// EscapaEntidadesXML (base/Html.h), so any catalogue text in the tags keeps
+// the document well-formed.
 std::string XMLFicha(const records::RegFicha& ficha, const config::Instalacion& ins);
-
-// `texto` with the five XML characters replaced: "&" by "&amp;", "<" by
-// "&lt;", ">" by "&gt;", "'" by "&apos;" and "\"" by "&quot;". Each character
-// is replaced once: an existing "&amp;" becomes "&amp;amp;". The escape of
-// every XML document of the record (EscapaEntidadesXML of base/Html.h).
-std::string EscapaXML(std::string_view texto);
 
 // "<![CDATA[" + `texto` + "]]>". A "]]>" inside `texto` is not split, so such
 // a text ends the section early; callers pass texts without it.

@@ -1,5 +1,6 @@
 #include "xml/XMLRevista.h"
 
+#include "base/Html.h"
 #include "base/Runtime.h"
 #include "records/Ficha.h"
 #include "xml/XMLFicha.h"
@@ -12,12 +13,12 @@ bool EsLetraODigito(char c) {
 }
 
 std::string Encabezado(std::string_view hoja) {
-  return "<?xml version='1.0'?>\r\n<?xml-stylesheet href=\"" + EscapaXML(hoja) +
+  return "<?xml version='1.0'?>\r\n<?xml-stylesheet href=\"" + EscapaEntidadesXML(hoja) +
          "\" type=\"text/xsl\"?>\r\n";
 }
 
 std::string Elemento(std::string_view nombre, std::string_view texto) {
-  return "<" + std::string(nombre) + ">" + EscapaXML(texto) + "</" + std::string(nombre) + ">";
+  return "<" + std::string(nombre) + ">" + EscapaEntidadesXML(texto) + "</" + std::string(nombre) + ">";
 }
 
 // The year between parentheses in the host item entry: "(2003)" gives

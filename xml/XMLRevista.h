@@ -24,7 +24,7 @@
 // a field's occurrences, divided at "\", each trimmed, the empty ones
 // dropped, give one element each ("<m650>Cocina mexicana</m650><m650>
 // Computadoras</m650>"). A field whose tag is not three letters or digits
-// gives none. Every text goes through EscapaXML, so the document is
+// gives none. Every text goes through EscapaEntidadesXML, so the document is
 // well-formed whatever the catalogue holds, save characters that XML does
 // not allow at all.
 namespace orvex::xml {

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/Html.h"
 #include "records/Presentaciones.h"
 #include "xml/XMLFicha.h"
 
@@ -47,12 +48,12 @@ std::array<std::string, kValores> ValoresEjemplar(std::string_view linea) {
 }
 
 void Elemento(std::string& doc, std::string_view nombre, std::string_view texto) {
-  doc.append("<").append(nombre).append(">").append(EscapaXML(texto));
+  doc.append("<").append(nombre).append(">").append(EscapaEntidadesXML(texto));
   doc.append("</").append(nombre).append(">");
 }
 
 void Atributo(std::string& doc, std::string_view nombre, std::string_view valor) {
-  doc.append(" ").append(nombre).append("='").append(EscapaXML(valor)).append("'");
+  doc.append(" ").append(nombre).append("='").append(EscapaEntidadesXML(valor)).append("'");
 }
 
 }  // namespace

@@ -22,7 +22,7 @@
 // Windows-1252, which is how the gateway's style sheet step reads a document
 // without a byte order mark.
 //
-// Every element text and attribute value goes through EscapaXML, so the
+// Every element text and attribute value goes through EscapaEntidadesXML, so the
 // document is well-formed whatever the catalogue holds.
 namespace orvex::xml {
 

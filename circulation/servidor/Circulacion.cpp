@@ -12,7 +12,7 @@
 #include "base/CodePage.h"
 #include "base/Html.h"
 
-namespace orvex::circulacion {
+namespace orvex::circulation::servidor {
 namespace {
 
 // A prepared statement that finalizes itself.
@@ -288,4 +288,4 @@ std::string Circulacion::Disponibilidad(long long ficha) {
   return r + "</Disponibilidad>";
 }
 
-}  // namespace orvex::circulacion
+}  // namespace orvex::circulation::servidor

@@ -10,7 +10,7 @@ struct sqlite3_stmt;
 // KORVEL8.MDB, opened read-only) and the server's own file of loans and
 // reservations. Texts inside are UTF-8; the wire's Windows-1252 is handled by
 // Atiende.
-namespace orvex::circulacion {
+namespace orvex::circulation::servidor {
 
 class Circulacion {
  public:
@@ -38,4 +38,4 @@ class Circulacion {
   sqlite3* prestamos_ = nullptr;
 };
 
-}  // namespace orvex::circulacion
+}  // namespace orvex::circulation::servidor

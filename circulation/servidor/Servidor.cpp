@@ -11,7 +11,7 @@
 #include <cstring>
 #include <vector>
 
-namespace orvex::circulacion {
+namespace orvex::circulation::servidor {
 namespace {
 
 using Reloj = std::chrono::steady_clock;
@@ -179,4 +179,4 @@ void Sirve(const Atencion& atiende, int escucha, int fin, const Limites& limites
   for (Cliente& c : clientes) Cierra(c, true);
 }
 
-}  // namespace orvex::circulacion
+}  // namespace orvex::circulation::servidor

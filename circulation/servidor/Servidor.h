@@ -10,7 +10,7 @@
 // at once through poll, so that a client that is slow to send its command or
 // to take its answer never holds up another. A connection sends one command,
 // up to and including "</comandoSE>", gets the answer and is closed.
-namespace orvex::circulacion {
+namespace orvex::circulation::servidor {
 
 // What the server does with one command: the answer to write back. It runs
 // on the serving thread, one command at a time.
@@ -41,4 +41,4 @@ int Escucha(const std::string& direccion, int& puerto, std::string& error);
 // once and the server keeps nothing of it.
 void Sirve(const Atencion& atiende, int escucha, int fin, const Limites& limites = {});
 
-}  // namespace orvex::circulacion
+}  // namespace orvex::circulation::servidor

@@ -43,7 +43,7 @@ bool FechaValida(const std::string& f) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  using namespace orvex::circulacion;
+  using namespace orvex::circulation::servidor;
   std::string direccion = "127.0.0.1", catalogo, prestamos, puerto_texto;
   std::vector<std::string> presta;
   for (int i = 1; i < argc; ++i) {

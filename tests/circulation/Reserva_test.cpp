@@ -4,11 +4,11 @@
 
 #include "base/CodePage.h"
 #include "base/RuntimeError.h"
-#include "gateway/Bitacora.h"
-#include "gateway/EntradaCGI.h"
+#include "cgi/Bitacora.h"
+#include "cgi/EntradaCGI.h"
 #include "tests/circulation/ServidorGuionado.h"
 #include "tests/support/Fakes.h"
-#include "xml/MotorLibxslt.h"
+#include "xslt/MotorLibxslt.h"
 
 namespace orvex::circulation {
 namespace {
@@ -29,17 +29,17 @@ const std::string kTimeOut =
 // fields as a query string.
 struct Peticion {
   testing::FakePlatform p;
-  xml::MotorLibxslt motor;
-  gateway::Solicitud s{p.sys, p.bases};
+  xslt::MotorLibxslt motor;
+  cgi::Solicitud s{p.sys, p.bases};
 
   Peticion(const std::string& disponibilidad, const std::string& campos) {
     p.motores.xsl = &motor;
     s.cfg.TextoCFG = "DISPONIBILIDAD:{" + disponibilidad + "\r\n}\r\n" + kSecciones;
     s.cfg.ArchivoCFG = "/srv/orvex/cgi-bin/libros.cfg";
-    gateway::IniciaVigilancia(s);
+    cgi::IniciaVigilancia(s);
     p.entorno.vars["QUERY_STRING"] = campos;
-    gateway::LeeVariablesCGI(s.cgi, p.entorno);
-    gateway::LeeDatosForma(s.cgi, p.entrada);
+    cgi::LeeVariablesCGI(s.cgi, p.entorno);
+    cgi::LeeDatosForma(s.cgi, p.entrada);
   }
   const std::string& Salida() const { return p.salida.contents; }
 };

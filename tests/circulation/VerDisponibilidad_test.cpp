@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include "base/RuntimeError.h"
-#include "gateway/Bitacora.h"
-#include "gateway/EntradaCGI.h"
+#include "cgi/Bitacora.h"
+#include "cgi/EntradaCGI.h"
 #include "tests/circulation/ServidorGuionado.h"
 #include "tests/support/Fakes.h"
-#include "xml/MotorLibxslt.h"
+#include "xslt/MotorLibxslt.h"
 
 namespace orvex::circulation {
 namespace {
@@ -27,18 +27,18 @@ constexpr const char* kSecciones =
 // BaseDTA 0.
 struct Peticion {
   testing::FakePlatform p;
-  xml::MotorLibxslt motor;
-  gateway::Solicitud s{p.sys, p.bases};
+  xslt::MotorLibxslt motor;
+  cgi::Solicitud s{p.sys, p.bases};
 
   Peticion(const std::string& host, int puerto, const std::string& campos) {
     p.motores.xsl = &motor;
     s.cfg.TextoCFG = "DISPONIBILIDAD:{##00  " + host + " ## " + std::to_string(puerto) +
                      "\r\n}\r\n" + kSecciones;
     s.cfg.ArchivoCFG = "/usr/lib/cgi-bin/libros.cfg";
-    gateway::IniciaVigilancia(s);
+    cgi::IniciaVigilancia(s);
     p.entorno.vars["QUERY_STRING"] = campos;
-    gateway::LeeVariablesCGI(s.cgi, p.entorno);
-    gateway::LeeDatosForma(s.cgi, p.entrada);
+    cgi::LeeVariablesCGI(s.cgi, p.entorno);
+    cgi::LeeDatosForma(s.cgi, p.entrada);
   }
   const std::string& Salida() const { return p.salida.contents; }
 };

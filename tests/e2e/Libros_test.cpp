@@ -129,7 +129,7 @@ TEST(Libros, TheInstallationsOwnSheetFillsItsPlaceholder) {
 TEST(Libros, TheInstallationsWorkingDraftSheetFillsItsPlaceholder) {
   const ProgramaLibros programa("libros_hoja_borrador", "libros.cfg");
   fs::create_directory(programa.dir() / "XSLs");
-  fs::copy_file(fs::path(ORVEX_E2E_DIR) / ".." / "xml" / "wd" / "fichaWeb.xsl",
+  fs::copy_file(fs::path(ORVEX_E2E_DIR) / ".." / "xslt" / "wd" / "fichaWeb.xsl",
                 programa.dir() / "XSLs" / "fichaWeb.xsl");
   const std::string pagina = programa.Pagina("txtLIB=quijote&Cantidad=10&FichaINI=1");
   EXPECT_EQ(pagina.find("Error executing"), std::string::npos);

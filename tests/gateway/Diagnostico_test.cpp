@@ -71,9 +71,9 @@ class DiagnosticoTest : public ::testing::Test {
   void Configura(const std::string& texto) { s_.cfg.TextoCFG = texto + kDiagnostico; }
   void Desde(const std::string& ip) {
     p_.entorno.vars["REMOTE_ADDR"] = ip;
-    LeeVariablesCGI(s_.cgi, p_.entorno);
+    cgi::LeeVariablesCGI(s_.cgi, p_.entorno);
   }
-  std::string Pagina(void (*comando)(Solicitud&, const std::string&), const std::string& expresion) {
+  std::string Pagina(void (*comando)(cgi::Solicitud&, const std::string&), const std::string& expresion) {
     p_.salida.contents.clear();
     p_.salida.position = 0;
     comando(s_, expresion);
@@ -90,7 +90,7 @@ class DiagnosticoTest : public ::testing::Test {
   testing::FakePlatform p_;
   PosixFileSystem archivos_;
   Servicios sys_;
-  Solicitud s_;
+  cgi::Solicitud s_;
   testing::DirectorioTemporal dir_;
 };
 

@@ -24,7 +24,7 @@ class AbreBasesTest : public ::testing::Test {
   testing::FakePlatform p_;
   PosixFileSystem archivos_;
   Servicios sys_;
-  gateway::Solicitud s_;
+  cgi::Solicitud s_;
 };
 
 TEST_F(AbreBasesTest, FormsPathsWithExactlyOneSeparator) {
@@ -63,7 +63,7 @@ TEST_F(AbreBasesTest, AnOpenFailureIsReportedAndEndsTheRequest) {
 
 TEST(ArchivosFaltantes, ListsAndReportsMissingFiles) {
   testing::FakePlatform p_;
-  gateway::Solicitud s_(p_.sys, p_.bases);
+  cgi::Solicitud s_(p_.sys, p_.bases);
   p_.archivos.files["/bases/korvel8.mdb"] = "";
   const auto faltantes = ArchivosFaltantes(s_, "/bases");
   EXPECT_EQ(faltantes, std::vector<std::string>{"/bases/INDIZADO.MDB"});

@@ -80,7 +80,7 @@ class PaginaTest : public ::testing::Test {
   testing::FakePlatform p_;
   PosixFileSystem archivos_;
   Servicios sys_;
-  gateway::Solicitud s_;
+  cgi::Solicitud s_;
 };
 
 TEST_F(PaginaTest, TheBookPageShowsItsSliceOfTheResults) {

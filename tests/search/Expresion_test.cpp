@@ -2,13 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <string>
 #include <tuple>
 #include <vector>
 
 #include "base/CodePage.h"
 #include "base/RuntimeError.h"
-#include "gateway/Solicitud.h"
+#include "db/Database.h"
 #include "tests/support/Fakes.h"
 
 namespace orvex::search {
@@ -132,11 +133,14 @@ TEST(LimpiaClave, MakesOneWordOutsideQuotes) {
 }
 
 TEST(AvanzadaLeeCampos, ReadsNumbersAsTheRuntimeDoes) {
-  gateway::EntradaCGI cgi;
-  gateway::SeparaPares(cgi.pares, "txtexpr1=+perro+&opCAMPO1=3abc&opCAMPO3=x&txtEXPR3=gato"
-                                  "&opBOOLEAN1=2.5&opBOOLEAN2=1.5");
+  const std::map<std::string, std::string, std::less<>> campos = {
+      {"txtEXPR1", "perro"}, {"opCAMPO1", "3abc"},   {"opCAMPO3", "x"},
+      {"txtEXPR3", "gato"},  {"opBOOLEAN1", "2.5"}, {"opBOOLEAN2", "1.5"}};
   Estado e;
-  LeeCamposAvanzados(e, cgi);
+  LeeCamposAvanzados(e, [&](std::string_view nombre) {
+    const auto it = campos.find(nombre);
+    return it == campos.end() ? std::string() : it->second;
+  });
   EXPECT_EQ(std::tie(e.txtEXPR1, e.txtEXPR2, e.txtEXPR3),
             std::make_tuple(std::string("perro"), std::string(""), std::string("gato")));
   EXPECT_EQ(std::tie(e.opCAMPO1, e.opCAMPO2, e.opCAMPO3), std::make_tuple(3, 0, 0));
@@ -164,26 +168,26 @@ TEST(AvanzadaArmaBusqueda, BuildsTheExpressionsOfTheBoxes) {
   };
   for (const auto& c : casos) {
     testing::FakePlatform p;
-    gateway::Solicitud s(p.sys, p.bases);
-    s.BDIndice = db::OpenDatabase(std::string(ORVEX_FIXTURES) + "/catalogo/sqlite/INDIZADO.MDB",
-                                  CodePage::Windows1252(), {.read_only = true});
-    Estado& e = s.busqueda;
+    Estado e;
+    const auto indice = db::OpenDatabase(std::string(ORVEX_FIXTURES) + "/catalogo/sqlite/INDIZADO.MDB",
+                                          CodePage::Windows1252(), {.read_only = true});
+    const Entorno en{e, indice.get(), p.sys.salida};
     std::tie(e.txtEXPR1, e.txtEXPR2, e.txtEXPR3) = std::tie(c.caja1, c.caja2, c.caja3);
     std::tie(e.opCAMPO1, e.opCAMPO2, e.opCAMPO3) = std::tie(c.campo1, c.campo2, c.campo3);
     std::tie(e.opBOOLEAN1, e.opBOOLEAN2) = std::tie(c.booleano1, c.booleano2);
-    EXPECT_EQ(ArmaBusquedaAvanzada(s), c.mostrada) << c.caja1;
+    EXPECT_EQ(ArmaBusquedaAvanzada(en), c.mostrada) << c.caja1;
     EXPECT_EQ(Terminos(e, c.terminos.size()), c.terminos) << c.caja1;
   }
 }
 
 TEST(AvanzadaArmaBusqueda, ThirdBoxWithoutSecondSearchesNothing) {
   testing::FakePlatform p;
-  gateway::Solicitud s(p.sys, p.bases);  // no index open: a search would fail
-  Estado& e = s.busqueda;
+  Estado e;
+  const Entorno en{e, nullptr, p.sys.salida};  // no index open: a search would fail
   e.txtEXPR1 = "o'brien";
   e.txtEXPR3 = "gato";
   e.Terminos[0].palabra = "sin tocar";
-  EXPECT_EQ(ArmaBusquedaAvanzada(s), "");
+  EXPECT_EQ(ArmaBusquedaAvanzada(en), "");
   EXPECT_EQ(e.txtEXPR1, "o brien");
   EXPECT_EQ(e.Terminos[0].palabra, "sin tocar");
 }

@@ -9,7 +9,7 @@
 
 #include "base/CodePage.h"
 #include "base/RuntimeError.h"
-#include "gateway/Solicitud.h"
+#include "search/Busqueda.h"
 #include "tests/support/Fakes.h"
 
 namespace orvex::search {
@@ -218,23 +218,21 @@ TEST_F(IndiceTest, TermsMergeStrictlyInOrder) {
   };
   for (const auto& c : casos) {
     testing::FakePlatform p;
-    gateway::Solicitud s(p.sys, p.bases);
-    s.BDIndice = std::move(bd);
-    s.busqueda.MapaResultado.Pon(100);  // cleared by the search
-    BuscaPalabras(s, c.expr, c.campos, c.conCampos);
-    EXPECT_EQ(Lista(s.busqueda.MapaResultado), c.esperadas) << c.expr[0] << "|" << c.expr[1];
+    Estado e;
+    const Entorno en{e, bd.get(), p.sys.salida};
+    e.MapaResultado.Pon(100);  // cleared by the search
+    BuscaPalabras(en, c.expr, c.campos, c.conCampos);
+    EXPECT_EQ(Lista(e.MapaResultado), c.esperadas) << c.expr[0] << "|" << c.expr[1];
     EXPECT_EQ(p.salida.contents.find("Error de sintaxis") != std::string::npos,
               c.expr[0].ends_with('-'))
         << c.expr[0];
-    bd = std::move(s.BDIndice);
   }
   for (const char* expr : {"gato huge", "mono +huge", "mono -huge"}) {
     testing::FakePlatform p;
-    gateway::Solicitud s(p.sys, p.bases);
-    s.BDIndice = std::move(bd);
-    EXPECT_EQ(testing::ErrorNumberOf([&] { BuscaPalabras(s, {expr}, {}, false); }), kErrSubindice)
+    Estado e;
+    const Entorno en{e, bd.get(), p.sys.salida};
+    EXPECT_EQ(testing::ErrorNumberOf([&] { BuscaPalabras(en, {expr}, {}, false); }), kErrSubindice)
         << expr;
-    bd = std::move(s.BDIndice);
   }
 }
 
@@ -253,13 +251,12 @@ TEST_F(IndiceTest, ArticlesAreSearchedInTheirOwnTableWithoutSkipping) {
   };
   for (const auto& c : casos) {
     testing::FakePlatform p;
-    gateway::Solicitud s(p.sys, p.bases);
-    s.BDIndice = std::move(bd);
-    EXPECT_EQ(testing::ErrorNumberOf([&] { BuscaPalabrasAna(s, c.expr); }), c.error) << c.expr[0];
+    Estado e;
+    const Entorno en{e, bd.get(), p.sys.salida};
+    EXPECT_EQ(testing::ErrorNumberOf([&] { BuscaPalabrasAna(en, c.expr); }), c.error) << c.expr[0];
     if (c.error == 0) {
-      EXPECT_EQ(Lista(s.busqueda.MapaResultado), c.esperadas) << c.expr[0];
+      EXPECT_EQ(Lista(e.MapaResultado), c.esperadas) << c.expr[0];
     }
-    bd = std::move(s.BDIndice);
   }
 }
 
@@ -282,20 +279,21 @@ TEST(IndiceCatalogo, FindsTheNotableRecordsOfTheCatalogue) {
   };
   for (const auto& c : casos) {
     testing::FakePlatform p;
-    gateway::Solicitud s(p.sys, p.bases);
-    s.BDIndice = db::OpenDatabase((kSqlite / c.archivo).string(), CodePage::Windows1252(),
-                                  {.read_only = true});
+    Estado e;
+    const auto indice = db::OpenDatabase((kSqlite / c.archivo).string(), CodePage::Windows1252(),
+                                          {.read_only = true});
+    const Entorno en{e, indice.get(), p.sys.salida};
     if (c.articulos) {
-      BuscaPalabrasAna(s, c.expr);
+      BuscaPalabrasAna(en, c.expr);
     } else {
-      BuscaPalabras(s, c.expr, {}, false);
+      BuscaPalabras(en, c.expr, {}, false);
     }
-    const Fichas v = Lista(s.busqueda.MapaResultado);
+    const Fichas v = Lista(e.MapaResultado);
     EXPECT_EQ(static_cast<std::int32_t>(v.size()), c.cuenta) << c.expr[0];
     if (c.esperadas.size() == v.size()) {
       EXPECT_EQ(v, c.esperadas) << c.expr[0];
     } else {
-      for (std::int32_t f : c.esperadas) EXPECT_TRUE(s.busqueda.MapaResultado.Tiene(f)) << f;
+      for (std::int32_t f : c.esperadas) EXPECT_TRUE(e.MapaResultado.Tiene(f)) << f;
     }
   }
 }

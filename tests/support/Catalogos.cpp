@@ -13,7 +13,7 @@
 #include "gateway/CGI_Main.h"
 #include "tests/catalogo/MARCPrueba.h"
 #include "tests/support/Fakes.h"
-#include "xml/MotorLibxslt.h"
+#include "xslt/MotorLibxslt.h"
 
 namespace orvex::testing {
 namespace fs = std::filesystem;
@@ -202,7 +202,7 @@ struct Instalacion::Servicios {
   explicit Servicios(const fs::path& programa) : archivos(programa.string()) {
     motores.xsl = &xsl;
   }
-  xml::MotorLibxslt xsl;
+  xslt::MotorLibxslt xsl;
   ArchivosDelPrograma archivos;
   FakeEngines motores;
 };

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "base/Html.h"
 #include "base/CodePage.h"
 #include "records/CargaFicha.h"
 #include "tests/support/Fakes.h"
@@ -85,7 +86,7 @@ TEST(XMLFicha, WritesTheListedTagsInListOrder) {
 }
 
 TEST(XMLFicha, EscapesAndWrapsTexts) {
-  EXPECT_EQ(EscapaXML("a&b<c>d'e\"f&amp;"), "a&amp;b&lt;c&gt;d&apos;e&quot;f&amp;amp;");
+  EXPECT_EQ(EscapaEntidadesXML("a&b<c>d'e\"f&amp;"), "a&amp;b&lt;c&gt;d&apos;e&quot;f&amp;amp;");
   EXPECT_EQ(EnvuelveCDATA("<b>x]]>y"), "<![CDATA[<b>x]]>y]]>");
 }
 
