@@ -16,6 +16,7 @@
 #include "db/Database.h"
 #include "cgi/EntradaCGI.h"
 #include "search/Busqueda.h"
+#include "search/Paginacion.h"
 
 namespace orvex::circulation {
 class Red;
@@ -85,12 +86,7 @@ struct Solicitud {
   std::string TxtIsbn, TxtEdit, TxtSer, TxtClas;  // never read from the request
   std::string NombreBib;  // the library named on the page
 
-  // Paging of the result page.
-  std::int32_t Total = 0;
-  std::int32_t Cantidad = 0;
-  std::int32_t Desde = 0;
-  std::int32_t Hasta = 0;
-  std::int32_t FichaActual = 0;
+  search::Paginacion pagina;  // the paging of the result page
   std::string ACERVO;
   bool GeneraLinksURL = true;
   std::int16_t TipoAcervo = 0;

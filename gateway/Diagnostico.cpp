@@ -551,7 +551,7 @@ void ShowSec(cgi::Solicitud& s, const std::string& expresion) {
   if (s.Seccion("FORMATO:").empty()) s.cfg.TextoCFG = "FORMATO:{<!FICHA!>}" + texto_cfg;
   s.MostrarFichaBIB = 0;
   s.MostrarFichaBDL = 0;
-  s.Total = s.Cantidad = s.Desde = 1;
+  s.pagina.Total = s.pagina.Cantidad = s.pagina.Desde = 1;
   presentation::MuestraFicha(s, ficha, 1);
   s.cfg.TextoCFG = texto_cfg;
 

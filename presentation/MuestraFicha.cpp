@@ -161,12 +161,7 @@ void MuestraFicha(cgi::Solicitud& s, const records::RegFicha& ficha, std::int32_
                  records::ListaNumerada(Une(marc, {"700", "710", "711", "730", "750", "751"}),
                                records::Numeracion::Romana));
 
-  ReemplazaTexto(html, "<!TOTAL!>", std::to_string(s.Total));
-  ReemplazaTexto(html, "<!CANTIDAD!>", std::to_string(s.Cantidad));
-  ReemplazaTexto(html, "<!DESDE!>", std::to_string(s.Desde));
-  const std::int64_t hasta = static_cast<std::int64_t>(s.Desde) + s.Cantidad - 1;
-  s.Hasta = hasta < s.Total ? static_cast<std::int32_t>(hasta) : s.Total;
-  ReemplazaTexto(html, "<!HASTA!>", std::to_string(s.Hasta));
+  s.pagina.LlenaPosicion(html);
 
   if (s.MostrarFichaBDL != 1) {
     if (s.TextoLIB.empty() && !s.Expresion.empty()) s.TextoLIB = s.Expresion;

@@ -41,12 +41,7 @@ void Completa(cgi::Solicitud& s, std::string& html, std::string_view marc,
   ReemplazaTexto(html, "<!CLASIFICACION!>", Clasificacion(marc));
   ReemplazaTexto(html, "<!NFICHA!>", std::to_string(numero));
   ReemplazaTexto(html, "<!PFICHA!>", std::to_string(posicion));
-  ReemplazaTexto(html, "<!TOTAL!>", std::to_string(s.Total));
-  ReemplazaTexto(html, "<!CANTIDAD!>", std::to_string(s.Cantidad));
-  ReemplazaTexto(html, "<!DESDE!>", std::to_string(s.Desde));
-  const std::int64_t hasta = static_cast<std::int64_t>(s.Desde) + s.Cantidad - 1;
-  s.Hasta = hasta < s.Total ? static_cast<std::int32_t>(hasta) : s.Total;
-  ReemplazaTexto(html, "<!HASTA!>", std::to_string(s.Hasta));
+  s.pagina.LlenaPosicion(html);
   if (s.TextoLIB.empty() && !s.Expresion.empty()) s.TextoLIB = s.Expresion;
   if (!s.TextoLIB.empty()) records::ResaltaTerminos(html, s.busqueda.Terminos);
   EnviaLinea(s.sys.salida, html);

@@ -64,7 +64,7 @@ bool ContieneSelect(std::string_view texto) {
 // "ENCABEZADO2:" or "FINAL:" with the paging numbers and "<!BUSCADO!>".
 void EscribeSeccion(cgi::Solicitud& s, std::string_view etiqueta) {
   std::string texto = s.Seccion(etiqueta);
-  LlenaPaginacion(s, texto);
+  s.pagina.Llena(texto);
   ReemplazaTexto(texto, "<!BUSCADO!>", s.Eco(s.TextoLIB));
   EnviaLinea(s.sys.salida, texto);
 }
@@ -76,20 +76,20 @@ void ConsultaCatalogo(cgi::Solicitud& s) {
   s.TextoLIB = cgi::ValorCGI(s.cgi, "txtLIB");
   const std::string campo = cgi::ValorCGI(s.cgi, "CAMPO");
   const std::int16_t tipo_busqueda = Numero<std::int16_t, ToInt16>(s, "TIPOBUSQUEDA");
-  s.Cantidad = Numero<std::int32_t, ToInt32>(s, "Cantidad");
-  s.Desde = Numero<std::int32_t, ToInt32>(s, "FichaINI");
+  s.pagina.Cantidad = Numero<std::int32_t, ToInt32>(s, "Cantidad");
+  s.pagina.Desde = Numero<std::int32_t, ToInt32>(s, "FichaINI");
 
   if (campo.empty()) {
     config::MensajeH4(salida, Latin1("no ha especificado un campo de busquedas... verifique el "
                                      "parámetro 'CAMPO'."));
     return;
   }
-  if (s.Cantidad <= 0) {
+  if (s.pagina.Cantidad <= 0) {
     config::MensajeH4(salida, Latin1("La cantidad de registros mostrados es incorrecta... "
                                      "verifique el parámetro 'Cantidad'."));
     return;
   }
-  if (s.Desde <= 0) {
+  if (s.pagina.Desde <= 0) {
     config::MensajeH4(salida, Latin1("La ficha inicial es incorrecta... verifique el parámetro "
                                      "'FichaINI'."));
     return;
@@ -146,8 +146,8 @@ void ConsultaCatalogo(cgi::Solicitud& s) {
     filas->MoveLast();
     filas->MoveFirst();
   }
-  s.Total = static_cast<std::int32_t>(filas->RecordCount());
-  if (s.Total < 1) {
+  s.pagina.Total = static_cast<std::int32_t>(filas->RecordCount());
+  if (s.pagina.Total < 1) {
     EnviaLinea(salida, s.Seccion("NOENCONTRADO:"));
   } else {
     EscribeSeccion(s, "ENCABEZADO2:");

@@ -61,7 +61,7 @@ std::string TextoEXPR(const cgi::Solicitud& s, int n) {
 
 // The placeholders that "ENCABEZADO2:" and "FINAL:" share, from the total on.
 void LlenaComunes(cgi::Solicitud& s, std::string& texto) {
-  LlenaPaginacion(s, texto);
+  s.pagina.Llena(texto);
   ReemplazaTexto(texto, "<!NOFORMATO!>", std::to_string(s.NoFormato));
   ReemplazaTexto(texto, "<!ACERVO!>", s.Eco(s.ACERVO));
   ReemplazaTexto(texto, "<!TXTLIB!>", s.Eco(s.TextoLIB));
@@ -203,8 +203,8 @@ void Busca(cgi::Solicitud& s, std::int32_t no_ficha) {
   EnviaLinea(salida, "<!--NoResultados: " + std::to_string(cuenta) + "<br/>-->");
 
   if (cuenta > 0) {
-    s.Total = cuenta;
-    s.FichaActual = 0;
+    s.pagina.Total = cuenta;
+    s.pagina.FichaActual = 0;
     EscribeEncabezado2(s);
     MuestraLibros(s, no_ficha > 0 ? no_ficha : 0);
   } else {
@@ -226,15 +226,15 @@ void ConsultaLibros(cgi::Solicitud& s) {
   s.TxtAut = Plegado(s, "txtAUT");
   s.TxtTem = Plegado(s, "txtTEM");
   LeeNumero<std::uint8_t, ToByte>(s, "FormatoFicha", s.NoFormato);
-  LeeNumero<std::int32_t, ToInt32>(s, "Cantidad", s.Cantidad);
-  LeeNumero<std::int32_t, ToInt32>(s, "FichaINI", s.Desde);
+  LeeNumero<std::int32_t, ToInt32>(s, "Cantidad", s.pagina.Cantidad);
+  LeeNumero<std::int32_t, ToInt32>(s, "FichaINI", s.pagina.Desde);
   LeeNumero<std::uint8_t, ToByte>(s, "BUSQ_AVANZADA", s.cfg.BUSQ_AVANZADA);
   LeeNumero<std::uint8_t, ToByte>(s, "BaseDTA", s.cfg.BaseDTA);
 
   if (s.Expresion.empty()) s.Expresion = s.TextoLIB;
   if (s.Expresion.empty()) s.Expresion = s.TextoEXPR1;
   s.Traza += "Entrada a ConsultaLibros,leidas variables, txtEXP:" + s.Eco(s.Expresion) + ",Ficha:" +
-             std::to_string(s.Desde) + "<br/>";
+             std::to_string(s.pagina.Desde) + "<br/>";
   cgi::CreaLog(s);
   EnviaLinea(s.sys.salida, s.Seccion("ENCABEZADO:"));
 

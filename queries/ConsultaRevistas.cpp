@@ -73,7 +73,7 @@ bool LocalizaBase(cgi::Solicitud& s) {
 // "ENCABEZADO2:" or "FINAL:" with the placeholders both collections fill.
 std::string Seccion(cgi::Solicitud& s, std::string_view etiqueta) {
   std::string texto = s.Seccion(etiqueta);
-  LlenaPaginacion(s, texto);
+  s.pagina.Llena(texto);
   ReemplazaTexto(texto, "<!ACERVO!>", s.Eco(s.ACERVO));
   ReemplazaTexto(texto, "<!TXTLIB!>", s.Eco(s.TextoLIB));
   ReemplazaTexto(texto, "<!TXTTIT!>", s.Eco(s.TxtTit));
@@ -89,8 +89,8 @@ void Pagina(cgi::Solicitud& s, std::int16_t cuenta, bool revistas, Muestra muest
   if (cuenta < 1) {
     EnviaLinea(salida, s.Seccion("NOENCONTRADO:"));
   } else {
-    s.Total = cuenta;
-    s.FichaActual = 0;
+    s.pagina.Total = cuenta;
+    s.pagina.FichaActual = 0;
     std::string encabezado = Seccion(s, "ENCABEZADO2:");
     if (revistas) {
       ReemplazaTexto(encabezado, "<!TXTISBN!>", s.Eco(s.TxtIsbn));
@@ -107,23 +107,6 @@ void Pagina(cgi::Solicitud& s, std::int16_t cuenta, bool revistas, Muestra muest
     ReemplazaTexto(final, "<!TXTCLAS!>", s.Eco(s.TxtClas));
   }
   EnviaLinea(salida, final);
-}
-
-// The paged loop of both collections over the result bitmap.
-template <typename Muestra>
-void Paginas(cgi::Solicitud& s, Muestra muestra) {
-  const search::MapaFichas& mapa = s.busqueda.MapaResultado;
-  for (std::int32_t i = 1; i < s.Desde; ++i) {
-    s.FichaActual = search::SiguienteFicha(mapa, s.FichaActual);
-  }
-  std::uint8_t mostradas = 0;
-  for (std::int64_t i = s.Desde; i <= s.Total; ++i) {
-    s.FichaActual = search::SiguienteFicha(mapa, s.FichaActual);
-    muestra(s.FichaActual, static_cast<std::int32_t>(i));
-    mostradas = ToByte(mostradas + 1.0);
-    if (i + 1 > s.Total || mostradas == s.Cantidad) break;
-    EnviaLinea(s.sys.salida, s.Seccion("SEPARADOR:"));
-  }
 }
 
 // Steps shared by both queries up to the search: the fields, the log, the
@@ -143,8 +126,8 @@ bool Prepara(cgi::Solicitud& s, Campos& c, bool articulos) {
     s.TxtIsbn = cgi::ValorCGI(s.cgi, "txtISBN");
     s.TxtEdit = cgi::ValorCGI(s.cgi, "txtEDIT");
   }
-  LeeNumero(s, "Cantidad", s.Cantidad);
-  LeeNumero(s, "FichaINI", s.Desde);
+  LeeNumero(s, "Cantidad", s.pagina.Cantidad);
+  LeeNumero(s, "FichaINI", s.pagina.Desde);
   c.formato = Formato(s);
   if (s.Expresion.empty()) s.Expresion = s.TextoLIB;
   cgi::CreaLog(s);
@@ -191,9 +174,11 @@ void MuestraRevistas(cgi::Solicitud& s, std::int32_t no_ficha, std::uint8_t form
     presentation::DisplyRegRevista(s, no_ficha, 1, formato);
     return;
   }
-  Paginas(s, [&](std::int32_t numero, std::int32_t posicion) {
-    presentation::DisplyRegRevista(s, numero, posicion, formato);
-  });
+  s.pagina.Recorre(s.busqueda.MapaResultado,
+                   [&](std::int32_t numero, std::int32_t posicion) {
+                     presentation::DisplyRegRevista(s, numero, posicion, formato);
+                   },
+                   [&] { EnviaLinea(s.sys.salida, s.Seccion("SEPARADOR:")); });
 }
 
 void MuestraArticulos(cgi::Solicitud& s, std::int32_t no_ficha, std::string_view numadqui,
@@ -211,7 +196,7 @@ void MuestraArticulos(cgi::Solicitud& s, std::int32_t no_ficha, std::string_view
       ids.push_back(std::string_view(lista).substr(desde, coma - desde));
       desde = coma + 1;
     }
-    s.Total = static_cast<std::int32_t>(ids.size());
+    s.pagina.Total = static_cast<std::int32_t>(ids.size());
     std::int32_t posicion = 0;
     for (std::string_view id : ids) {
       presentation::DisplyReg_ANA(s, ToInt32(LeadingNumber(id)), ++posicion, formato);
@@ -223,9 +208,11 @@ void MuestraArticulos(cgi::Solicitud& s, std::int32_t no_ficha, std::string_view
     presentation::DisplyReg_ANA(s, no_ficha, 1, formato);
     return;
   }
-  Paginas(s, [&](std::int32_t numero, std::int32_t posicion) {
-    presentation::DisplyReg_ANA(s, numero, posicion, formato);
-  });
+  s.pagina.Recorre(s.busqueda.MapaResultado,
+                   [&](std::int32_t numero, std::int32_t posicion) {
+                     presentation::DisplyReg_ANA(s, numero, posicion, formato);
+                   },
+                   [&] { EnviaLinea(s.sys.salida, s.Seccion("SEPARADOR:")); });
 }
 
 std::string AnaliticasDeEjemplar(cgi::Solicitud& s, std::string_view numadqui) {

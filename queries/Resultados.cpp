@@ -21,10 +21,6 @@ namespace {
 
 using config::ReemplazaTexto;
 
-std::int32_t Acota(std::int64_t valor) {
-  return static_cast<std::int32_t>(ToInt32(static_cast<double>(valor)));
-}
-
 void MuestraNumero(cgi::Solicitud& s, std::int32_t numero, std::int32_t posicion) {
   records::RegFicha ficha;
   records::CargaFicha(*s.BDBiblio, numero, ficha);
@@ -33,66 +29,32 @@ void MuestraNumero(cgi::Solicitud& s, std::int32_t numero, std::int32_t posicion
 
 }  // namespace
 
-std::int32_t HastaPagina(std::int32_t desde, std::int32_t cantidad, std::int32_t total) {
-  const std::int64_t hasta = static_cast<std::int64_t>(desde) + cantidad - 1;
-  return hasta < total ? Acota(hasta) : total;
-}
-
-std::int32_t DesdeAnterior(std::int32_t desde, std::int32_t cantidad) {
-  const std::int64_t anterior = static_cast<std::int64_t>(desde) - cantidad;
-  return anterior > 1 ? Acota(anterior) : 1;
-}
-
-std::int32_t DesdeSiguiente(std::int32_t desde, std::int32_t cantidad, std::int32_t total) {
-  const std::int64_t siguiente = static_cast<std::int64_t>(desde) + cantidad;
-  return siguiente < total ? Acota(siguiente) : total;
-}
-
 void MuestraLibros(cgi::Solicitud& s, std::int32_t no_ficha) {
   if (no_ficha > 0) {
     MuestraNumero(s, no_ficha, 1);
     return;
   }
-  const search::MapaFichas& mapa = s.busqueda.MapaResultado;
-  for (std::int32_t i = 1; i < s.Desde; ++i) {
-    s.FichaActual = search::SiguienteFicha(mapa, s.FichaActual);
-  }
-  std::uint8_t mostradas = 0;
-  for (std::int64_t i = s.Desde; i <= s.Total; ++i) {
-    s.FichaActual = search::SiguienteFicha(mapa, s.FichaActual);
-    MuestraNumero(s, s.FichaActual, static_cast<std::int32_t>(i));
-    mostradas = ToByte(mostradas + 1.0);
-    if (mostradas == s.Cantidad) break;
-  }
-}
-
-void LlenaPaginacion(cgi::Solicitud& s, std::string& texto) {
-  ReemplazaTexto(texto, "<!TOTAL!>", std::to_string(s.Total));
-  ReemplazaTexto(texto, "<!CANTIDAD!>", std::to_string(s.Cantidad));
-  ReemplazaTexto(texto, "<!DESDE!>", std::to_string(s.Desde));
-  s.Hasta = HastaPagina(s.Desde, s.Cantidad, s.Total);
-  ReemplazaTexto(texto, "<!HASTA!>", std::to_string(s.Hasta));
-  ReemplazaTexto(texto, "<!DESDEANTERIOR!>", std::to_string(DesdeAnterior(s.Desde, s.Cantidad)));
-  ReemplazaTexto(texto, "<!DESDESIGUIENTE!>",
-                 std::to_string(DesdeSiguiente(s.Desde, s.Cantidad, s.Total)));
+  s.pagina.Recorre(
+      s.busqueda.MapaResultado,
+      [&](std::int32_t ficha, std::int32_t posicion) { MuestraNumero(s, ficha, posicion); }, [] {});
 }
 
 void RenglonCatalogo(cgi::Solicitud& s, db::Recordset& fila) {
   std::string renglon = records::LlenaColumnas(s.Seccion("FORMATO:"), fila);
-  LlenaPaginacion(s, renglon);
+  s.pagina.Llena(renglon);
   ReemplazaTexto(renglon, "<!BUSCADO!>", s.Eco(s.TextoLIB));
   EnviaLinea(s.sys.salida, renglon);
 }
 
 void MuestraCatalogo(cgi::Solicitud& s, db::Recordset& filas) {
-  for (std::int32_t i = 1; i < s.Desde && !filas.Eof(); ++i) filas.MoveNext();
+  for (std::int32_t i = 1; i < s.pagina.Desde && !filas.Eof(); ++i) filas.MoveNext();
   if (filas.Eof()) return;
   std::uint8_t mostradas = 0;
-  for (std::int64_t i = 1; i <= s.Total; ++i) {
+  for (std::int64_t i = 1; i <= s.pagina.Total; ++i) {
     RenglonCatalogo(s, filas);
     mostradas = ToByte(mostradas + 1.0);
     filas.MoveNext();
-    if (filas.Eof() || mostradas == s.Cantidad) break;
+    if (filas.Eof() || mostradas == s.pagina.Cantidad) break;
     EnviaLinea(s.sys.salida, s.Seccion("SEPARADOR:"));
   }
 }
@@ -137,13 +99,13 @@ void ResultadosMultiplesAcervos(cgi::Solicitud& s, std::int32_t n) {
         cgi::Cede(s);
       }
       encontrados = search::CuentaFichas(e.MapaResultado);
-      s.FichaActual = s.Desde - 1;
+      s.pagina.FichaActual = s.pagina.Desde - 1;
       ReemplazaTexto(renglon, "<!txtEXPR!>", s.Eco(s.Expresion));
       ReemplazaTexto(renglon, "<!TOTAL!>", std::to_string(encontrados));
-      ReemplazaTexto(renglon, "<!CANTIDAD!>", std::to_string(s.Cantidad));
-      ReemplazaTexto(renglon, "<!DESDE!>", std::to_string(s.Desde));
+      ReemplazaTexto(renglon, "<!CANTIDAD!>", std::to_string(s.pagina.Cantidad));
+      ReemplazaTexto(renglon, "<!DESDE!>", std::to_string(s.pagina.Desde));
       ReemplazaTexto(renglon, "<!HASTA!>",
-                     std::to_string(static_cast<std::int64_t>(s.Desde) + s.Cantidad));
+                     std::to_string(static_cast<std::int64_t>(s.pagina.Desde) + s.pagina.Cantidad));
       ReemplazaTexto(renglon, "<!txtEXPR1!>", s.Eco(e.txtEXPR1));
       ReemplazaTexto(renglon, "<!txtEXPR2!>", s.Eco(e.txtEXPR2));
       ReemplazaTexto(renglon, "<!txtEXPR3!>", s.Eco(e.txtEXPR3));

@@ -7,23 +7,10 @@
 #include "db/Database.h"
 #include "cgi/Solicitud.h"
 
-// What the result pages share: the paging numbers, the page of book results,
+// What the result pages share: the page of book results,
 // the page of a sequential listing and the page of a search over several
 // collections.
 namespace orvex::queries {
-
-// The paging numbers, from Desde, Cantidad and Total as the request and the
-// search left them (never clamped):
-//   last position   Desde + Cantidad - 1 when below Total, else Total;
-//   previous start  Desde - Cantidad when above 1, else 1;
-//   next start      Desde + Cantidad when below Total, else Total.
-std::int32_t HastaPagina(std::int32_t desde, std::int32_t cantidad, std::int32_t total);
-std::int32_t DesdeAnterior(std::int32_t desde, std::int32_t cantidad);
-std::int32_t DesdeSiguiente(std::int32_t desde, std::int32_t cantidad, std::int32_t total);
-
-// Fills "<!TOTAL!>", "<!CANTIDAD!>", "<!DESDE!>", "<!HASTA!>" (setting
-// Hasta), "<!DESDEANTERIOR!>" and "<!DESDESIGUIENTE!>", in that order.
-void LlenaPaginacion(cgi::Solicitud& s, std::string& texto);
 
 // The book results: record `no_ficha` alone when it is above 0 (shown at
 // position 1); otherwise the records of the result bitmap at positions Desde

@@ -44,9 +44,9 @@ class MuestraFichaTest : public ::testing::Test {
     s_.instalacion.XSLFichaLibros = config::HojaFichaIntegrada();
     s_.instalacion.XSLTablaLibros = config::HojaAviso("XSL_Tabla_Libros");
     s_.instalacion.EtiquetasXML = {"245"};
-    s_.Total = 7;
-    s_.Cantidad = 5;
-    s_.Desde = 6;
+    s_.pagina.Total = 7;
+    s_.pagina.Cantidad = 5;
+    s_.pagina.Desde = 6;
   }
   std::string Muestra(int numero, const std::string& cfg) {
     p_.salida.contents.clear();
@@ -79,7 +79,7 @@ TEST_F(MuestraFichaTest, TheCardGoesThroughTheStyleSheetsAndLosesItsClasses) {
                                "</center>##PQ8180.17.A73<BR/>C5<BR/>1987#1@6 6-7/7\r\n")),
             std::string::npos)
       << pagina;
-  EXPECT_EQ(s_.Hasta, 7);
+  EXPECT_EQ(s_.pagina.Hasta, 7);
   EXPECT_TRUE(pagina.ends_with("<hr>\r\n"));
 }
 
