@@ -10,6 +10,7 @@
 #include "base/Html.h"
 #include "base/Plazo.h"
 #include "base/Platform.h"
+#include "base/Red.h"
 #include "config/Ajustes.h"
 #include "config/ArchivoCFG.h"
 #include "config/Instalacion.h"
@@ -17,10 +18,6 @@
 #include "cgi/EntradaCGI.h"
 #include "search/Busqueda.h"
 #include "search/Paginacion.h"
-
-namespace orvex::circulation {
-class Red;
-}
 
 namespace orvex::cgi {
 
@@ -98,7 +95,7 @@ struct Solicitud {
   FormaConsulta CONSULTA;
 
   // The network of the circulation server checks; main() sets the real one.
-  circulation::Red* red = nullptr;
+  Red* red = nullptr;
   // Host checks already made in this request: the comments each wrote and
   // its outcome, by server, so that a page of records pings each server once.
   struct ChequeoServidor {

@@ -111,7 +111,7 @@ bool ComandoDiagnostico(cgi::Solicitud& s, const std::string& expresion) {
   return true;
 }
 
-int Principal(Servicios& sys, db::Opener& bases, circulation::Red* red) {
+int Principal(Servicios& sys, db::Opener& bases, Red* red) {
   cgi::Solicitud s(sys, bases);
   s.red = red;
   s.ajustes = config::LeeAjustes(sys.archivos, sys.archivos.ProgramDirectory());

@@ -23,6 +23,6 @@ bool ComandoDiagnostico(cgi::Solicitud& s, const std::string& expresion);
 // page. `red` is the network that the record pages' circulation server
 // checks use; without one every server counts as unreachable. Returns the
 // process's exit status (always 0).
-int Principal(Servicios& sys, db::Opener& bases, circulation::Red* red = nullptr);
+int Principal(Servicios& sys, db::Opener& bases, Red* red = nullptr);
 
 }  // namespace orvex::gateway

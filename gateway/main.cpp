@@ -35,6 +35,6 @@ int main() {
   RealEngines motores(archivos.ProgramDirectory());
   orvex::Servicios sys{entorno, entrada, salida, reloj, archivos, motores};
   orvex::db::EngineOpener bases(orvex::CodePage::Windows1252());
-  orvex::circulation::RedPosix red;
+  orvex::RedPosix red;
   return orvex::gateway::Principal(sys, bases, &red);
 }

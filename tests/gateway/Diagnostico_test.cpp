@@ -40,7 +40,7 @@ bool Contiene(const std::string& pagina, const std::string& texto) {
 }
 
 // A circulation server that always answers.
-class RedQueResponde : public circulation::Red {
+class RedQueResponde : public Red {
  public:
   std::optional<std::string> Resuelve(const std::string&, int&) override { return "10.1.2.3"; }
   std::optional<std::string> NombreLocal(int&) override { return "local"; }
@@ -49,7 +49,7 @@ class RedQueResponde : public circulation::Red {
     rtt_ms = 1;
     reply = payload;
     metodo = "prueba";
-    return circulation::kIpSuccess;
+    return kIpSuccess;
   }
 };
 

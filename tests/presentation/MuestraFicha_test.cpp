@@ -18,7 +18,7 @@ namespace {
 namespace fs = std::filesystem;
 
 // A circulation server that always answers, counting the echoes asked for.
-class RedQueResponde : public circulation::Red {
+class RedQueResponde : public Red {
  public:
   std::optional<std::string> Resuelve(const std::string&, int&) override { return "10.1.2.3"; }
   std::optional<std::string> NombreLocal(int&) override { return "local"; }
@@ -28,7 +28,7 @@ class RedQueResponde : public circulation::Red {
     rtt_ms = 1;
     reply = payload;
     metodo = "prueba";
-    return circulation::kIpSuccess;
+    return kIpSuccess;
   }
   int ecos = 0;
 };
