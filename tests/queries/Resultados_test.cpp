@@ -6,7 +6,6 @@
 
 #include "base/PosixPlatform.h"
 #include "base/RuntimeError.h"
-#include "circulation/Disponibilidad.h"
 #include "db/Database.h"
 #include "tests/support/Fakes.h"
 
@@ -14,36 +13,6 @@ namespace orvex::queries {
 namespace {
 
 namespace fs = std::filesystem;
-
-TEST(Disponibilidad, FindsTheServerOfTheDatabaseSet) {
-  const std::string seccion =
-      "##00  127.0.0.1 ## 7700\r\n"
-      "##01xxcirculacion.example##7701 \r\n"
-      "##02  sin puerto ## \r\n"
-      "  ##03  10.0.0.3 ## 7703\r\n"
-      "#04  10.0.0.4 ## 7704\r\n"
-      "##05  sin marca 7705\r\n";
-  struct Caso {
-    std::uint8_t base;
-    bool hallado;
-    const char* direccion;
-    const char* puerto;
-  } casos[] = {{0, true, "127.0.0.1", "7700"},
-               {1, true, "circulacion.example", "7701"},
-               {2, false, "", ""},
-               {3, true, "10.0.0.3", "7703"},
-               {4, false, "", ""},
-               {5, false, "", ""},
-               {99, false, "", ""}};
-  for (const Caso& c : casos) {
-    circulation::ServidorCirculacion servidor;
-    EXPECT_EQ(circulation::BuscaServidor(seccion, c.base, servidor), c.hallado) << int(c.base);
-    EXPECT_EQ(servidor.direccion, c.direccion) << int(c.base);
-    EXPECT_EQ(servidor.puerto, c.puerto) << int(c.base);
-  }
-  circulation::ServidorCirculacion servidor;
-  EXPECT_FALSE(circulation::BuscaServidor("", 0, servidor));
-}
 
 // The fixture catalogue read through the real file system.
 class PaginaTest : public ::testing::Test {
