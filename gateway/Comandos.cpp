@@ -5,6 +5,7 @@
 #include "circulation/Reserva.h"
 #include "circulation/VerDisponibilidad.h"
 #include "gateway/Diagnostico.h"
+#include "gateway/Revision.h"
 #include "queries/ConsultaLibros.h"
 #include "queries/BuscaPorNumAdqui.h"
 #include "queries/ConsultaCatalogo.h"

@@ -2,99 +2,22 @@
 
 #include <gtest/gtest.h>
 
-#include <sys/file.h>
-#include <fcntl.h>
-#include <unistd.h>
-
+#include <chrono>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "base/CodePage.h"
-#include "base/PosixPlatform.h"
-#include "circulation/ChecaIP.h"
-#include "tests/support/Fakes.h"
+#include "gateway/PaginaDiagnostico.h"
+#include "gateway/Revision.h"
+#include "tests/gateway/SolicitudDiagnostico.h"
 
 namespace orvex::gateway {
 namespace {
 
 namespace fs = std::filesystem;
 
-const fs::path kCatalogos = fs::path(ORVEX_FIXTURES) / "catalogo";
-const fs::path kCatalogo = kCatalogos / "sqlite";
-const std::vector<std::string> kArchivos = {"KORVEL8.MDB", "INDIZADO.MDB", "indizaPP.MDB",
-                                            "estadisticas.mdb"};
-
-// The administrator's address in every configuration of these tests.
-const std::string kDiagnostico = "\r\nDIAGNOSTICO:{127.0.0.1}";
-
-std::string Bytes(const fs::path& archivo) {
-  std::ifstream entrada(archivo, std::ios::binary);
-  std::ostringstream bytes;
-  bytes << entrada.rdbuf();
-  return bytes.str();
-}
-
-bool Contiene(const std::string& pagina, const std::string& texto) {
-  return pagina.find(texto) != std::string::npos;
-}
-
-// A circulation server that always answers.
-class RedQueResponde : public Red {
- public:
-  std::optional<std::string> Resuelve(const std::string&, int&) override { return "10.1.2.3"; }
-  std::optional<std::string> NombreLocal(int&) override { return "local"; }
-  int Eco(std::uint32_t, const std::string& payload, int, int& rtt_ms, std::string& reply,
-          std::string& metodo) override {
-    rtt_ms = 1;
-    reply = payload;
-    metodo = "prueba";
-    return kIpSuccess;
-  }
-};
-
-// A request from `ip` on a writable copy of the fixture catalogue, through
-// the real file system.
-class DiagnosticoTest : public ::testing::Test {
- protected:
-  DiagnosticoTest()
-      : sys_{p_.entorno, p_.entrada, p_.salida, p_.reloj, archivos_, p_.motores}, s_(sys_, p_.bases) {
-    for (const std::string& archivo : kArchivos) dir_.Copia(kCatalogo / archivo, archivo);
-    s_.VersionPrograma = "Orvex 4.0 prueba";
-    s_.cfg.ArchivoCFG = JoinPath(archivos_.ProgramDirectory(), "libros.cfg");
-    Configura("BASE:{" + dir_.ruta().string() +
-              "}ENCABEZADO:{<h1>}FORMATO:{<!FICHA!>}SEPARADOR:{<hr>}NOENCONTRADO:{nada}FINAL:{fin}");
-    Desde("127.0.0.1");
-  }
-  // The configuration `texto`, which lists the loopback as the
-  // administrator's address.
-  void Configura(const std::string& texto) { s_.cfg.TextoCFG = texto + kDiagnostico; }
-  void Desde(const std::string& ip) {
-    p_.entorno.vars["REMOTE_ADDR"] = ip;
-    cgi::LeeVariablesCGI(s_.cgi, p_.entorno);
-  }
-  std::string Pagina(void (*comando)(cgi::Solicitud&, const std::string&), const std::string& expresion) {
-    p_.salida.contents.clear();
-    p_.salida.position = 0;
-    comando(s_, expresion);
-    return p_.salida.contents;
-  }
-  std::int64_t FilasDeConsultas(const fs::path& dir) {
-    auto db = db::OpenDatabase((dir / "estadisticas.mdb").string(), CodePage::Windows1252(),
-                               {.read_only = true});
-    auto rs = db->OpenRecordset("SELECT COUNT(*) AS n FROM Consultas", db::RecordsetType::Snapshot);
-    return rs->Field("n").integer;
-  }
-  std::int64_t FilasDeConsultas() { return FilasDeConsultas(dir_.ruta()); }
-
-  testing::FakePlatform p_;
-  PosixFileSystem archivos_;
-  Servicios sys_;
-  cgi::Solicitud s_;
-  testing::DirectorioTemporal dir_;
-};
-
-const std::string kFin = "</BODY></HTML>\r\n";
+class DiagnosticoTest : public SolicitudDiagnostico {};
 
 // Behind a reverse proxy every client comes from the loopback: only the
 // addresses that "DIAGNOSTICO:" lists are the administrator.
@@ -286,114 +209,27 @@ TEST_F(DiagnosticoTest, ShowSecExplainsAMissingOrBadNumber) {
   }
 }
 
-TEST_F(DiagnosticoTest, TestAllPassesOnAGoodCatalogueAndLeavesNoRow) {
-  RedQueResponde red;
-  s_.red = &red;
-  Configura(s_.cfg.TextoCFG + "DISPONIBILIDAD:{##00  127.0.0.1 ## 7700\r\n##01  circ ## 7701\r\n}");
-  const auto filas = FilasDeConsultas();
-  const std::string pagina = Pagina(TestAll, "TEST_ALL");
-  EXPECT_EQ(FilasDeConsultas(), filas);
-  EXPECT_FALSE(Contiene(pagina, Latin1("falló"))) << pagina;
-  EXPECT_TRUE(Contiene(pagina, " 0 fallaron.</p>"));
-  for (const char* linea :
-       {"<li>Secci\xF3n NOENCONTRADO: correcto</li>", "<li>Archivo indizaPP.MDB: correcto</li>",
-        "<li>Formato de KORVEL8.MDB (SQLite): correcto</li>",
-        "<li>Tabla Consultas de estadisticas.mdb: correcto</li>",
-        "<li>Tabla TABLAANA de indizaPP.MDB: correcto</li>",
-        "<li>Escritura en estadisticas.mdb: correcto</li>",
-        "<li>Hoja de estilo pp_propia_ana.xsl: no instalada</li>",
-        "<li>Ecos: el texto de la solicitud se escribe escapado</li>",
-        "<li>CuerpoMaximo: 1048576 bytes</li>",
-        "<li>Servidor de circulaci\xF3n ##01 circ:7701: correcto</li>"}) {
-    EXPECT_TRUE(Contiene(pagina, linea)) << linea;
-  }
-  EXPECT_TRUE(pagina.ends_with(kFin));
-  s_.red = nullptr;
-  EXPECT_TRUE(Contiene(Pagina(TestAll, "TEST_ALL"), "##00 127.0.0.1:7700: sin red"));
-}
+// The word index keeps no date of its builds: SHOW_BDT shows the index
+// file's modification time, in local time, day first.
+TEST_F(DiagnosticoTest, ShowBdtDatesTheLastIndexingByTheIndexFile) {
+  std::tm cuando{};
+  cuando.tm_year = 2008 - 1900;
+  cuando.tm_mon = 11;
+  cuando.tm_mday = 5;
+  cuando.tm_hour = 9;
+  cuando.tm_min = 3;
+  cuando.tm_sec = 7;
+  cuando.tm_isdst = -1;
+  const auto sistema = std::chrono::system_clock::from_time_t(std::mktime(&cuando));
+  fs::last_write_time(dir_.ruta() / "INDIZADO.MDB", fs::file_time_type::clock::from_sys(sistema));
+  Desde("203.0.113.9");
+  EXPECT_TRUE(Contiene(Pagina(ShowBdt, "SHOW_BDT"),
+                       Latin1("<li>Última indización: 05/12/2008 09:03:07 (fecha de modificación del "
+                              "archivo INDIZADO.MDB)</li>")));
 
-TEST_F(DiagnosticoTest, TestAllMarksMissingFilesColumnsAndSections) {
-  fs::remove(dir_.ruta() / "indizaPP.MDB");
-  db::OpenDatabase((dir_.ruta() / "KORVEL8.MDB").string(), CodePage::Windows1252())
-      ->Execute("ALTER TABLE Ejemplares DROP COLUMN Tomo");
-  Configura("BASE:{" + dir_.ruta().string() + "}FORMATO:{x}");
-  const std::string pagina = Pagina(TestAll, "TEST_ALL");
-  for (const char* linea :
-       {"<li>Archivo indizaPP.MDB: fall\xF3: no se encuentra en ",
-        "<li>Tabla Ejemplares de KORVEL8.MDB: fall\xF3: faltan las columnas Tomo</li>",
-        "<li>Tabla Fichas de KORVEL8.MDB: correcto</li>",
-        "<li>Secci\xF3n FINAL: fall\xF3: no existe</li>", "<li>Secci\xF3n FORMATO: correcto</li>"}) {
-    EXPECT_TRUE(Contiene(pagina, linea)) << linea << "\n" << pagina;
-  }
-  EXPECT_FALSE(Contiene(pagina, "Apertura de indizaPP.MDB"));
-  EXPECT_TRUE(pagina.ends_with(kFin));
-
-  Configura("BASE:{/no/hay/tal}");
-  EXPECT_TRUE(Contiene(Pagina(TestAll, "TEST_ALL"), "<li>Directorio /no/hay/tal: fall\xF3: "));
-}
-
-// The settings that orvex.ini brought back are named as the old behaviour.
-TEST_F(DiagnosticoTest, TestAllNamesTheSafetySettingsInEffect) {
-  s_.ajustes.cfg_cualquier_ruta = true;
-  s_.ajustes.ecos_literales = true;
-  s_.ajustes.cuerpo_maximo = 4096;
-  const std::string pagina = Pagina(TestAll, "TEST_ALL");
-  for (const char* linea :
-       {"<H4>Ajustes de seguridad (orvex.ini)</H4>",
-        "<li>ArchivoCFG: cualquier ruta (el comportamiento anterior)</li>",
-        "<li>Ecos: literales: el texto de la solicitud se escribe tal como llega (el comportamiento "
-        "anterior)</li>",
-        "<li>Reservas: s\xF3lo a los servidores de DISPONIBILIDAD:</li>",
-        "<li>CuerpoMaximo: 4096 bytes</li>"}) {
-    EXPECT_TRUE(Contiene(pagina, linea)) << linea << "\n" << pagina;
-  }
-}
-
-// A catalogue of Jet files, as a library keeps them: every check passes,
-// and the write check of the statistics file adds no row, since the Jet
-// engine cannot take one back.
-class DiagnosticoJetTest : public DiagnosticoTest {
- protected:
-  DiagnosticoJetTest() {
-    for (const std::string& archivo : kArchivos) jet_.Copia(kCatalogos / "jet" / archivo, archivo);
-    Configura("BASE:{" + jet_.ruta().string() +
-              "}ENCABEZADO:{<h1>}FORMATO:{<!FICHA!>}SEPARADOR:{<hr>}NOENCONTRADO:{nada}FINAL:{fin}");
-  }
-  fs::path Estadisticas() const { return jet_.ruta() / "estadisticas.mdb"; }
-
-  testing::DirectorioTemporal jet_;
-};
-
-TEST_F(DiagnosticoJetTest, TestAllPassesAndLeavesTheStatisticsFileAsItWas) {
-  const std::int64_t filas = FilasDeConsultas(jet_.ruta());
-  const std::string antes = Bytes(Estadisticas());
-  const std::string pagina = Pagina(TestAll, "TEST_ALL");
-  EXPECT_FALSE(Contiene(pagina, Latin1("falló"))) << pagina;
-  EXPECT_TRUE(Contiene(pagina, " 0 fallaron.</p>")) << pagina;
-  for (const char* linea : {"<li>Formato de KORVEL8.MDB (Jet): correcto</li>",
-                            "<li>Formato de estadisticas.mdb (Jet): correcto</li>",
-                            "<li>Tabla Consultas de estadisticas.mdb: correcto</li>",
-                            "<li>Escritura en estadisticas.mdb: correcto</li>"}) {
-    EXPECT_TRUE(Contiene(pagina, linea)) << linea;
-  }
-  EXPECT_EQ(FilasDeConsultas(jet_.ruta()), filas);
-  EXPECT_EQ(Bytes(Estadisticas()), antes);
-}
-
-// The lock file of a statistics file that another program has open: no row
-// could be written, and the check says so.
-TEST_F(DiagnosticoJetTest, TestAllFailsTheWriteCheckWhileAnotherProgramHoldsTheLockFile) {
-  const fs::path bloqueo = jet_.ruta() / "estadisticas.ldb";
-  std::ofstream(bloqueo) << "";
-  const int fd = ::open(bloqueo.c_str(), O_RDWR | O_CLOEXEC);
-  ASSERT_GE(fd, 0);
-  ASSERT_EQ(::flock(fd, LOCK_EX), 0);
-  const std::string antes = Bytes(Estadisticas());
-  const std::string pagina = Pagina(TestAll, "TEST_ALL");
-  ::close(fd);
-  EXPECT_TRUE(Contiene(pagina, Latin1("<li>Escritura en estadisticas.mdb: falló: "))) << pagina;
-  EXPECT_TRUE(Contiene(pagina, " 1 fallaron.</p>")) << pagina;
-  EXPECT_EQ(Bytes(Estadisticas()), antes);
+  fs::remove(dir_.ruta() / "INDIZADO.MDB");
+  EXPECT_TRUE(Contiene(Pagina(ShowBdt, "SHOW_BDT"),
+                       Latin1("<li>Última indización: desconocida (no se encontró INDIZADO.MDB)</li>")));
 }
 
 }  // namespace
