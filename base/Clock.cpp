@@ -22,10 +22,11 @@ std::string Printf(const char* format, int a, int b, int c, int d = 0, int e = 0
 
 }  // namespace
 
-DateTime SystemClock::Now() {
-  const std::time_t now = std::time(nullptr);
+DateTime SystemClock::Now() { return LocalDateTime(std::time(nullptr)); }
+
+DateTime LocalDateTime(std::time_t instante) {
   std::tm tm{};
-  localtime_r(&now, &tm);
+  localtime_r(&instante, &tm);
   DateTime t;
   t.year = tm.tm_year + 1900;
   t.month = tm.tm_mon + 1;

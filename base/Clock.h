@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ctime>
 #include <string>
 
 namespace orvex {
@@ -15,6 +16,9 @@ struct DateTime {
   int second = 0;
   int weekday = 6;  // 0 Sunday ... 6 Saturday
 };
+
+// `t` in the local time zone.
+DateTime LocalDateTime(std::time_t t);
 
 // The clock: local wall time for dates in pages and file names, and a
 // monotonic millisecond count for timers.

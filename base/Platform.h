@@ -74,6 +74,9 @@ class FileSystem {
   // when it exists but cannot be read.
   virtual std::optional<std::string> ReadRegularFile(const std::string& path,
                                                      std::size_t limit) = 0;
+  // The file's last modification in local time; nullopt when there is no
+  // such file or its time cannot be read.
+  virtual std::optional<DateTime> ModificationTime(const std::string& path) = 0;
 };
 
 // The two engines the gateway cannot work without.

@@ -221,4 +221,12 @@ std::optional<std::string> PosixFileSystem::ReadRegularFile(const std::string& p
   return content;
 }
 
+std::optional<DateTime> PosixFileSystem::ModificationTime(const std::string& path) {
+  struct stat datos {};
+  if (HasNul(path) || ::stat(path.c_str(), &datos) != 0 || !S_ISREG(datos.st_mode)) {
+    return std::nullopt;
+  }
+  return LocalDateTime(datos.st_mtime);
+}
+
 }  // namespace orvex

@@ -48,6 +48,7 @@ class PosixFileSystem : public FileSystem {
   std::vector<std::string> List(const std::string& directory) override;
   std::optional<std::string> RealPath(const std::string& path) override;
   std::optional<std::string> ReadRegularFile(const std::string& path, std::size_t limit) override;
+  std::optional<DateTime> ModificationTime(const std::string& path) override;
 
  private:
   std::string program_directory_;

@@ -1,9 +1,6 @@
 #include "gateway/Diagnostico.h"
 
 #include <algorithm>
-#include <chrono>
-#include <ctime>
-#include <filesystem>
 #include <optional>
 #include <vector>
 
@@ -41,19 +38,12 @@ std::string Consulta(db::Database& db, const std::string& sql) {
 std::string Dos(int n) { return (n < 10 ? "0" : "") + std::to_string(n); }
 
 // The file's modification time as local "dd/mm/yyyy hh:nn:ss"; empty when it
-// cannot be read. The request's file system gives no file times, so this is
-// asked of the operating system directly.
-std::string FechaModificacion(const std::string& ruta) {
-  std::error_code ec;
-  const auto cuando = std::filesystem::last_write_time(ruta, ec);
-  if (ec) return "";
-  const std::time_t t = std::chrono::system_clock::to_time_t(
-      std::chrono::time_point_cast<std::chrono::system_clock::duration>(
-          std::filesystem::file_time_type::clock::to_sys(cuando)));
-  std::tm local{};
-  if (localtime_r(&t, &local) == nullptr) return "";
-  return Dos(local.tm_mday) + "/" + Dos(local.tm_mon + 1) + "/" + std::to_string(local.tm_year + 1900) +
-         " " + Dos(local.tm_hour) + ":" + Dos(local.tm_min) + ":" + Dos(local.tm_sec);
+// cannot be read.
+std::string FechaModificacion(FileSystem& archivos, const std::string& ruta) {
+  const std::optional<DateTime> cuando = archivos.ModificationTime(ruta);
+  if (!cuando) return "";
+  return Dos(cuando->day) + "/" + Dos(cuando->month) + "/" + std::to_string(cuando->year) + " " +
+         Dos(cuando->hour) + ":" + Dos(cuando->minute) + ":" + Dos(cuando->second);
 }
 
 // The record number after the command name; nullopt when there is none or it
@@ -129,7 +119,7 @@ void ShowBdt(cgi::Solicitud& s, const std::string&) {
     Linea(s, Latin1("<li>La base de índice no registra la fecha ni la duración de su "
                     "indización.</li>"));
     const auto indice = BuscaArchivo(s, c.ruta, queries::kIndiceLibros);
-    const std::string fecha = indice ? FechaModificacion(*indice) : "";
+    const std::string fecha = indice ? FechaModificacion(s.sys.archivos, *indice) : "";
     if (fecha.empty()) {
       Linea(s, Latin1("<li>Última indización: desconocida (no se encontró ") +
                    std::string(queries::kIndiceLibros) + ")</li>");

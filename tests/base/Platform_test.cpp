@@ -2,10 +2,13 @@
 
 #include <gtest/gtest.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
+#include <tuple>
 #include <fstream>
 
 #include "base/PosixPlatform.h"
@@ -74,6 +77,30 @@ TEST_F(PosixFiles, ANameWithANulByteNamesNoFile) {
   EXPECT_EQ(testing::ErrorNumberOf([&] { fs_.ReadAll(cortado); }), kErrNombreArchivo);
   EXPECT_FALSE(fs_.Remove(cortado));
   EXPECT_TRUE(fs_.Exists(path));
+}
+
+// The file's time in local time, set here through the system; a directory,
+// a missing file and a name with a NUL have none.
+TEST_F(PosixFiles, GivesAFilesModificationTimeInLocalTime) {
+  const std::string path = dir_ + "/INDIZADO.MDB";
+  fs_.WriteAll(path, "x");
+  std::tm tm{};
+  tm.tm_year = 2008 - 1900;
+  tm.tm_mon = 2;
+  tm.tm_mday = 5;
+  tm.tm_hour = 15;
+  tm.tm_min = 7;
+  tm.tm_sec = 9;
+  tm.tm_isdst = -1;
+  const timespec veces[2] = {{std::mktime(&tm), 0}, {std::mktime(&tm), 0}};
+  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), veces, 0), 0);
+  const std::optional<DateTime> t = fs_.ModificationTime(path);
+  ASSERT_TRUE(t.has_value());
+  EXPECT_EQ(std::tie(t->year, t->month, t->day, t->hour, t->minute, t->second),
+            std::make_tuple(2008, 3, 5, 15, 7, 9));
+  EXPECT_EQ(fs_.ModificationTime(dir_), std::nullopt);
+  EXPECT_EQ(fs_.ModificationTime(dir_ + "/nada"), std::nullopt);
+  EXPECT_EQ(fs_.ModificationTime(path + std::string("\0x", 2)), std::nullopt);
 }
 
 TEST_F(PosixFiles, RaisesTheClassicErrors) {

@@ -71,9 +71,16 @@ class MemoryFileSystem : public FileSystem {
   // holds files resolves to itself; anything else to nothing.
   std::optional<std::string> RealPath(const std::string& path) override;
   std::optional<std::string> ReadRegularFile(const std::string& path, std::size_t limit) override;
+  // The time in `times`, for a file that is there.
+  std::optional<DateTime> ModificationTime(const std::string& path) override {
+    const auto t = times.find(path);
+    if (t == times.end() || files.count(path) == 0) return std::nullopt;
+    return t->second;
+  }
 
   std::string program_directory = "/prog";
   std::map<std::string, std::string> files;
+  std::map<std::string, DateTime> times;  // modification times, by path
   std::set<std::string> unreadable;  // ReadAll and ReadRegularFile raise 70 for these
   std::set<std::string> special;     // files that are not regular (devices, pipes)
   std::map<std::string, std::string> links;  // symbolic links: path => resolved target
