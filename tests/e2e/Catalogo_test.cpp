@@ -7,38 +7,20 @@
 #include <gtest/gtest.h>
 
 #include "base/CodePage.h"
-#include "db/Database.h"
-#include "tests/e2e/Programa.h"
+#include "tests/support/ProgramaCGI.h"
 
 namespace orvex {
 namespace {
 
-using namespace e2e;
+using namespace testing;
 
-const fs::path kCatalogo = fs::path(ORVEX_FIXTURES) / "catalogo" / "sqlite";
+// The catalogue in bases/ with the configurations catalogo.cfg and
+// libros.cfg.
+const Disposicion kCatalogo{.bases = Bases::Sqlite, .de_prueba = {"catalogo.cfg", "libros.cfg"}};
 
-// A program directory with the catalogue in bases/ and the configuration
-// files catalogo.cfg and libros.cfg.
-class ProgramaCatalogo {
- public:
-  explicit ProgramaCatalogo(const std::string& nombre) : programa_(nombre, "") {
-    programa_.Catalogo(kCatalogo);
-    for (const char* cfg : {"catalogo.cfg", "libros.cfg"}) programa_.ConfiguracionDePrueba(cfg);
-  }
-  const fs::path& dir() const { return programa_.dir(); }
-
-  std::string Pagina(const std::string& query) const { return programa_.Pagina(query); }
-
-  std::int64_t Ejemplares() const {
-    auto db = db::OpenDatabase((dir() / "bases" / "KORVEL8.MDB").string(),
-                               CodePage::Windows1252(), {.read_only = true});
-    auto rs = db->OpenRecordset("SELECT count(*) AS n FROM Ejemplares", db::RecordsetType::Snapshot);
-    return rs->Field("n").integer;
-  }
-
- private:
-  ProgramaCGI programa_;
-};
+std::string Ejemplares(const ProgramaCGI& programa) {
+  return programa.Filas("bases/KORVEL8.MDB", "SELECT count(*) AS n FROM Ejemplares").at(0);
+}
 
 struct Caso {
   const char* nombre;
@@ -51,12 +33,11 @@ class PaginasCatalogo : public ::testing::TestWithParam<Caso> {};
 
 TEST_P(PaginasCatalogo, MatchTheirGoldenFiles) {
   const Caso& c = GetParam();
-  const ProgramaCatalogo programa(c.nombre);
+  const ProgramaCGI programa(c.nombre, kCatalogo);
   ComparaConDorado(c.nombre, programa.Pagina(c.query));
 }
 
 constexpr const char* kListado = "ArchivoCFG=catalogo.cfg&ACERVO=CATALOGOS&";
-
 
 INSTANTIATE_TEST_SUITE_P(
     Orvex, PaginasCatalogo,
@@ -105,12 +86,8 @@ INSTANTIATE_TEST_SUITE_P(
 // replaced by the comparison: a "TABLA:" that names a table without one lists
 // the whole table.
 TEST(Catalogo, ACampoHoldingSelectMakesTablaTheStatement) {
-  const ProgramaCatalogo programa("catalogo_select");
-  {
-    auto db = db::OpenDatabase((programa.dir() / "bases" / "KORVEL8.MDB").string(),
-                               CodePage::Windows1252());
-    db->Execute("ALTER TABLE Ejemplares ADD COLUMN Autoselect TEXT");
-  }
+  const ProgramaCGI programa("catalogo_select", kCatalogo);
+  programa.Modifica("bases/KORVEL8.MDB", "ALTER TABLE Ejemplares ADD COLUMN Autoselect TEXT");
   const std::string pagina = programa.Pagina(
       "ArchivoCFG=catalogo.cfg&ACERVO=CATALOGOS&CAMPO=Autoselect&txtLIB=x&Cantidad=2&FichaINI=1");
   EXPECT_NE(pagina.find("Registros 1 a 2 de 452"), std::string::npos) << pagina;
@@ -119,9 +96,9 @@ TEST(Catalogo, ACampoHoldingSelectMakesTablaTheStatement) {
 // The diagnostic pages on the same catalogue, through libros.cfg with the
 // loopback listed as the administrator's address.
 TEST(Diagnostico, PagesOfTheCommands) {
-  const ProgramaCatalogo programa("diagnostico");
-  const fs::path cfg = programa.dir() / "libros.cfg";
-  WriteFile(cfg, ReadFile(cfg) + "\r\nDIAGNOSTICO:\r\n{127.0.0.1\r\n}\r\n");
+  const ProgramaCGI programa("diagnostico", kCatalogo);
+  programa.Escribe("libros.cfg", ReadFile(programa.dir() / "libros.cfg") +
+                                     "\r\nDIAGNOSTICO:\r\n{127.0.0.1\r\n}\r\n");
   ComparaConDorado("diagnostico_show_sec",
                    programa.Pagina("ArchivoCFG=libros.cfg&txtLIB=SHOW_SEC+15"));
   ComparaConDorado("diagnostico_test_all",
@@ -140,35 +117,34 @@ TEST(Diagnostico, PagesOfTheCommands) {
 // A client that "DIAGNOSTICO:" does not list gets the refusal for the
 // reserved commands, and the public ones in full.
 TEST(Diagnostico, ReservedCommandsRefuseOtherClients) {
-  const ProgramaCGI cgi("diagnostico_reservado", "");
+  const ProgramaCGI cgi("diagnostico_reservado", {.archivos = {{"libros.cfg", ""}}});
   Peticion p = Get("ArchivoCFG=libros.cfg&txtLIB=DEBUGCFG");
   p.variables["REMOTE_ADDR"] = "10.0.0.7";
-  const Respuesta r = cgi.Ejecuta(p);
-  ComparaConDorado("diagnostico_reservado", Reemplaza(r.salida, cgi.dir().string(), "@DIR@"));
+  ComparaConDorado("diagnostico_reservado", cgi.Pagina(p));
   p.variables["QUERY_STRING"] = "ArchivoCFG=libros.cfg&txtLIB=SHOW_VER";
-  EXPECT_NE(cgi.Ejecuta(p).salida.find("Motor de bases de datos"), std::string::npos);
+  EXPECT_NE(cgi.Pagina(p).find("Motor de bases de datos"), std::string::npos);
 }
 
 // The listing runs one statement and never writes: a field that appends a
 // second statement, or a "TABLA:" that would write, gets the database's
 // error page, and the table keeps its rows.
 TEST(Catalogo, OneStatementAndNothingWritten) {
-  const ProgramaCatalogo programa("catalogo_inyeccion");
-  const std::int64_t antes = programa.Ejemplares();
+  const ProgramaCGI programa("catalogo_inyeccion", kCatalogo);
+  const std::string antes = Ejemplares(programa);
+  ASSERT_EQ(antes, "452");
   const std::string pagina = programa.Pagina(
       std::string(kListado) +
       "CAMPO=Biblioteca%3D%27x%27%3B+DELETE+FROM+Ejemplares%3B+--&txtLIB=x&Cantidad=2&FichaINI=1");
   EXPECT_NE(pagina.find("Ha ocurrido el siguiente error interno"), std::string::npos) << pagina;
-  EXPECT_EQ(programa.Ejemplares(), antes);
+  EXPECT_EQ(Ejemplares(programa), antes);
 
   std::string cfg = ReadFile(programa.dir() / "catalogo.cfg");
   cfg.replace(cfg.find("{Ejemplares}"), 12, "{Ejemplares WHERE 1=1; DELETE FROM Ejemplares}");
-  WriteFile(programa.dir() / "catalogo.cfg", cfg);
+  programa.Escribe("catalogo.cfg", cfg);
   const std::string otra = programa.Pagina(std::string(kListado) +
                                            "CAMPO=Biblioteca&txtLIB=Central&Cantidad=2&FichaINI=1");
   EXPECT_NE(otra.find("Ha ocurrido el siguiente error interno"), std::string::npos) << otra;
-  EXPECT_EQ(programa.Ejemplares(), antes);
-
+  EXPECT_EQ(Ejemplares(programa), antes);
 }
 
 }  // namespace

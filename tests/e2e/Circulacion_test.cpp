@@ -13,14 +13,12 @@
 #include <vector>
 
 #include "base/CodePage.h"
-#include "tests/e2e/Programa.h"
+#include "tests/support/ProgramaCGI.h"
 
 namespace orvex {
 namespace {
 
-using namespace e2e;
-
-const fs::path kCatalogo = fs::path(ORVEX_FIXTURES) / "catalogo" / "sqlite";
+using namespace testing;
 
 // orvex-circulacion on a free port of the loopback, serving a copy of the
 // fixture catalogue with copy 000217 on loan.
@@ -28,7 +26,7 @@ class ServidorCirculacion {
  public:
   explicit ServidorCirculacion(const fs::path& dir) {
     fs::create_directories(dir);
-    fs::copy_file(kCatalogo / "KORVEL8.MDB", dir / "KORVEL8.MDB",
+    fs::copy_file(CatalogoDePrueba(Bases::Sqlite) / "KORVEL8.MDB", dir / "KORVEL8.MDB",
                   fs::copy_options::overwrite_existing);
     int tubo[2];
     if (pipe(tubo) != 0) return;
@@ -91,15 +89,14 @@ class Circulacion : public ::testing::Test {
   // A directory per test, since ctest runs them side by side.
   ProgramaCGI programa_{
       std::string("circulacion-") +
-          ::testing::UnitTest::GetInstance()->current_test_info()->name(),
-      ""};
+          ::testing::UnitTest::GetInstance()->current_test_info()->name()};
   ServidorCirculacion servidor_{programa_.dir() / "circulacion"};
 
   void SetUp() override {
     ASSERT_GT(servidor_.puerto(), 0);
-    WriteFile(programa_.dir() / "libros.cfg",
-              "DISPONIBILIDAD:\r\n{##00  127.0.0.1 ## " + std::to_string(servidor_.puerto()) +
-                  "\r\n}\r\n" + kSecciones);
+    programa_.Escribe("libros.cfg", "DISPONIBILIDAD:\r\n{##00  127.0.0.1 ## " +
+                                        std::to_string(servidor_.puerto()) + "\r\n}\r\n" +
+                                        kSecciones);
   }
   // The page for a form posted with `cuerpo`, the server's port written
   // as @PUERTO@.
@@ -167,38 +164,11 @@ TEST_F(Circulacion, AServerThatIsGoneIsOneLine) {
             "<h1>Error: no se pudo establecer la conexion: Conexion TimeOut</h1>\r\n");
 }
 
-// A listening socket on the loopback that nobody serves: it shows whether
-// anything tried to connect.
-class Trampa {
- public:
-  Trampa() {
-    fd_ = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in dir{};
-    dir.sin_family = AF_INET;
-    dir.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bind(fd_, reinterpret_cast<sockaddr*>(&dir), sizeof dir);
-    socklen_t largo = sizeof dir;
-    getsockname(fd_, reinterpret_cast<sockaddr*>(&dir), &largo);
-    listen(fd_, 4);
-    puerto_ = ntohs(dir.sin_port);
-  }
-  ~Trampa() { close(fd_); }
-  std::string puerto() const { return std::to_string(puerto_); }
-  // True when a connection is waiting to be taken.
-  bool Tocada() const {
-    pollfd p{fd_, POLLIN, 0};
-    return poll(&p, 1, 0) == 1;
-  }
-
- private:
-  int fd_ = -1;
-  int puerto_ = 0;
-};
-
 // A reservation that names a port or host the configuration does not list:
 // the time-out line, and nothing is connected, however the fields are dressed.
 TEST_F(Circulacion, AReservationGoesOnlyToAListedServer) {
-  Trampa trampa;
+  const Escucha trampa;
+  ASSERT_TRUE(trampa.abierta());
   const std::string listado = std::to_string(servidor_.puerto());
   const struct {
     std::string host, puerto;
@@ -270,18 +240,11 @@ TEST_F(Circulacion, IdleConnectionsDoNotDelayTheServer) {
 // listening queue) and never answers: the real binary ends at the 10 s
 // watchdog with the "Timer Out:" page, for availability and reservations.
 TEST(CirculacionMuda, TheWatchdogEndsTheWait) {
-  const int escucha = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in dir{};
-  dir.sin_family = AF_INET;
-  dir.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ASSERT_EQ(bind(escucha, reinterpret_cast<sockaddr*>(&dir), sizeof dir), 0);
-  socklen_t largo = sizeof dir;
-  getsockname(escucha, reinterpret_cast<sockaddr*>(&dir), &largo);
-  ASSERT_EQ(listen(escucha, 4), 0);
-  const std::string puerto = std::to_string(ntohs(dir.sin_port));
-
-  ProgramaCGI programa("circulacion-muda", "DISPONIBILIDAD:\r\n{##00  127.0.0.1 ## " + puerto +
-                                              "\r\n}\r\n");
+  const Escucha muda;
+  ASSERT_TRUE(muda.abierta());
+  const std::string puerto = muda.puerto();
+  const std::string cfg = "DISPONIBILIDAD:\r\n{##00  127.0.0.1 ## " + puerto + "\r\n}\r\n";
+  const ProgramaCGI programa("circulacion-muda", {.archivos = {{"libros.cfg", cfg}}});
   for (const std::string& cuerpo :
        {std::string("txtLIB=cVERDISP&NoFicha=15"), "txtLIB=CRESERVA&direccionIP=127.0.0.1&puertoTCP=" +
                                           puerto + "&NumAdqui=000216&NumCta=A-17"}) {
@@ -292,7 +255,6 @@ TEST(CirculacionMuda, TheWatchdogEndsTheWait) {
     EXPECT_EQ(r.salida.rfind("<H4>Error en /cgi-bin/orvex</H4>", 0), 0u) << r.salida;
     EXPECT_NE(r.salida.find("Timer Out:52--"), std::string::npos) << r.salida;
   }
-  close(escucha);
 }
 
 }  // namespace

@@ -14,38 +14,18 @@
 
 #include "base/CodePage.h"
 #include "db/jet/Jet4.h"
-#include "tests/e2e/Programa.h"
+#include "tests/support/ProgramaCGI.h"
 
 namespace orvex {
 namespace {
 
-using namespace e2e;
+using namespace testing;
 
-const fs::path kFixtures = fs::path(ORVEX_FIXTURES) / "catalogo";
-
-// A program directory whose bases/ holds the catalogue of `motor` ("jet" or
-// "sqlite"), with the configurations libros.cfg, revistas.cfg and
-// catalogo.cfg of tests/e2e/cfg.
-class Programa {
- public:
-  Programa(const std::string& nombre, const std::string& motor,
-           const fs::path& estadisticas = fs::path())
-      : programa_(nombre, "") {
-    const fs::path bases = programa_.Catalogo(kFixtures / motor);
-    if (!estadisticas.empty()) {
-      fs::copy_file(estadisticas, bases / "estadisticas.mdb", fs::copy_options::overwrite_existing);
-      fs::permissions(bases / "estadisticas.mdb", fs::perms::owner_read | fs::perms::owner_write);
-    }
-    for (const char* cfg : {"libros.cfg", "revistas.cfg", "catalogo.cfg"}) {
-      programa_.ConfiguracionDePrueba(cfg);
-    }
-  }
-  std::string Pagina(const std::string& query) const { return programa_.Pagina(query); }
-  const fs::path& dir() const { return programa_.dir(); }
-
- private:
-  ProgramaCGI programa_;
-};
+// The catalogue in `forma` in bases/, with the configurations libros.cfg,
+// revistas.cfg and catalogo.cfg of tests/e2e/cfg.
+Disposicion En(Bases forma) {
+  return {.bases = forma, .de_prueba = {"libros.cfg", "revistas.cfg", "catalogo.cfg"}};
+}
 
 struct Caso {
   const char* nombre;
@@ -59,8 +39,8 @@ class DosMotores : public ::testing::TestWithParam<Caso> {};
 
 TEST_P(DosMotores, GiveTheSamePage) {
   const Caso& c = GetParam();
-  const Programa jet(std::string("jet_") + c.nombre, "jet");
-  const Programa sqlite(std::string("sqlite_") + c.nombre, "sqlite");
+  const ProgramaCGI jet(std::string("jet_") + c.nombre, En(Bases::Jet));
+  const ProgramaCGI sqlite(std::string("sqlite_") + c.nombre, En(Bases::Sqlite));
   const std::string pagina = sqlite.Pagina(c.query);
   EXPECT_NE(pagina.find(c.contiene), std::string::npos) << pagina.substr(0, 3000);
   EXPECT_EQ(jet.Pagina(c.query), pagina);
@@ -145,7 +125,7 @@ std::vector<std::string> FilasMdbExport(const fs::path& archivo) {
 // the Jet statistics file, which mdb-export and Orvex's reader read back.
 TEST(EstadisticasJet, FiftyConcurrentRequestsEachLeaveTheirRow) {
   if (std::system("command -v mdb-export >/dev/null 2>&1") != 0) GTEST_SKIP() << "sin mdb-export";
-  const Programa jet("jet_estadisticas_concurrentes", "jet");
+  const ProgramaCGI jet("jet_estadisticas_concurrentes", En(Bases::Jet));
   const fs::path archivo = jet.dir() / "bases" / "estadisticas.mdb";
   const std::vector<std::string> antes = FilasMdbExport(archivo);
   const Peticion peticion = Get(LIBROS "txtLIB=novela&Cantidad=10&FichaINI=1");
@@ -179,8 +159,11 @@ TEST(EstadisticasJet, FiftyConcurrentRequestsEachLeaveTheirRow) {
 // not change a Jet table's design, so the row is not written: the page says
 // why and the file is left as it was.
 TEST(EstadisticasJet, AnOldTableIsReportedAndLeftAlone) {
-  const fs::path antigua = kFixtures / "estadisticas-antigua" / "jet" / "estadisticas.mdb";
-  const Programa jet("jet_estadisticas_antiguas", "jet", antigua);
+  const fs::path antigua =
+      fs::path(ORVEX_FIXTURES) / "catalogo" / "estadisticas-antigua" / "jet" / "estadisticas.mdb";
+  Disposicion con_antigua = En(Bases::Jet);
+  con_antigua.copias["bases/estadisticas.mdb"] = antigua;
+  const ProgramaCGI jet("jet_estadisticas_antiguas", con_antigua);
   const std::string pagina = jet.Pagina(LIBROS "txtLIB=novela&Cantidad=10&FichaINI=1");
   EXPECT_NE(pagina.find(Latin1("<H4>Error: 'La instrucción INSERT INTO contiene el siguiente "
                                "nombre de campo desconocido: 'AdvSearch'. Asegúrese de que ha "
@@ -196,7 +179,7 @@ TEST(EstadisticasJet, AnOldTableIsReportedAndLeftAlone) {
 // file is held): the search is served, the row is not written, and the page
 // says why in the writer's words.
 TEST(EstadisticasJet, AFileOpenInAnotherProgramIsNotWritten) {
-  const Programa jet("jet_estadisticas_bloqueadas", "jet");
+  const ProgramaCGI jet("jet_estadisticas_bloqueadas", En(Bases::Jet));
   const fs::path archivo = jet.dir() / "bases" / "estadisticas.mdb";
   const fs::path ldb = jet.dir() / "bases" / "estadisticas.ldb";
   WriteFile(ldb, "PC-BIBLIOTECA                   Admin");
@@ -221,7 +204,7 @@ TEST(EstadisticasJet, AFileOpenInAnotherProgramIsNotWritten) {
 // with the failed-insert message in the writer's words; the file is left
 // as it was.
 TEST(EstadisticasJet, AWriterThatNeverLetsGoDelaysTheRowNotThePage) {
-  const Programa jet("jet_estadisticas_escritor_retenido", "jet");
+  const ProgramaCGI jet("jet_estadisticas_escritor_retenido", En(Bases::Jet));
   const fs::path archivo = jet.dir() / "bases" / "estadisticas.mdb";
   const std::string antes = ReadFile(archivo);
   const int fd = ::open(archivo.c_str(), O_RDWR);

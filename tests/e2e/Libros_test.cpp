@@ -6,53 +6,34 @@
 #include <gtest/gtest.h>
 
 #include <cctype>
-#include <utility>
 #include <vector>
 
 #include "base/CodePage.h"
-#include "db/Database.h"
-#include "tests/e2e/Programa.h"
+#include "tests/support/ProgramaCGI.h"
 
 namespace orvex {
 namespace {
 
-using namespace e2e;
+using namespace testing;
 
-const fs::path kCatalogo = fs::path(ORVEX_FIXTURES) / "catalogo" / "sqlite";
+// The catalogue copied into bases/ and bases2/, and `archivo_cfg` of
+// tests/e2e/cfg as libros.cfg.
+ProgramaCGI ProgramaLibros(const std::string& nombre, const std::string& archivo_cfg) {
+  return ProgramaCGI(nombre, {.bases = Bases::Sqlite, .bases2 = true,
+                              .archivos = {{"libros.cfg", ReadFile(fs::path(ORVEX_E2E_DIR) / "cfg" /
+                                                                   archivo_cfg)}}});
+}
 
-// A program directory with the catalogue copied into bases/ (and bases2/)
-// and `archivo_cfg` of tests/e2e/cfg as its libros.cfg.
-class ProgramaLibros {
- public:
-  ProgramaLibros(const std::string& nombre, const std::string& archivo_cfg)
-      : programa_(nombre, "") {
-    programa_.Catalogo(kCatalogo, "bases");
-    programa_.Catalogo(kCatalogo, "bases2");
-    programa_.ConfiguracionDePrueba(archivo_cfg, "libros.cfg");
-  }
-  const fs::path& dir() const { return programa_.dir(); }
+std::string PaginaLibros(const ProgramaCGI& programa, const std::string& query) {
+  return programa.Pagina("ArchivoCFG=libros.cfg&ACERVO=libros&" + query);
+}
 
-  std::string Pagina(const std::string& query) const {
-    return programa_.Pagina("ArchivoCFG=libros.cfg&ACERVO=libros&" + query);
-  }
-
-  // The rows of "Consultas" in the statistics database of `bases`:
-  // Buscado, Encontrados and AdvSearch of each.
-  std::vector<std::string> Estadisticas(const char* bases = "bases") const {
-    auto db = db::OpenDatabase((dir() / bases / "estadisticas.mdb").string(),
-                               CodePage::Windows1252(), {.read_only = true});
-    std::vector<std::string> filas;
-    for (auto rs = db->OpenRecordset("SELECT * FROM Consultas", db::RecordsetType::Dynaset);
-         !rs->Eof(); rs->MoveNext()) {
-      filas.push_back(rs->Field("Buscado").AsText() + "|" + rs->Field("Encontrados").AsText() +
-                      "|" + rs->Field("AdvSearch").AsText());
-    }
-    return filas;
-  }
-
- private:
-  ProgramaCGI programa_;
-};
+// The rows of "Consultas" in the statistics database of `bases`:
+// Buscado, Encontrados and AdvSearch of each.
+std::vector<std::string> Estadisticas(const ProgramaCGI& programa, const char* bases = "bases") {
+  return programa.Filas(std::string(bases) + "/estadisticas.mdb",
+                        "SELECT Buscado, Encontrados, AdvSearch FROM Consultas");
+}
 
 struct Caso {
   const char* nombre;
@@ -66,8 +47,8 @@ class PaginasLibros : public ::testing::TestWithParam<Caso> {};
 
 TEST_P(PaginasLibros, MatchTheirGoldenFiles) {
   const Caso& c = GetParam();
-  const ProgramaLibros programa(std::string("libros_") + c.nombre, c.cfg);
-  ComparaConDorado(std::string("libros_") + c.nombre, programa.Pagina(c.query));
+  const ProgramaCGI programa = ProgramaLibros(std::string("libros_") + c.nombre, c.cfg);
+  ComparaConDorado(std::string("libros_") + c.nombre, PaginaLibros(programa, c.query));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -97,19 +78,18 @@ INSTANTIATE_TEST_SUITE_P(
     [](const ::testing::TestParamInfo<Caso>& info) { return info.param.nombre; });
 
 TEST(Libros, MissingDatabaseFilesGiveTheirPage) {
-  const ProgramaLibros programa("libros_sin_archivos", "libros.cfg");
+  const ProgramaCGI programa = ProgramaLibros("libros_sin_archivos", "libros.cfg");
   fs::remove(programa.dir() / "bases" / "INDIZADO.MDB");
   ComparaConDorado("libros_sin_archivos",
-                   programa.Pagina("txtLIB=novela&Cantidad=10&FichaINI=1"));
+                   PaginaLibros(programa, "txtLIB=novela&Cantidad=10&FichaINI=1"));
 }
 
 // The installation's own sheet "XSLs/fichaWeb.xsl" fills "<!FICHA3!>", with
 // "Ruta-" pointing into the program's XSLs folder.
 TEST(Libros, TheInstallationsOwnSheetFillsItsPlaceholder) {
-  const ProgramaLibros programa("libros_hoja_propia", "libros.cfg");
-  fs::create_directory(programa.dir() / "XSLs");
-  WriteFile(programa.dir() / "XSLs" / "fichaWeb.xsl",
-            Latin1("<?xml version=\"1.0\"?>\r\n"
+  const ProgramaCGI programa = ProgramaLibros("libros_hoja_propia", "libros.cfg");
+  programa.Escribe("XSLs/fichaWeb.xsl",
+                   Latin1("<?xml version=\"1.0\"?>\r\n"
                    "<xsl:stylesheet version=\"1.0\" "
                    "xmlns:xsl=\"http://www.w3.org/1999/XSL/Transform\">\r\n"
                    "<xsl:template match=\"/\"><html><body>"
@@ -119,7 +99,7 @@ TEST(Libros, TheInstallationsOwnSheetFillsItsPlaceholder) {
                    "<a href=\"{@url}\"><xsl:value-of select=\".\"/></a></xsl:for-each>"
                    "</body></html></xsl:template>\r\n</xsl:stylesheet>\r\n"));
   ComparaConDorado("libros_hoja_propia",
-                   programa.Pagina("txtLIB=quijote&Cantidad=10&FichaINI=1"));
+                   PaginaLibros(programa, "txtLIB=quijote&Cantidad=10&FichaINI=1"));
 }
 
 // The same placeholder filled by a sheet in the working-draft dialect, as
@@ -127,37 +107,37 @@ TEST(Libros, TheInstallationsOwnSheetFillsItsPlaceholder) {
 // sorted copies, zero-based indexes, case-insensitive tests, a script
 // idiom, and a script that cannot run and leaves the rest of the card alone.
 TEST(Libros, TheInstallationsWorkingDraftSheetFillsItsPlaceholder) {
-  const ProgramaLibros programa("libros_hoja_borrador", "libros.cfg");
-  fs::create_directory(programa.dir() / "XSLs");
-  fs::copy_file(fs::path(ORVEX_E2E_DIR) / ".." / "xslt" / "wd" / "fichaWeb.xsl",
-                programa.dir() / "XSLs" / "fichaWeb.xsl");
-  const std::string pagina = programa.Pagina("txtLIB=quijote&Cantidad=10&FichaINI=1");
+  const ProgramaCGI programa = ProgramaLibros("libros_hoja_borrador", "libros.cfg");
+  programa.Escribe("XSLs/fichaWeb.xsl",
+                   ReadFile(fs::path(ORVEX_E2E_DIR) / ".." / "xslt" / "wd" / "fichaWeb.xsl"));
+  const std::string pagina = PaginaLibros(programa, "txtLIB=quijote&Cantidad=10&FichaINI=1");
   EXPECT_EQ(pagina.find("Error executing"), std::string::npos);
   ComparaConDorado("libros_hoja_borrador", pagina);
 }
 
 TEST(Libros, EverySearchLeavesOneStatisticsRow) {
-  const ProgramaLibros programa("libros_estadisticas", "libros.cfg");
-  const std::vector<std::string> antes = programa.Estadisticas();
-  programa.Pagina("txtLIB=novela&Cantidad=10&FichaINI=11");
-  programa.Pagina("txtLIB=zzzz&Cantidad=10&FichaINI=1");
-  programa.Pagina("BUSQ_AVANZADA=1&txtEXPR1=cervantes&opCAMPO1=2&Cantidad=5&FichaINI=1");
-  std::vector<std::string> despues = programa.Estadisticas();
+  const ProgramaCGI programa = ProgramaLibros("libros_estadisticas", "libros.cfg");
+  const std::vector<std::string> antes = Estadisticas(programa);
+  PaginaLibros(programa, "txtLIB=novela&Cantidad=10&FichaINI=11");
+  PaginaLibros(programa, "txtLIB=zzzz&Cantidad=10&FichaINI=1");
+  PaginaLibros(programa, "BUSQ_AVANZADA=1&txtEXPR1=cervantes&opCAMPO1=2&Cantidad=5&FichaINI=1");
+  std::vector<std::string> despues = Estadisticas(programa);
   ASSERT_EQ(despues.size(), antes.size() + 3);
   despues.erase(despues.begin(), despues.begin() + static_cast<long>(antes.size()));
   EXPECT_EQ(despues, (std::vector<std::string>{"NOVELA|29|2", "ZZZZ|0|2", "CERVANTES|1|3"}));
 }
 
 TEST(Libros, AnAdvancedSearchOverEveryCollectionRecordsOneRowEach) {
-  const ProgramaLibros programa("libros_estadisticas_varias", "multibase.cfg");
-  const size_t antes1 = programa.Estadisticas("bases").size();
-  const size_t antes2 = programa.Estadisticas("bases2").size();
-  programa.Pagina("BUSQ_AVANZADA=1&BaseDTA=99&txtEXPR1=novela&opCAMPO1=0&Cantidad=10&FichaINI=1");
-  EXPECT_EQ(programa.Estadisticas("bases").size(), antes1 + 1);
+  const ProgramaCGI programa = ProgramaLibros("libros_estadisticas_varias", "multibase.cfg");
+  const size_t antes1 = Estadisticas(programa, "bases").size();
+  const size_t antes2 = Estadisticas(programa, "bases2").size();
+  PaginaLibros(programa,
+               "BUSQ_AVANZADA=1&BaseDTA=99&txtEXPR1=novela&opCAMPO1=0&Cantidad=10&FichaINI=1");
+  EXPECT_EQ(Estadisticas(programa, "bases").size(), antes1 + 1);
   // A collection whose files are missing does not change RutaBase: its row,
   // and the row of the "##99" line that closes the list, go to the
   // statistics of the collection searched before it.
-  EXPECT_EQ(programa.Estadisticas("bases2").size(), antes2 + 3);
+  EXPECT_EQ(Estadisticas(programa, "bases2").size(), antes2 + 3);
 }
 
 // --- request text echoed into pages ---------------------------------------------
@@ -207,30 +187,16 @@ const char kCfgRevistas[] =
     "FINAL:{<p><input value=\"<!ACERVO!>|<!TXTLIB!>|<!TXTTIT!>|<!TXTAUT!>|<!TXTTEM!>|"
     "<!TXTISBN!>|<!TXTEDIT!>\"></p></body></html>}\r\n";
 
-// A program directory with the catalogue and the configurations above, the
-// book one also under the hostile name.
-class ProgramaEcos {
- public:
-  ProgramaEcos(const std::string& nombre, bool literales) : programa_(nombre, "") {
-    programa_.Catalogo(kCatalogo);
-    for (const auto& [archivo, texto] :
-         {std::pair<std::string, const char*>{"libros.cfg", kCfgLibros}, {kCfgHostil, kCfgLibros},
-          {"varios.cfg", kCfgVarios}, {"listado.cfg", kCfgListado}, {"revistas.cfg", kCfgRevistas}}) {
-      programa_.Configuracion(archivo, texto);
-    }
-    if (literales) WriteFile(dir() / "orvex.ini", "Ecos = literales\n");
-  }
-  const fs::path& dir() const { return programa_.dir(); }
-  std::string Pagina(const std::string& query) const {
-    const Respuesta r = programa_.Ejecuta(Get(query));
-    EXPECT_TRUE(r.termino);
-    EXPECT_EQ(r.estado, 0);
-    return r.salida;
-  }
-
- private:
-  ProgramaCGI programa_;
-};
+// The catalogue and the configurations above, the book one also under the
+// hostile name; "Ecos = literales" in orvex.ini when `literales`.
+Disposicion DisposicionEcos(bool literales) {
+  Disposicion d{.bases = Bases::Sqlite,
+                .archivos = {{"libros.cfg", kCfgLibros}, {kCfgHostil, kCfgLibros},
+                             {"varios.cfg", kCfgVarios}, {"listado.cfg", kCfgListado},
+                             {"revistas.cfg", kCfgRevistas}}};
+  if (literales) d.archivos["orvex.ini"] = "Ecos = literales\n";
+  return d;
+}
 
 struct Eco {
   const char* nombre;
@@ -291,13 +257,13 @@ class Ecos : public ::testing::TestWithParam<Eco> {};
 // it holds it as the request sent it, as it always did.
 TEST_P(Ecos, RequestTextIsEscapedUnlessTheInstallationAsksForLiteralEchoes) {
   const Eco& e = GetParam();
-  const ProgramaEcos escapado(std::string("ecos_") + e.nombre, false);
+  const ProgramaCGI escapado(std::string("ecos_") + e.nombre, DisposicionEcos(false));
   const std::string pagina = Minusculas(escapado.Pagina(e.query));
   EXPECT_EQ(pagina.find("<script"), std::string::npos) << pagina;
   EXPECT_NE(pagina.find("&lt;script&gt;"), std::string::npos) << pagina;
   EXPECT_NE(pagina.find(e.atributo), std::string::npos) << e.atributo << "\n" << pagina;
 
-  const ProgramaEcos literal(std::string("ecos_literales_") + e.nombre, true);
+  const ProgramaCGI literal(std::string("ecos_literales_") + e.nombre, DisposicionEcos(true));
   const std::string antigua = Minusculas(literal.Pagina(e.query));
   EXPECT_NE(antigua.find("<script>"), std::string::npos) << antigua;
   EXPECT_EQ(antigua.find("&lt;script&gt;"), std::string::npos) << antigua;

@@ -5,47 +5,32 @@
 
 #include <gtest/gtest.h>
 
-#include "base/CodePage.h"
-#include "db/Database.h"
-#include "tests/e2e/Programa.h"
+#include "tests/support/ProgramaCGI.h"
 
 namespace orvex {
 namespace {
 
-using namespace e2e;
+using namespace testing;
 
-const fs::path kCatalogo = fs::path(ORVEX_FIXTURES) / "catalogo" / "sqlite";
+// The catalogue in bases/ and revistas.cfg.
+const Disposicion kRevistas{.bases = Bases::Sqlite, .de_prueba = {"revistas.cfg"}};
+constexpr const char* kKorvel = "bases/KORVEL8.MDB";
 
-// A program directory with the catalogue in bases/ and revistas.cfg.
-class ProgramaRevistas {
- public:
-  explicit ProgramaRevistas(const std::string& nombre) : programa_(nombre, "") {
-    programa_.Catalogo(kCatalogo);
-    programa_.ConfiguracionDePrueba("revistas.cfg");
-  }
-  const fs::path& dir() const { return programa_.dir(); }
+std::string PaginaRevistas(const ProgramaCGI& programa, const std::string& query) {
+  return programa.Pagina("ArchivoCFG=revistas.cfg&" + query);
+}
 
-  std::string Pagina(const std::string& query) const {
-    return programa_.Pagina("ArchivoCFG=revistas.cfg&" + query);
-  }
-
-  // An installation's own sheet in the program's XSLs folder.
-  void Hoja(const std::string& archivo, const std::string& raiz) const {
-    fs::create_directories(dir() / "XSLs");
-    WriteFile(dir() / "XSLs" / archivo,
-              "<?xml version=\"1.0\"?>\r\n<xsl:stylesheet version=\"1.0\" "
-              "xmlns:xsl=\"http://www.w3.org/1999/XSL/Transform\">\r\n"
-              "<xsl:template match=\"/\"><html><body><dl class=\"margen1\">"
-              "<xsl:for-each select=\"" + raiz + "/*[name() != 'ETIQUETAS'] | " + raiz +
-              "/ETIQUETAS/*\"><dt><xsl:value-of select=\"name()\"/></dt>"
-              "<dd><xsl:value-of select=\".\"/></dd></xsl:for-each>"
-              "<img src=\"Ruta-revista.png\"/></dl></body></html></xsl:template>\r\n"
-              "</xsl:stylesheet>\r\n");
-  }
-
- private:
-  ProgramaCGI programa_;
-};
+// An installation's own sheet listing every field under `raiz`.
+std::string Hoja(const std::string& raiz) {
+  return "<?xml version=\"1.0\"?>\r\n<xsl:stylesheet version=\"1.0\" "
+         "xmlns:xsl=\"http://www.w3.org/1999/XSL/Transform\">\r\n"
+         "<xsl:template match=\"/\"><html><body><dl class=\"margen1\">"
+         "<xsl:for-each select=\"" + raiz + "/*[name() != 'ETIQUETAS'] | " + raiz +
+         "/ETIQUETAS/*\"><dt><xsl:value-of select=\"name()\"/></dt>"
+         "<dd><xsl:value-of select=\".\"/></dd></xsl:for-each>"
+         "<img src=\"Ruta-revista.png\"/></dl></body></html></xsl:template>\r\n"
+         "</xsl:stylesheet>\r\n";
+}
 
 struct Caso {
   const char* nombre;
@@ -59,10 +44,13 @@ class PaginasRevistas : public ::testing::TestWithParam<Caso> {};
 
 TEST_P(PaginasRevistas, MatchTheirGoldenFiles) {
   const Caso& c = GetParam();
-  const ProgramaRevistas programa(c.nombre);
-  if (std::string(c.hoja) == "pp_propia.xsl") programa.Hoja(c.hoja, "ficha");
-  if (std::string(c.hoja) == "pp_propia_ana.xsl") programa.Hoja(c.hoja, "Analitica");
-  ComparaConDorado(c.nombre, programa.Pagina(c.query));
+  Disposicion d = kRevistas;
+  if (*c.hoja) {
+    d.archivos[std::string("XSLs/") + c.hoja] =
+        Hoja(std::string(c.hoja) == "pp_propia.xsl" ? "ficha" : "Analitica");
+  }
+  const ProgramaCGI programa(c.nombre, d);
+  ComparaConDorado(c.nombre, PaginaRevistas(programa, c.query));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -94,27 +82,23 @@ INSTANTIATE_TEST_SUITE_P(
 // Without KORVEL8.MDB the page ends with the database message; without the
 // word index the databases do not open and the unexpected-error page ends it.
 TEST(Revistas, MissingDatabaseFilesEndThePage) {
-  const ProgramaRevistas sin_biblio("revistas_sin_biblio");
+  const ProgramaCGI sin_biblio("revistas_sin_biblio", kRevistas);
   fs::remove(sin_biblio.dir() / "bases" / "KORVEL8.MDB");
   ComparaConDorado("revistas_sin_biblio",
-                   sin_biblio.Pagina("ACERVO=REVISTAS&txtLIB=publicaciones&Cantidad=4"));
-  const ProgramaRevistas sin_indice("articulos_sin_indice");
+                   PaginaRevistas(sin_biblio, "ACERVO=REVISTAS&txtLIB=publicaciones&Cantidad=4"));
+  const ProgramaCGI sin_indice("articulos_sin_indice", kRevistas);
   fs::remove(sin_indice.dir() / "bases" / "indizaPP.MDB");
   ComparaConDorado("articulos_sin_indice",
-                   sin_indice.Pagina("ACERVO=ARTICULOS&txtLIB=historia&Cantidad=3"));
+                   PaginaRevistas(sin_indice, "ACERVO=ARTICULOS&txtLIB=historia&Cantidad=3"));
 }
 
 // An accession number with an apostrophe finds its copy's articles.
 TEST(Revistas, AnAccessionNumberWithAnApostropheFindsItsArticles) {
-  const ProgramaRevistas programa("articulos_apostrofo");
-  {
-    auto db = db::OpenDatabase((programa.dir() / "bases" / "KORVEL8.MDB").string(),
-                               CodePage::Windows1252());
-    db->Execute("INSERT INTO Analiticas (ID, numadqui, EtiquetasMARC) VALUES (41, 'P''01', "
-                "'\xA6" "245Entre comillas.\xCC')");
-  }
+  const ProgramaCGI programa("articulos_apostrofo", kRevistas);
+  programa.Modifica(kKorvel, "INSERT INTO Analiticas (ID, numadqui, EtiquetasMARC) VALUES (41, "
+                             "'P''01', '\xA6" "245Entre comillas.\xCC')");
   const std::string pagina =
-      programa.Pagina("ACERVO=ARTICULOS&txtNumadqui=P%2701&Cantidad=3");
+      PaginaRevistas(programa, "ACERVO=ARTICULOS&txtNumadqui=P%2701&Cantidad=3");
   EXPECT_NE(pagina.find("Ficha 41 (posici\xF3n 1) de 1"), std::string::npos) << pagina;
   EXPECT_NE(pagina.find("<p>Entre comillas.</p>"), std::string::npos);
   EXPECT_EQ(pagina.find("Error"), std::string::npos);
@@ -122,19 +106,15 @@ TEST(Revistas, AnAccessionNumberWithAnApostropheFindsItsArticles) {
 
 // A display that fails says which one and why, and the page goes on.
 TEST(Revistas, AFailingDisplayIsReportedAndThePageGoesOn) {
-  const ProgramaRevistas programa("revistas_display_fallido");
-  {
-    auto db = db::OpenDatabase((programa.dir() / "bases" / "KORVEL8.MDB").string(),
-                               CodePage::Windows1252());
-    db->Execute("DROP TABLE [Fichas Revistas]");
-    db->Execute("DROP TABLE Analiticas");
-  }
+  const ProgramaCGI programa("revistas_display_fallido", kRevistas);
+  programa.Modifica(kKorvel, "DROP TABLE [Fichas Revistas]");
+  programa.Modifica(kKorvel, "DROP TABLE Analiticas");
   const std::string revistas =
-      programa.Pagina("ACERVO=REVISTAS&txtLIB=publicaciones&Cantidad=2&FichaINI=1");
+      PaginaRevistas(programa, "ACERVO=REVISTAS&txtLIB=publicaciones&Cantidad=2&FichaINI=1");
   EXPECT_NE(revistas.find("Error en mod. DisplyRegRevista ["), std::string::npos) << revistas;
   EXPECT_NE(revistas.find("<p>Fin: 1-2 de 20"), std::string::npos);
   const std::string articulos =
-      programa.Pagina("ACERVO=ARTICULOS&txtLIB=historia&Cantidad=2&FichaINI=1");
+      PaginaRevistas(programa, "ACERVO=ARTICULOS&txtLIB=historia&Cantidad=2&FichaINI=1");
   EXPECT_NE(articulos.find("Error en mod. DisplyReg_ANA ["), std::string::npos) << articulos;
   EXPECT_NE(articulos.find("<p>Fin: 1-2 de "), std::string::npos);
 }

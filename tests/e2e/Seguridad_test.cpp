@@ -2,25 +2,17 @@
 // against the real binary: each must fail, and the page must be what a
 // reader should see. Every test here failed while its attack worked.
 
-#include <arpa/inet.h>
-#include <fcntl.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
-#include "base/CodePage.h"
-#include "db/Database.h"
 #include "db/JetSql.h"
-#include "tests/e2e/Programa.h"
+#include "tests/support/ProgramaCGI.h"
 
 namespace orvex {
 namespace {
 
-using namespace e2e;
+using namespace testing;
 
-const fs::path kCatalogo = fs::path(ORVEX_FIXTURES) / "catalogo" / "sqlite";
+constexpr const char* kKorvel = "bases/KORVEL8.MDB";
 const std::string kSinCFG = "No se encontr\xF3 la definici\xF3n del archivo CFG";
 const std::string kTiempoAgotado = "Timer Out:52--";
 
@@ -43,45 +35,21 @@ const std::string kConfiguracion =
 
 // A program directory with the catalogue in bases/ and the configuration
 // above as libros.cfg (or the one given).
-class Instalacion {
- public:
-  explicit Instalacion(const std::string& nombre, std::string cfg = kConfiguracion)
-      : programa_("seguridad_" + nombre, "") {
-    fs::copy(kCatalogo, dir() / "bases", fs::copy_options::recursive);
-    Configura("libros.cfg", std::move(cfg));
-  }
-  const fs::path& dir() const { return programa_.dir(); }
-  fs::path Bases() const { return dir() / "bases"; }
+ProgramaCGI Instalacion(const std::string& nombre, const std::string& cfg = kConfiguracion) {
+  return ProgramaCGI("seguridad_" + nombre,
+                     {.bases = Bases::Sqlite, .archivos = {{"libros.cfg", cfg}}});
+}
 
-  void Configura(const std::string& archivo, std::string cfg) const {
-    WriteFile(dir() / archivo, Reemplaza(std::move(cfg), "@BASES@", Bases().string()));
-  }
+// Standard output is a pipe, as web servers give it: a page that writes a
+// message and then the error page keeps both.
+std::string PorTubo(const ProgramaCGI& programa, const std::string& query) {
+  return programa.Pagina(APipe(Get(query)));
+}
 
-  Respuesta Ejecuta(const Peticion& p) const {
-    Respuesta r = programa_.Ejecuta(p);
-    EXPECT_TRUE(r.termino) << "the request did not end in time";
-    EXPECT_EQ(r.estado, 0);
-    return r;
-  }
-  // Standard output is a pipe, as web servers give it: a page that writes a
-  // message and then the error page keeps both.
-  std::string Pagina(const std::string& query) const { return Ejecuta(APipe(Get(query))).salida; }
-
-  // The rows of the statistics table, each as "Buscado|IP_Address".
-  std::vector<std::string> Estadisticas() const {
-    auto db = db::OpenDatabase((Bases() / "estadisticas.mdb").string(), CodePage::Windows1252(),
-                               {.read_only = true});
-    std::vector<std::string> filas;
-    for (auto rs = db->OpenRecordset("SELECT * FROM Consultas", db::RecordsetType::Dynaset);
-         !rs->Eof(); rs->MoveNext()) {
-      filas.push_back(rs->Field("Buscado").AsText() + "|" + rs->Field("IP_Address").AsText());
-    }
-    return filas;
-  }
-
- private:
-  ProgramaCGI programa_;
-};
+// The rows of the statistics table, each as "Buscado|IP_Address".
+std::vector<std::string> Estadisticas(const ProgramaCGI& programa) {
+  return programa.Filas("bases/estadisticas.mdb", "SELECT Buscado, IP_Address FROM Consultas");
+}
 
 // --- attacks that one request makes ---------------------------------------------
 
@@ -151,12 +119,10 @@ class UnaPeticion : public ::testing::TestWithParam<Ataque> {};
 
 TEST_P(UnaPeticion, FailsAndTheReaderSeesAnOrdinaryPage) {
   const Ataque& a = GetParam();
-  const Instalacion instalacion(a.nombre);
+  const ProgramaCGI instalacion = Instalacion(a.nombre);
   Peticion p = APipe(Get(a.query));
-  for (const auto& [k, v] : a.variables) {
-    p.variables[k] = Reemplaza(v, "@BASES@", instalacion.Bases().string());
-  }
-  const std::string pagina = instalacion.Ejecuta(p).salida;
+  for (const auto& [k, v] : a.variables) p.variables[k] = instalacion.Rellena(v);
+  const std::string pagina = instalacion.Pagina(p);
   for (const std::string& texto : a.debe) {
     EXPECT_NE(pagina.find(texto), std::string::npos) << "missing: " << texto << "\n" << pagina;
   }
@@ -174,14 +140,14 @@ INSTANTIATE_TEST_SUITE_P(Orvex, UnaPeticion, ::testing::ValuesIn(Ataques()),
 // program; naming that log as the configuration once served the attacker's
 // header to anyone sent the link.
 TEST(Ataques, TheLogOfAFailedRequestIsNeverAConfiguration) {
-  Instalacion instalacion("bitacora", "BASE:{ }\r\nENCABEZADO:{<html>}\r\n");
+  const ProgramaCGI instalacion = Instalacion("bitacora", "BASE:{ }\r\nENCABEZADO:{<html>}\r\n");
   Peticion falla = APipe(Get("ArchivoCFG=libros.cfg&ACERVO=libros&txtLIB=novela"));
   falla.variables["HTTP_USER_AGENT"] = "ENCABEZADO:{<script>alert(1)</script>}";
-  const std::string error = instalacion.Ejecuta(falla).salida;
+  const std::string error = instalacion.Pagina(falla);
   ASSERT_NE(error.find("La ruta obtenida para la BD es invalida"), std::string::npos) << error;
   ASSERT_TRUE(fs::exists(instalacion.dir() / "20081215_093011-.log"));
   const std::string pagina =
-      instalacion.Pagina("ArchivoCFG=20081215_093011-.log&ACERVO=libros&txtLIB=novela");
+      PorTubo(instalacion, "ArchivoCFG=20081215_093011-.log&ACERVO=libros&txtLIB=novela");
   EXPECT_NE(pagina.find(kSinCFG), std::string::npos) << pagina;
   EXPECT_EQ(pagina.find("<script>"), std::string::npos) << pagina;
 }
@@ -190,8 +156,8 @@ TEST(Ataques, TheLogOfAFailedRequestIsNeverAConfiguration) {
 // the client's address, or with an empty name) once went unquoted into the
 // INSERT.
 TEST(Ataques, TheStatisticsRowTakesTheClientTextAsText) {
-  const Instalacion instalacion("estadisticas");
-  const std::size_t antes = instalacion.Estadisticas().size();
+  const ProgramaCGI instalacion = Instalacion("estadisticas");
+  const std::size_t antes = Estadisticas(instalacion).size();
   struct Caso {
     std::string direccion, campo, texto;
   } casos[] = {
@@ -206,36 +172,38 @@ TEST(Ataques, TheStatisticsRowTakesTheClientTextAsText) {
     Peticion p = APipe(Get("ArchivoCFG=libros.cfg&ACERVO=libros&txtLIB=novela&" +
                            Codifica(c.campo) + "=" + Codifica(c.texto)));
     p.variables["REMOTE_ADDR"] = c.direccion;
-    const std::string pagina = instalacion.Ejecuta(p).salida;
+    const std::string pagina = instalacion.Pagina(p);
     EXPECT_EQ(pagina.find("Agregar registro"), std::string::npos) << pagina;
-    const std::vector<std::string> estadisticas = instalacion.Estadisticas();
+    const std::vector<std::string> estadisticas = Estadisticas(instalacion);
     ASSERT_EQ(estadisticas.size(), ++filas) << c.texto;
     // The field named after REMOTE_ADDR, "-", the one named after REMOTE_HOST
     // (unset: the field with the empty name).
     const std::string cliente = c.texto + "-" + (c.direccion.empty() ? c.texto : "");
     EXPECT_EQ(estadisticas.back(), "NOVELA|" + cliente.substr(0, 100)) << c.texto;
   }
-  EXPECT_LT(fs::file_size(instalacion.Bases() / "estadisticas.mdb"), 10u << 20);
+  EXPECT_LT(fs::file_size(instalacion.dir() / "bases" / "estadisticas.mdb"), 10u << 20);
 }
 
 // /proc/self/fd/1 is the process's own output: reading it once blocked the
 // process for ever, even with the old rule for names.
 TEST(Ataques, ItsOwnOutputPipeIsNeverReadEvenWithTheOldNameRule) {
-  const Instalacion instalacion("salida_propia");
+  const ProgramaCGI instalacion = Instalacion("salida_propia");
   for (const bool antiguo : {false, true}) {
-    WriteFile(instalacion.dir() / "orvex.ini", antiguo ? "ArchivoCFG = cualquier_ruta\n" : "");
+    instalacion.Escribe("orvex.ini", antiguo ? "ArchivoCFG = cualquier_ruta\n" : "");
     Peticion p = APipe(Get("ArchivoCFG=/proc/self/fd/1&ACERVO=libros&txtLIB=novela"));
     p.limite_s = 8;
-    const Respuesta r = instalacion.Ejecuta(p);
-    EXPECT_NE(r.salida.find(kSinCFG), std::string::npos) << antiguo << r.salida;
+    const std::string pagina = instalacion.Pagina(p);
+    EXPECT_NE(pagina.find(kSinCFG), std::string::npos) << antiguo << pagina;
   }
 }
 
 // A body of "=" and "&" signs is a field for every two bytes.
 TEST(Ataques, ABodyOfEmptyFieldsTakesASmallMultipleOfItsSize) {
-  const Instalacion instalacion("campos_vacios");
+  const ProgramaCGI instalacion = Instalacion("campos_vacios");
   const auto memoria = [&](const std::string& cuerpo) {
-    return instalacion.Ejecuta(Post(cuerpo, "ArchivoCFG=libros.cfg&txtLIB=show_ver")).memoria_kb;
+    const Respuesta r = instalacion.Ejecuta(Post(cuerpo, "ArchivoCFG=libros.cfg&txtLIB=show_ver"));
+    EXPECT_TRUE(r.termino && r.estado == 0) << r.estado;
+    return r.memoria_kb;
   };
   const long base = memoria("a=1");
   std::string cuerpo;
@@ -254,48 +222,33 @@ TEST(Ataques, ABodyOfEmptyFieldsTakesASmallMultipleOfItsSize) {
 // The reservation once connected to whatever address and port the request
 // named, and sent request text there.
 TEST(Ataques, AReservationGoesOnlyToAListedServer) {
-  const int escucha = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
-  ASSERT_GE(escucha, 0);
-  sockaddr_in dir{};
-  dir.sin_family = AF_INET;
-  dir.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t largo = sizeof dir;
-  ASSERT_EQ(bind(escucha, reinterpret_cast<sockaddr*>(&dir), sizeof dir), 0);
-  ASSERT_EQ(listen(escucha, 4), 0);
-  ASSERT_EQ(getsockname(escucha, reinterpret_cast<sockaddr*>(&dir), &largo), 0);
-  const std::string puerto = std::to_string(ntohs(dir.sin_port));
-
-  const Instalacion instalacion(
-      "reserva", kConfiguracion + "DISPONIBILIDAD:{##00  127.0.0.1 ## 1\r\n}\r\n");
-  const std::string pagina = instalacion.Pagina(
-      "ArchivoCFG=libros.cfg&txtLIB=CRESERVA&direccionIP=127.0.0.1&puertoTCP=" + puerto +
+  const Escucha escucha;
+  ASSERT_TRUE(escucha.abierta());
+  const ProgramaCGI instalacion =
+      Instalacion("reserva", kConfiguracion + "DISPONIBILIDAD:{##00  127.0.0.1 ## 1\r\n}\r\n");
+  const std::string pagina = PorTubo(
+      instalacion,
+      "ArchivoCFG=libros.cfg&txtLIB=CRESERVA&direccionIP=127.0.0.1&puertoTCP=" + escucha.puerto() +
       "&NumAdqui=" + Codifica("A1\r\nGET / HTTP/1.0\r\n\r\n") + "&NumCta=7");
   EXPECT_NE(pagina.find("<h1>Error: no se pudo establecer la conexion: Conexion TimeOut</h1>"),
             std::string::npos)
       << pagina;
-  EXPECT_LT(accept(escucha, nullptr, nullptr), 0) << "a connection was made";
-  close(escucha);
+  EXPECT_FALSE(escucha.Tocada()) << "a connection was made";
 }
 
 // Catalogue text once became a live "javascript:" link in the table of fields.
 TEST(Ataques, CatalogueTextMakesNoScriptLinks) {
-  const Instalacion instalacion("enlaces");
-  {
-    auto db = db::OpenDatabase((instalacion.Bases() / "KORVEL8.MDB").string(),
-                               CodePage::Windows1252());
-    auto rs = db->OpenRecordset("SELECT EtiquetasMARC FROM Fichas WHERE Ficha_No = 15",
-                                db::RecordsetType::Dynaset);
-    std::string etiquetas = rs->Field("EtiquetasMARC").AsText();
-    rs->Close();
-    const std::size_t fin = etiquetas.rfind('\xCC');
-    ASSERT_NE(fin, std::string::npos);
-    etiquetas.insert(fin, "\xA6" "500[URL{javascript:alert(1)}] [DOC{ JaVa\tScRiPt&#58;x}] "
-                          "[URL{http://biblioteca.example/x}]");
-    db->Execute("UPDATE Fichas SET EtiquetasMARC = " + db::CitaTexto(etiquetas) +
-                " WHERE Ficha_No = 15");
-  }
+  const ProgramaCGI instalacion = Instalacion("enlaces");
+  std::string etiquetas =
+      instalacion.Filas(kKorvel, "SELECT EtiquetasMARC FROM Fichas WHERE Ficha_No = 15").at(0);
+  const std::size_t fin = etiquetas.rfind('\xCC');
+  ASSERT_NE(fin, std::string::npos);
+  etiquetas.insert(fin, "\xA6" "500[URL{javascript:alert(1)}] [DOC{ JaVa\tScRiPt&#58;x}] "
+                        "[URL{http://biblioteca.example/x}]");
+  instalacion.Modifica(kKorvel, "UPDATE Fichas SET EtiquetasMARC = " + db::CitaTexto(etiquetas) +
+                                    " WHERE Ficha_No = 15");
   const std::string pagina =
-      instalacion.Pagina("ArchivoCFG=libros.cfg&ACERVO=libros&txtNoFicha=15&mostrarFICHABDL=1");
+      PorTubo(instalacion, "ArchivoCFG=libros.cfg&ACERVO=libros&txtNoFicha=15&mostrarFICHABDL=1");
   EXPECT_NE(pagina.find("<a href=\"http://biblioteca.example/x\""), std::string::npos) << pagina;
   EXPECT_EQ(pagina.find("href=\"javascript"), std::string::npos) << pagina;
   EXPECT_EQ(pagina.find("href=\" JaVa"), std::string::npos) << pagina;
@@ -314,20 +267,19 @@ const std::string kHojaExponencial =
     "</xsl:if></xsl:template></xsl:stylesheet>";
 
 TEST(Ataques, ARunawaySheetEndsWithTheWatchdogsPage) {
-  const Instalacion instalacion("hoja_exponencial");
-  fs::create_directories(instalacion.dir() / "XSLs");
-  WriteFile(instalacion.dir() / "XSLs" / "fichaWeb.xsl", kHojaExponencial);
+  const ProgramaCGI instalacion = Instalacion("hoja_exponencial");
+  instalacion.Escribe("XSLs/fichaWeb.xsl", kHojaExponencial);
   Peticion p = Get("ArchivoCFG=libros.cfg&ACERVO=libros&txtNoFicha=15");
   p.limite_s = 30;
-  const std::string pagina = instalacion.Ejecuta(p).salida;
+  const std::string pagina = instalacion.Pagina(p);
   EXPECT_NE(pagina.find(kTiempoAgotado), std::string::npos) << pagina;
 }
 
 TEST(Ataques, ABodyThatNeverComesEndsWithTheWatchdogsPage) {
-  const Instalacion instalacion("cuerpo_lento");
+  const ProgramaCGI instalacion = Instalacion("cuerpo_lento");
   Peticion p = ConLongitud(Post("ArchivoCFG=libros.cfg&txtLIB=", ""), "1000");
   p.limite_s = 30;
-  const std::string pagina = instalacion.Ejecuta(p).salida;
+  const std::string pagina = instalacion.Pagina(p);
   EXPECT_NE(pagina.find(kTiempoAgotado), std::string::npos) << pagina;
 }
 
