@@ -12,7 +12,7 @@
 #include "db/Database.h"
 #include "records/CargaFicha.h"
 #include "search/Indice.h"
-#include "tests/catalogo/MARCPrueba.h"
+#include "tests/support/MARCPrueba.h"
 #include "tests/support/Fakes.h"
 
 namespace orvex::catalogo {

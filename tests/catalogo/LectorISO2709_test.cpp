@@ -6,7 +6,7 @@
 
 #include "catalogo/RegistroMARC.h"
 #include "catalogo/TextoMARC.h"
-#include "tests/catalogo/MARCPrueba.h"
+#include "tests/support/MARCPrueba.h"
 
 namespace orvex::catalogo {
 namespace {

@@ -10,7 +10,7 @@
 #include "base/CodePage.h"
 #include "catalogo/LectorISO2709.h"
 #include "catalogo/TextoMARC.h"
-#include "tests/catalogo/MARCPrueba.h"
+#include "tests/support/MARCPrueba.h"
 
 namespace orvex::catalogo {
 namespace {

@@ -11,7 +11,7 @@
 #include "catalogo/Catalogo.h"
 #include "db/Database.h"
 #include "gateway/CGI_Main.h"
-#include "tests/catalogo/MARCPrueba.h"
+#include "tests/support/MARCPrueba.h"
 #include "tests/support/Fakes.h"
 #include "xslt/MotorLibxslt.h"
 

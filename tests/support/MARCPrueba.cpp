@@ -1,4 +1,4 @@
-#include "tests/catalogo/MARCPrueba.h"
+#include "tests/support/MARCPrueba.h"
 
 #include <cstdio>
 #include <fstream>
