@@ -55,7 +55,7 @@ std::string Value::AsText() const {
   return std::string();
 }
 
-bool LeeFechaIso(std::string_view s, DateTime& t) {
+bool ParseIsoDate(std::string_view s, DateTime& t) {
   int y, mo, d, h = 0, mi = 0, se = 0;
   const std::string text(s);
   const int n = std::sscanf(text.c_str(), "%4d-%2d-%2d %2d:%2d:%2d", &y, &mo, &d, &h, &mi, &se);
@@ -73,12 +73,12 @@ Motor MotorDeArchivo(const std::string& path) {
   if (path.find('\0') != std::string::npos) return Motor::Ilegible;
   const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) return Motor::Ilegible;
-  char cabecera[20];
-  const ssize_t n = ::read(fd, cabecera, sizeof cabecera);
+  char header[20];
+  const ssize_t n = ::read(fd, header, sizeof header);
   ::close(fd);
-  const std::string_view leido(cabecera, n > 0 ? static_cast<std::size_t>(n) : 0);
-  if (leido.starts_with(std::string_view("SQLite format 3\0", 16))) return Motor::Sqlite;
-  if (leido.size() >= 19 && leido.substr(4, 15) == "Standard Jet DB") return Motor::Jet;
+  const std::string_view start(header, n > 0 ? static_cast<std::size_t>(n) : 0);
+  if (start.starts_with(std::string_view("SQLite format 3\0", 16))) return Motor::Sqlite;
+  if (start.size() >= 19 && start.substr(4, 15) == "Standard Jet DB") return Motor::Jet;
   return Motor::Desconocido;
 }
 

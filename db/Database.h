@@ -40,7 +40,7 @@ struct Value {
 
 // Reads "yyyy-mm-dd" or "yyyy-mm-dd hh:nn:ss", the form in which the
 // catalogues store dates, with the day of the week; false for anything else.
-bool LeeFechaIso(std::string_view texto, DateTime& fecha);
+bool ParseIsoDate(std::string_view text, DateTime& date);
 
 enum class RecordsetType { Table, Dynaset, Snapshot };
 
@@ -87,7 +87,7 @@ class Database {
 
   // A number no other database opened by this process has: what a caller
   // learned about one database is never taken for another's.
-  std::uint64_t Serie() const { return serie_; }
+  std::uint64_t Serie() const { return serial_; }
 
   // A table by name (type Table) or a statement in the catalogue's SQL
   // dialect (Dynaset, Snapshot).
@@ -108,8 +108,8 @@ class Database {
   virtual void Close() = 0;
 
  private:
-  inline static std::uint64_t abiertas_ = 0;
-  const std::uint64_t serie_ = ++abiertas_;
+  inline static std::uint64_t opened_ = 0;
+  const std::uint64_t serial_ = ++opened_;
 };
 
 struct OpenOptions {

@@ -42,10 +42,10 @@ std::optional<std::string> IsoDate(std::string_view s) {
     if (!Number(s, i, hour) || !Skip(s, i, ':') || !Number(s, i, minute)) return std::nullopt;
     if (Skip(s, i, ':') && !Number(s, i, second)) return std::nullopt;
     while (i < s.size() && s[i] == ' ') ++i;
-    const std::string resto = UpperLatin1(s.substr(i));
-    if (resto == "PM" && hour < 12) hour += 12;
-    else if (resto == "AM" && hour == 12) hour = 0;
-    else if (!resto.empty() && resto != "AM" && resto != "PM") return std::nullopt;
+    const std::string rest = UpperLatin1(s.substr(i));
+    if (rest == "PM" && hour < 12) hour += 12;
+    else if (rest == "AM" && hour == 12) hour = 0;
+    else if (!rest.empty() && rest != "AM" && rest != "PM") return std::nullopt;
   }
   if (year < 100) year += year < 30 ? 2000 : 1900;
   if (month < 1 || month > 12 || day < 1 || day > 31 || hour > 23 || minute > 59 || second > 59) {
@@ -128,26 +128,26 @@ bool MatchOne(std::string_view pattern, std::size_t& p, char c) {
 // earlier ones can keep what they took. The work is at most the pattern's
 // length times the text's, whatever the pattern.
 bool Like(std::string_view pattern, std::string_view text) {
-  constexpr std::size_t kSinComodin = std::string_view::npos;
+  constexpr std::size_t kNoStar = std::string_view::npos;
   std::size_t p = 0, t = 0;
-  std::size_t tras_comodin = kSinComodin;  // the pattern just after the last "*"
-  std::size_t desde = 0;                   // where that "*"'s run ends in the text
+  std::size_t after_star = kNoStar;  // the pattern just after the last "*"
+  std::size_t star_end = 0;          // where that "*"'s run ends in the text
   while (t < text.size()) {
     if (p < pattern.size() && pattern[p] == '*') {
       while (p < pattern.size() && pattern[p] == '*') ++p;
-      tras_comodin = p;
-      desde = t;
+      after_star = p;
+      star_end = t;
       continue;
     }
-    std::size_t siguiente = p;
-    if (p < pattern.size() && MatchOne(pattern, siguiente, text[t])) {
-      p = siguiente;
+    std::size_t next = p;
+    if (p < pattern.size() && MatchOne(pattern, next, text[t])) {
+      p = next;
       ++t;
       continue;
     }
-    if (tras_comodin == kSinComodin) return false;
-    p = tras_comodin;
-    t = ++desde;
+    if (after_star == kNoStar) return false;
+    p = after_star;
+    t = ++star_end;
   }
   while (p < pattern.size() && pattern[p] == '*') ++p;
   return p == pattern.size();
@@ -190,15 +190,15 @@ std::string JetToSqlite(std::string_view jet) {
       i = j + 1;
     } else if (c == '#') {
       const std::size_t j = jet.find('#', i + 1);
-      const auto fecha = j == std::string_view::npos
+      const auto date = j == std::string_view::npos
                              ? std::nullopt
                              : IsoDate(jet.substr(i + 1, j - i - 1));
-      if (!fecha) {
+      if (!date) {
         out += c;
         ++i;
         continue;
       }
-      out += '\'' + *fecha + '\'';
+      out += '\'' + *date + '\'';
       i = j + 1;
     } else if (c == '&') {
       out += "||";
@@ -211,13 +211,13 @@ std::string JetToSqlite(std::string_view jet) {
   return out;
 }
 
-std::string CitaTexto(std::string_view texto) {
-  std::string citado = "'";
-  for (char c : texto) {
-    citado += c;
-    if (c == '\'') citado += '\'';
+std::string CitaTexto(std::string_view text) {
+  std::string quoted = "'";
+  for (char c : text) {
+    quoted += c;
+    if (c == '\'') quoted += '\'';
   }
-  return citado + "'";
+  return quoted + "'";
 }
 
 bool JetLike(std::string_view pattern, std::string_view text) { return Like(pattern, text); }

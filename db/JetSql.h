@@ -29,7 +29,7 @@ bool JetLike(std::string_view pattern, std::string_view text);
 
 // A text as a literal of the dialect: between apostrophes, its own
 // apostrophes doubled ("P'01" gives "'P''01'").
-std::string CitaTexto(std::string_view texto);
+std::string CitaTexto(std::string_view text);
 
 // Compares two code-page texts without regard to letter case (Latin-1
 // folding): negative, zero or positive.

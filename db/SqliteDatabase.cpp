@@ -24,33 +24,34 @@ namespace {
 // wait for a lock. The handlers run inside SQLite and never throw: they note
 // that the deadline passed and make the engine stop, and the statement's
 // caller throws TiempoAgotado once SQLite has returned.
-struct Vigia {
-  Plazo* plazo = nullptr;  // none: only the engine's own limits apply
-  int espera_ms = 0;       // the longest wait for another writer's lock
-  bool vencido = false;    // a handler stopped the engine at the deadline
-  std::optional<EsperaAcotada> espera;  // the wait for a lock under way
+struct DeadlineWatch {
+  Plazo* deadline = nullptr;  // none: only the engine's own limits apply
+  int lock_wait_ms = 0;       // the longest wait for another writer's lock
+  bool stopped = false;       // a handler stopped the engine at the deadline
+  std::optional<EsperaAcotada> lock_wait;  // the wait for a lock under way
 
   // True once the deadline has passed, as noted or as the deadline says.
-  bool Vence() noexcept {
-    if (!vencido && plazo != nullptr) vencido = plazo->Vencido();
-    return vencido;
+  bool Passed() noexcept {
+    if (!stopped && deadline != nullptr) stopped = deadline->Vencido();
+    return stopped;
   }
 };
 
 // VM steps between two looks at the deadline: a look costs a clock read,
 // and a few thousand steps take some microseconds.
-constexpr int kPasosEntreMiradas = 4096;
+constexpr int kStepsBetweenLooks = 4096;
 
-int MiraPlazo(void* vigia) { return static_cast<Vigia*>(vigia)->Vence() ? 1 : 0; }
+int CheckDeadline(void* watch) { return static_cast<DeadlineWatch*>(watch)->Passed() ? 1 : 0; }
 
-// The wait for a lock that another connection holds, for at most espera_ms,
-// never past the deadline. SQLite counts the calls of one wait in `veces`.
-int EsperaTurno(void* datos, int veces) {
-  auto& vigia = *static_cast<Vigia*>(datos);
-  if (veces == 0) vigia.espera.emplace(vigia.espera_ms, vigia.plazo);
-  switch (vigia.espera->Pausa()) {
+// The wait for a lock that another connection holds, for at most
+// lock_wait_ms, never past the deadline. SQLite counts the calls of one wait
+// in `calls`.
+int WaitForLock(void* data, int calls) {
+  auto& watch = *static_cast<DeadlineWatch*>(data);
+  if (calls == 0) watch.lock_wait.emplace(watch.lock_wait_ms, watch.deadline);
+  switch (watch.lock_wait->Pausa()) {
     case EsperaAcotada::Paso::Sigue: return 1;
-    case EsperaAcotada::Paso::Vencida: vigia.vencido = true; return 0;
+    case EsperaAcotada::Paso::Vencida: watch.stopped = true; return 0;
     case EsperaAcotada::Paso::Agotada: return 0;
   }
   return 0;
@@ -58,14 +59,14 @@ int EsperaTurno(void* datos, int veces) {
 
 // The longest LIKE pattern: one like() call runs to its end between two
 // looks at the deadline, in time that grows with the pattern's length.
-constexpr int kLargoPatronLike = 1000;
+constexpr int kLikePatternMax = 1000;
 
 // --- errors --------------------------------------------------------------------
 
 // Raises the engine's error `rc` as a RuntimeError; TiempoAgotado instead
 // when a handler of the connection stopped the engine at the deadline.
-[[noreturn]] void RaiseEngine(sqlite3* db, int rc, const Vigia* vigia = nullptr) {
-  if (vigia != nullptr && vigia->vencido) throw TiempoAgotado{};
+[[noreturn]] void RaiseEngine(sqlite3* db, int rc, const DeadlineWatch* watch = nullptr) {
+  if (watch != nullptr && watch->stopped) throw TiempoAgotado{};
   const std::string detail = db != nullptr ? sqlite3_errmsg(db) : sqlite3_errstr(rc);
   switch (rc & 0xFF) {
     case SQLITE_BUSY:
@@ -124,9 +125,9 @@ void LikeFunction(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
   if (pattern.size() > static_cast<std::size_t>(sqlite3_limit(
                            sqlite3_context_db_handle(ctx), SQLITE_LIMIT_LIKE_PATTERN_LENGTH, -1))) {
     // Plain ASCII: the message reaches the page as it is.
-    const std::string mensaje = "el texto buscado es demasiado largo: se comparan a lo sumo " +
-                                std::to_string(kLargoPatronLike) + " caracteres";
-    sqlite3_result_error(ctx, mensaje.c_str(), -1);
+    const std::string message = "el texto buscado es demasiado largo: se comparan a lo sumo " +
+                                std::to_string(kLikePatternMax) + " caracteres";
+    sqlite3_result_error(ctx, message.c_str(), -1);
     return;
   }
   const bool match = JetLike(page.FromUtf8(pattern), page.FromUtf8(TextArg(argv[1])));
@@ -151,7 +152,7 @@ Value ColumnValue(sqlite3_stmt* stmt, int i, const CodePage& page) {
       const std::string_view utf8(text == nullptr ? "" : text,
                                   static_cast<size_t>(sqlite3_column_bytes(stmt, i)));
       DateTime t;
-      if (IsDateType(sqlite3_column_decltype(stmt, i)) && LeeFechaIso(utf8, t)) return Value::Of(t);
+      if (IsDateType(sqlite3_column_decltype(stmt, i)) && ParseIsoDate(utf8, t)) return Value::Of(t);
       return Value::Of(page.FromUtf8(utf8));
     }
   }
@@ -187,23 +188,23 @@ std::string Quoted(std::string_view name) {
 // finished, ready for the next recordset that runs the same text. A request
 // opens a recordset per lookup, and preparing the same few statements again
 // and again cost more than running them.
-struct Memoria {
-  Vigia vigia;  // the connection's handlers look at it
-  std::optional<std::vector<std::string>> tablas;
-  std::map<std::string, std::vector<std::string>, std::less<>> indices;
-  std::multimap<std::string, sqlite3_stmt*, std::less<>> libres;
-  bool cerrada = false;
+struct ConnectionState {
+  DeadlineWatch watch;  // the connection's handlers look at it
+  std::optional<std::vector<std::string>> tables;
+  std::map<std::string, std::vector<std::string>, std::less<>> index_columns;
+  std::multimap<std::string, sqlite3_stmt*, std::less<>> idle;
+  bool closed = false;
 
-  ~Memoria() { Cierra(); }
-  void Cierra() {
-    for (auto& [sql, st] : libres) sqlite3_finalize(st);
-    libres.clear();
-    cerrada = true;
+  ~ConnectionState() { Close(); }
+  void Close() {
+    for (auto& [sql, st] : idle) sqlite3_finalize(st);
+    idle.clear();
+    closed = true;
   }
   // A statement may have changed the schema.
-  void Olvida() {
-    tablas.reset();
-    indices.clear();
+  void ForgetSchema() {
+    tables.reset();
+    index_columns.clear();
   }
 };
 
@@ -211,26 +212,26 @@ struct Memoria {
 // memory goes back there, reset, when it is done.
 class Statement {
  public:
-  Statement(std::shared_ptr<Memoria> memoria, sqlite3* db, const std::string& utf8_sql)
-      : db_(db), vigia_(&memoria->vigia), memoria_(std::move(memoria)) {
-    const auto libre = memoria_->libres.find(utf8_sql);
-    if (libre != memoria_->libres.end()) {
-      stmt_ = libre->second;
-      memoria_->libres.erase(libre);
+  Statement(std::shared_ptr<ConnectionState> state, sqlite3* db, const std::string& utf8_sql)
+      : db_(db), watch_(&state->watch), state_(std::move(state)) {
+    const auto idle = state_->idle.find(utf8_sql);
+    if (idle != state_->idle.end()) {
+      stmt_ = idle->second;
+      state_->idle.erase(idle);
     } else {
-      Prepara(utf8_sql);
+      Prepare(utf8_sql);
     }
     sql_ = utf8_sql;
   }
-  Statement(const Vigia& vigia, sqlite3* db, const std::string& utf8_sql)
-      : db_(db), vigia_(&vigia) {
-    Prepara(utf8_sql);
+  Statement(const DeadlineWatch& watch, sqlite3* db, const std::string& utf8_sql)
+      : db_(db), watch_(&watch) {
+    Prepare(utf8_sql);
   }
   ~Statement() {
-    if (memoria_ && !memoria_->cerrada && stmt_ != nullptr) {
+    if (state_ && !state_->closed && stmt_ != nullptr) {
       sqlite3_reset(stmt_);
       sqlite3_clear_bindings(stmt_);
-      memoria_->libres.emplace(std::move(sql_), stmt_);
+      state_->idle.emplace(std::move(sql_), stmt_);
     } else {
       sqlite3_finalize(stmt_);
     }
@@ -244,16 +245,16 @@ class Statement {
     const int rc = sqlite3_step(stmt_);
     if (rc == SQLITE_ROW) return true;
     if (rc == SQLITE_DONE) return false;
-    RaiseEngine(db_, rc, vigia_);
+    RaiseEngine(db_, rc, watch_);
   }
   void Reset() { sqlite3_reset(stmt_); }
 
  private:
-  void Prepara(const std::string& utf8_sql) {
+  void Prepare(const std::string& utf8_sql) {
     const char* tail = nullptr;
     const int rc = sqlite3_prepare_v2(db_, utf8_sql.c_str(), static_cast<int>(utf8_sql.size()),
                                       &stmt_, &tail);
-    if (rc != SQLITE_OK) RaiseEngine(db_, rc, vigia_);
+    if (rc != SQLITE_OK) RaiseEngine(db_, rc, watch_);
     if (stmt_ == nullptr) throw RuntimeError(kErrSintaxis, Latin1("Instrucción SQL vacía."));
     for (; tail != nullptr && *tail != '\0'; ++tail) {
       if (*tail != ' ' && *tail != '\t' && *tail != '\r' && *tail != '\n' && *tail != ';') {
@@ -266,8 +267,8 @@ class Statement {
   }
 
   sqlite3* db_;
-  const Vigia* vigia_;
-  std::shared_ptr<Memoria> memoria_;
+  const DeadlineWatch* watch_;
+  std::shared_ptr<ConnectionState> state_;
   std::string sql_;
   sqlite3_stmt* stmt_ = nullptr;
 };
@@ -276,26 +277,26 @@ class Statement {
 
 class SqliteRecordset : public Recordset {
  public:
-  SqliteRecordset(sqlite3* db, std::shared_ptr<Memoria> memoria, const CodePage& page,
+  SqliteRecordset(sqlite3* db, std::shared_ptr<ConnectionState> state, const CodePage& page,
                   std::string sql, std::string table)
-      : db_(db), memoria_(std::move(memoria)), page_(page), table_(std::move(table)) {
+      : db_(db), state_(std::move(state)), page_(page), table_(std::move(table)) {
     // A table is walked from its first row only if the caller walks before
     // choosing an index or seeking; SQL runs at once, so that its errors
     // come from opening it.
     if (table_.empty()) {
       Open(std::move(sql), {});
     } else {
-      pendiente_ = std::move(sql);
+      pending_ = std::move(sql);
     }
   }
 
   bool Eof() override {
-    Asegura();
+    StartPending();
     return closed_ || !on_row_;
   }
 
   void MoveNext() override {
-    Asegura();
+    StartPending();
     RequireRow();
     if (cached_) {
       cached_ = false;
@@ -307,7 +308,7 @@ class SqliteRecordset : public Recordset {
   }
 
   void MoveFirst() override {
-    Asegura();
+    StartPending();
     RequireOpen();
     cached_ = false;
     stmt_->Reset();
@@ -317,7 +318,7 @@ class SqliteRecordset : public Recordset {
   }
 
   void MoveLast() override {
-    Asegura();
+    StartPending();
     RequireRow();
     if (cached_) return;
     std::vector<Value> last = CurrentRow();
@@ -331,12 +332,12 @@ class SqliteRecordset : public Recordset {
   }
 
   std::int64_t RecordCount() override {
-    Asegura();
+    StartPending();
     return reached_;
   }
 
   Value Field(std::string_view name) override {
-    Asegura();
+    StartPending();
     const int i = ColumnIndex(name);
     RequireRow();
     if (cached_) return row_[static_cast<size_t>(i)];
@@ -344,7 +345,7 @@ class SqliteRecordset : public Recordset {
   }
 
   std::string FieldBytes(std::string_view name) override {
-    Asegura();
+    StartPending();
     const int i = ColumnIndex(name);
     RequireRow();
     if (cached_ || sqlite3_column_type(stmt_->get(), i) != SQLITE_BLOB) return Field(name).AsText();
@@ -354,7 +355,7 @@ class SqliteRecordset : public Recordset {
   }
 
   std::vector<std::string> FieldNames() override {
-    Asegura();
+    StartPending();
     RequireOpen();
     std::vector<std::string> names;
     const int n = sqlite3_column_count(stmt_->get());
@@ -365,8 +366,8 @@ class SqliteRecordset : public Recordset {
   void SetIndex(std::string_view index) override {
     RequireTable();
     index_columns_ = IndexColumns(index);
-    ++generacion_;
-    pendiente_ = "SELECT " + (select_.empty() ? std::string("*") : select_) + " FROM " +
+    ++generation_;
+    pending_ = "SELECT " + (select_.empty() ? std::string("*") : select_) + " FROM " +
                  Quoted(page_.ToUtf8(table_)) + " ORDER BY " + ColumnList("");
   }
 
@@ -374,12 +375,12 @@ class SqliteRecordset : public Recordset {
     RequireTable();
     select_.clear();
     for (const std::string& name : names) select_ += (select_.empty() ? "" : ",") + Quoted(page_.ToUtf8(name));
-    ++generacion_;
+    ++generation_;
   }
 
   void Seek(std::string_view op, const std::vector<Value>& keys) override {
     RequireTable();
-    pendiente_.reset();
+    pending_.reset();
     if (index_columns_.empty()) {
       throw RuntimeError(kErrOperacionNoValida, Latin1("No se ha establecido el índice."));
     }
@@ -387,7 +388,7 @@ class SqliteRecordset : public Recordset {
       throw RuntimeError(kErrSintaxis, Latin1("Número de claves incorrecto para el índice."));
     }
     if (op == "=" || op == ">=" || op == ">") {
-      SeekDirecto(op, keys);
+      SeekForward(op, keys);
       return;
     }
     std::vector<std::string> key_columns(index_columns_.begin(),
@@ -401,8 +402,8 @@ class SqliteRecordset : public Recordset {
       throw RuntimeError(kErrSintaxis, Latin1("Operador de búsqueda no válido: ") + std::string(op));
     }
     // The last entry that qualifies, then the walk forward from it.
-    Statement last(memoria_, db_, from + " WHERE " + lhs + " " + std::string(op) + " " + rhs +
-                            " ORDER BY " + ColumnList(" DESC") + " LIMIT 1");
+    Statement last(state_, db_, from + " WHERE " + lhs + " " + std::string(op) + " " + rhs +
+                                    " ORDER BY " + ColumnList(" DESC") + " LIMIT 1");
     for (size_t i = 0; i < keys.size(); ++i) Bind(db_, last.get(), static_cast<int>(i + 1), keys[i], page_);
     if (!last.Step()) {
       no_match_ = true;
@@ -423,12 +424,12 @@ class SqliteRecordset : public Recordset {
   bool NoMatch() override { return no_match_; }
 
   void Close() override {
-    pendiente_.reset();
+    pending_.reset();
     stmt_ = nullptr;
     owned_.reset();
     seeks_.clear();
-    preparados_.clear();
-    retirados_.clear();
+    prepared_seeks_.clear();
+    retired_.clear();
     closed_ = true;
   }
 
@@ -438,79 +439,79 @@ class SqliteRecordset : public Recordset {
   // result columns of the keys, and only rebound afterwards: a phrase makes
   // a seek per occurrence of a word, and building the statement's text each
   // time cost more than the engine's own work.
-  struct SeekPreparado {
+  struct PreparedSeek {
     std::string op;
-    size_t claves = 0;
-    unsigned generacion = 0;
+    size_t key_count = 0;
+    unsigned generation = 0;
     std::unique_ptr<Statement> stmt;
-    std::vector<int> columnas;  // the result column of each key, -1 when not read
+    std::vector<int> key_columns;  // the result column of each key, -1 when not read
   };
 
-  void SeekDirecto(std::string_view op, const std::vector<Value>& keys) {
+  void SeekForward(std::string_view op, const std::vector<Value>& keys) {
     const std::string_view start_op = op == "=" ? ">=" : op;
-    SeekPreparado* seek = nullptr;
-    for (SeekPreparado& s : preparados_) {
-      if (s.op == start_op && s.claves == keys.size()) seek = &s;
+    PreparedSeek* seek = nullptr;
+    for (PreparedSeek& s : prepared_seeks_) {
+      if (s.op == start_op && s.key_count == keys.size()) seek = &s;
     }
     if (seek == nullptr) {
-      seek = &preparados_.emplace_back();
+      seek = &prepared_seeks_.emplace_back();
       seek->op = std::string(start_op);
-      seek->claves = keys.size();
+      seek->key_count = keys.size();
     }
-    if (!seek->stmt || seek->generacion != generacion_) {
+    if (!seek->stmt || seek->generation != generation_) {
       // The statement being walked may be the old one: it stays until Close.
-      if (seek->stmt) retirados_.push_back(std::move(seek->stmt));
+      if (seek->stmt) retired_.push_back(std::move(seek->stmt));
       const std::vector<std::string> key_columns(
           index_columns_.begin(), index_columns_.begin() + static_cast<long>(keys.size()));
       seek->stmt = std::make_unique<Statement>(
-          memoria_, db_, "SELECT " + (select_.empty() ? std::string("*") : select_) + " FROM " +
-                   Quoted(page_.ToUtf8(table_)) + " WHERE (" + Join(key_columns) + ") " +
-                   std::string(start_op) + " (" + Placeholders(keys.size()) + ") ORDER BY " +
-                   ColumnList(""));
-      seek->columnas.clear();
+          state_, db_, "SELECT " + (select_.empty() ? std::string("*") : select_) + " FROM " +
+                           Quoted(page_.ToUtf8(table_)) + " WHERE (" + Join(key_columns) + ") " +
+                           std::string(start_op) + " (" + Placeholders(keys.size()) + ") ORDER BY " +
+                           ColumnList(""));
+      seek->key_columns.clear();
       for (const std::string& column : key_columns) {
-        seek->columnas.push_back(ColumnIndexIn(seek->stmt->get(), page_.FromUtf8(column)));
+        seek->key_columns.push_back(ColumnIndexIn(seek->stmt->get(), page_.FromUtf8(column)));
       }
-      seek->generacion = generacion_;
+      seek->generation = generation_;
     }
     Statement* st = seek->stmt.get();
-    Usa(st, keys);
+    Walk(st, keys);
     no_match_ = !on_row_;
     if (!on_row_ || op != "=") return;
     for (size_t i = 0; i < keys.size() && !no_match_; ++i) {
-      const int columna = seek->columnas[i];
-      if (columna < 0) NoEncontrado(page_.FromUtf8(index_columns_[i]));
+      const int column = seek->key_columns[i];
+      if (column < 0) RaiseNoSuchField(page_.FromUtf8(index_columns_[i]));
       if (keys[i].type == Value::Type::Integer &&
-          sqlite3_column_type(st->get(), columna) == SQLITE_INTEGER) {
-        no_match_ = sqlite3_column_int64(st->get(), columna) != keys[i].integer;
+          sqlite3_column_type(st->get(), column) == SQLITE_INTEGER) {
+        no_match_ = sqlite3_column_int64(st->get(), column) != keys[i].integer;
       } else {
-        no_match_ = ColumnValue(st->get(), columna, page_).AsText() != keys[i].AsText();
+        no_match_ = ColumnValue(st->get(), column, page_).AsText() != keys[i].AsText();
       }
     }
   }
 
   // Makes `utf8_sql` the statement walked, bound to `params`; a seek's
   // statement is kept for the next seek of the same shape.
-  void Open(std::string utf8_sql, const std::vector<Value>& params, bool reutilizable = false) {
+  void Open(std::string utf8_sql, const std::vector<Value>& params, bool reusable = false) {
     Statement* st = nullptr;
-    if (reutilizable) {
+    if (reusable) {
       std::unique_ptr<Statement>& cached = seeks_[utf8_sql];
-      if (!cached) cached = std::make_unique<Statement>(memoria_, db_, utf8_sql);
+      if (!cached) cached = std::make_unique<Statement>(state_, db_, utf8_sql);
       st = cached.get();
     } else {
-      owned_ = std::make_unique<Statement>(memoria_, db_, utf8_sql);
+      owned_ = std::make_unique<Statement>(state_, db_, utf8_sql);
       stmt_ = nullptr;  // a new statement: no field looked up yet
       st = owned_.get();
     }
-    Usa(st, params);
+    Walk(st, params);
   }
 
   // Makes `st` the statement walked, bound afresh to `params`, on its first
   // row.
-  void Usa(Statement* st, const std::vector<Value>& params) {
+  void Walk(Statement* st, const std::vector<Value>& params) {
     st->Reset();
     sqlite3_clear_bindings(st->get());
-    if (stmt_ != st) columnas_.clear();
+    if (stmt_ != st) known_columns_.clear();
     stmt_ = st;
     for (size_t i = 0; i < params.size(); ++i) Bind(db_, st->get(), static_cast<int>(i + 1), params[i], page_);
     cached_ = false;
@@ -521,14 +522,14 @@ class SqliteRecordset : public Recordset {
   }
 
   // Opens the walk that SetIndex or the table's opening left for later.
-  void Asegura() {
-    if (!pendiente_) return;
-    std::string sql = std::move(*pendiente_);
-    pendiente_.reset();
+  void StartPending() {
+    if (!pending_) return;
+    std::string sql = std::move(*pending_);
+    pending_.reset();
     Open(std::move(sql), {});
   }
 
-  [[noreturn]] static void NoEncontrado(std::string_view name) {
+  [[noreturn]] static void RaiseNoSuchField(std::string_view name) {
     throw RuntimeError(kErrElementoNoEncontrado,
                        Latin1("Elemento no encontrado en esta colección: ") + std::string(name));
   }
@@ -560,12 +561,12 @@ class SqliteRecordset : public Recordset {
 
   int ColumnIndex(std::string_view name) {
     RequireOpen();
-    for (const auto& [conocido, indice] : columnas_) {
-      if (conocido == name) return indice;
+    for (const auto& [known, column] : known_columns_) {
+      if (known == name) return column;
     }
     const int i = ColumnIndexIn(stmt_->get(), name);
-    if (i < 0) NoEncontrado(name);
-    columnas_.emplace_back(std::string(name), i);
+    if (i < 0) RaiseNoSuchField(name);
+    known_columns_.emplace_back(std::string(name), i);
     return i;
   }
 
@@ -580,17 +581,17 @@ class SqliteRecordset : public Recordset {
   // call it "<table>_<index>"; "PrimaryKey" is the table's primary key.
   std::vector<std::string> IndexColumns(std::string_view index) {
     const std::string name = page_.ToUtf8(table_) + "_" + page_.ToUtf8(index);
-    const std::string clave = UpperLatin1(page_.FromUtf8(name));
-    const auto conocido = memoria_->indices.find(clave);
-    if (conocido != memoria_->indices.end()) return conocido->second;
+    const std::string key = UpperLatin1(page_.FromUtf8(name));
+    const auto known = state_->index_columns.find(key);
+    if (known != state_->index_columns.end()) return known->second;
     std::vector<std::string> columns;
     {
-      Statement info(memoria_->vigia, db_, "SELECT name FROM pragma_index_info(?) ORDER BY seqno");
+      Statement info(state_->watch, db_, "SELECT name FROM pragma_index_info(?) ORDER BY seqno");
       sqlite3_bind_text(info.get(), 1, name.c_str(), static_cast<int>(name.size()), SQLITE_TRANSIENT);
       while (info.Step()) columns.emplace_back(reinterpret_cast<const char*>(sqlite3_column_text(info.get(), 0)));
     }
     if (columns.empty() && EqualsIgnoringCase(index, "PrimaryKey")) {
-      Statement info(memoria_->vigia, db_, "SELECT name FROM pragma_table_info(?) WHERE pk > 0 ORDER BY pk");
+      Statement info(state_->watch, db_, "SELECT name FROM pragma_table_info(?) WHERE pk > 0 ORDER BY pk");
       const std::string table = page_.ToUtf8(table_);
       sqlite3_bind_text(info.get(), 1, table.c_str(), static_cast<int>(table.size()), SQLITE_TRANSIENT);
       while (info.Step()) columns.emplace_back(reinterpret_cast<const char*>(sqlite3_column_text(info.get(), 0)));
@@ -598,7 +599,7 @@ class SqliteRecordset : public Recordset {
     if (columns.empty()) {
       throw RuntimeError(3800, "'" + std::string(index) + Latin1("' no es un índice de esta tabla."));
     }
-    memoria_->indices.emplace(clave, columns);
+    state_->index_columns.emplace(key, columns);
     return columns;
   }
 
@@ -619,12 +620,12 @@ class SqliteRecordset : public Recordset {
   }
 
   sqlite3* db_;
-  std::shared_ptr<Memoria> memoria_;
+  std::shared_ptr<ConnectionState> state_;
   const CodePage& page_;
   std::string table_;  // the table of a table-type recordset; empty for SQL
   // The walk to open when the recordset is first read, if no seek comes
   // before.
-  std::optional<std::string> pendiente_;
+  std::optional<std::string> pending_;
   std::vector<std::string> index_columns_;  // UTF-8
   std::string select_;  // the fields walks read, quoted, UTF-8; empty for all
   Statement* stmt_ = nullptr;          // the statement being walked
@@ -632,11 +633,11 @@ class SqliteRecordset : public Recordset {
   // Seeks prepared once per text and rebound at every call: a phrase makes
   // one seek per posting.
   std::map<std::string, std::unique_ptr<Statement>> seeks_;
-  std::vector<SeekPreparado> preparados_;
-  std::vector<std::unique_ptr<Statement>> retirados_;
-  unsigned generacion_ = 0;  // changes with the index and the fields read
+  std::vector<PreparedSeek> prepared_seeks_;
+  std::vector<std::unique_ptr<Statement>> retired_;
+  unsigned generation_ = 0;  // changes with the index and the fields read
   // Field names already looked up in the current statement.
-  std::vector<std::pair<std::string, int>> columnas_;
+  std::vector<std::pair<std::string, int>> known_columns_;
   bool on_row_ = false;
   bool closed_ = false;
   bool cached_ = false;  // positioned by MoveLast on the copy in row_
@@ -650,15 +651,15 @@ class SqliteRecordset : public Recordset {
 
 class SqliteDatabase : public Database {
  public:
-  // Holds the statements of `db` to `plazo` (none: no deadline) and waits
-  // up to `espera_ms` for another connection's lock (0: no wait).
-  SqliteDatabase(sqlite3* db, const CodePage& page, Plazo* plazo, int espera_ms)
-      : db_(db), page_(page), memoria_(std::make_shared<Memoria>()) {
-    Vigia& vigia = memoria_->vigia;
-    vigia.plazo = plazo;
-    vigia.espera_ms = espera_ms;
-    if (plazo != nullptr) sqlite3_progress_handler(db, kPasosEntreMiradas, MiraPlazo, &vigia);
-    if (espera_ms > 0) sqlite3_busy_handler(db, EsperaTurno, &vigia);
+  // Holds the statements of `db` to `deadline` (none: no deadline) and
+  // waits up to `lock_wait_ms` for another connection's lock (0: no wait).
+  SqliteDatabase(sqlite3* db, const CodePage& page, Plazo* deadline, int lock_wait_ms)
+      : db_(db), page_(page), state_(std::make_shared<ConnectionState>()) {
+    DeadlineWatch& watch = state_->watch;
+    watch.deadline = deadline;
+    watch.lock_wait_ms = lock_wait_ms;
+    if (deadline != nullptr) sqlite3_progress_handler(db, kStepsBetweenLooks, CheckDeadline, &watch);
+    if (lock_wait_ms > 0) sqlite3_busy_handler(db, WaitForLock, &watch);
   }
   ~SqliteDatabase() override { Close(); }
 
@@ -670,23 +671,22 @@ class SqliteDatabase : public Database {
         throw RuntimeError(kErrTablaNoEncontrada,
                            Latin1("No se encuentra la tabla o consulta de entrada '") + table + "'.");
       }
-      return std::make_unique<SqliteRecordset>(db_, memoria_, page_, "SELECT * FROM " + Quoted(page_.ToUtf8(table)),
+      return std::make_unique<SqliteRecordset>(db_, state_, page_, "SELECT * FROM " + Quoted(page_.ToUtf8(table)),
                                                table);
     }
     // A table's name alone (or in brackets) opens all its rows, as the
     // catalogue's engine has always opened a table as a dynaset.
-    std::string_view nombre = TrimBlanksView(source);
-    const bool entre_corchetes = nombre.size() > 2 && nombre.front() == '[' &&
-                                 nombre.back() == ']' &&
-                                 nombre.find(']') == nombre.size() - 1;
-    if (entre_corchetes) nombre = nombre.substr(1, nombre.size() - 2);
-    if (!nombre.empty() &&
-        (entre_corchetes || nombre.find_first_of(" \t\r\n;()'\"") == std::string_view::npos) &&
-        HasTable(std::string(nombre))) {
+    std::string_view name = TrimBlanksView(source);
+    const bool bracketed = name.size() > 2 && name.front() == '[' && name.back() == ']' &&
+                           name.find(']') == name.size() - 1;
+    if (bracketed) name = name.substr(1, name.size() - 2);
+    if (!name.empty() &&
+        (bracketed || name.find_first_of(" \t\r\n;()'\"") == std::string_view::npos) &&
+        HasTable(std::string(name))) {
       return std::make_unique<SqliteRecordset>(
-          db_, memoria_, page_, "SELECT * FROM " + Quoted(page_.ToUtf8(nombre)), "");
+          db_, state_, page_, "SELECT * FROM " + Quoted(page_.ToUtf8(name)), "");
     }
-    return std::make_unique<SqliteRecordset>(db_, memoria_, page_, page_.ToUtf8(JetToSqlite(source)),
+    return std::make_unique<SqliteRecordset>(db_, state_, page_, page_.ToUtf8(JetToSqlite(source)),
                                              "");
   }
 
@@ -694,8 +694,8 @@ class SqliteDatabase : public Database {
 
   std::int64_t Execute(std::string_view sql, const std::vector<Value>& params) override {
     RequireOpen();
-    memoria_->Olvida();
-    Statement statement(memoria_->vigia, db_, page_.ToUtf8(JetToSqlite(sql)));
+    state_->ForgetSchema();
+    Statement statement(state_->watch, db_, page_.ToUtf8(JetToSqlite(sql)));
     if (static_cast<size_t>(sqlite3_bind_parameter_count(statement.get())) != params.size()) {
       throw RuntimeError(kErrSintaxis, Latin1("Número de parámetros incorrecto para la instrucción SQL."));
     }
@@ -709,18 +709,18 @@ class SqliteDatabase : public Database {
 
   std::vector<std::string> TableNames() override {
     RequireOpen();
-    if (memoria_->tablas) return *memoria_->tablas;
+    if (state_->tables) return *state_->tables;
     std::vector<std::string> names;
-    Statement list(memoria_->vigia, db_, "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite\\_%' ESCAPE '\\' ORDER BY rowid");
+    Statement list(state_->watch, db_, "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite\\_%' ESCAPE '\\' ORDER BY rowid");
     while (list.Step()) names.push_back(page_.FromUtf8(reinterpret_cast<const char*>(sqlite3_column_text(list.get(), 0))));
-    memoria_->tablas = names;
+    state_->tables = names;
     return names;
   }
 
   std::vector<std::string> ColumnNames(std::string_view table) override {
     RequireOpen();
     std::vector<std::string> names;
-    Statement info(memoria_->vigia, db_, "SELECT name FROM pragma_table_info(?) ORDER BY cid");
+    Statement info(state_->watch, db_, "SELECT name FROM pragma_table_info(?) ORDER BY cid");
     const std::string utf8 = page_.ToUtf8(table);
     sqlite3_bind_text(info.get(), 1, utf8.c_str(), static_cast<int>(utf8.size()), SQLITE_TRANSIENT);
     while (info.Step()) names.push_back(page_.FromUtf8(reinterpret_cast<const char*>(sqlite3_column_text(info.get(), 0))));
@@ -728,12 +728,12 @@ class SqliteDatabase : public Database {
   }
 
   void Close() override {
-    memoria_->Cierra();
+    state_->Close();
     if (db_ != nullptr) sqlite3_close_v2(db_);
     db_ = nullptr;
   }
 
-  Vigia& vigia() { return memoria_->vigia; }
+  DeadlineWatch& watch() { return state_->watch; }
 
  private:
   void RequireOpen() const {
@@ -742,7 +742,7 @@ class SqliteDatabase : public Database {
   bool HasTable(const std::string& table) {
     // The engine finds a table by its name without regard to ASCII case,
     // from the schema it has read; the list answers for other letters.
-    if (!memoria_->tablas &&
+    if (!state_->tables &&
         sqlite3_table_column_metadata(db_, "main", page_.ToUtf8(table).c_str(), nullptr, nullptr,
                                       nullptr, nullptr, nullptr, nullptr) == SQLITE_OK) {
       return true;
@@ -755,35 +755,35 @@ class SqliteDatabase : public Database {
 
   sqlite3* db_;
   const CodePage& page_;
-  std::shared_ptr<Memoria> memoria_;
+  std::shared_ptr<ConnectionState> state_;
 };
 
 // How many pages the write-ahead log may hold before a commit writes it back.
-constexpr int kPaginasRegistro = 64;
+constexpr int kLogPagesBeforeCheckpoint = 64;
 
-int VaciaRegistro(void*, sqlite3* db, const char* base, int paginas) {
-  if (paginas >= kPaginasRegistro) {
+int CheckpointLongLog(void*, sqlite3* db, const char* schema, int pages) {
+  if (pages >= kLogPagesBeforeCheckpoint) {
     // A reader or writer of another request may hold the log: then a later
     // commit does it.
-    sqlite3_wal_checkpoint_v2(db, base, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
+    sqlite3_wal_checkpoint_v2(db, schema, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
   }
   return SQLITE_OK;
 }
 
 // True when the SQLite file in `path` is in write-ahead log mode.
-bool EnRegistroPrevio(const std::string& path) {
-  unsigned char cabecera[20] = {};
+bool IsInWalMode(const std::string& path) {
+  unsigned char header[20] = {};
   const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) return false;
-  const ssize_t n = ::pread(fd, cabecera, sizeof cabecera, 0);
+  const ssize_t n = ::pread(fd, header, sizeof header, 0);
   ::close(fd);
-  return n == static_cast<ssize_t>(sizeof cabecera) && cabecera[18] == 2 && cabecera[19] == 2;
+  return n == static_cast<ssize_t>(sizeof header) && header[18] == 2 && header[19] == 2;
 }
 
 // The dialect's comparisons on a new connection. like() has no side
 // effects, so a view or trigger of a catalogue may use it even though the
 // schema is not trusted.
-void HablaDialecto(sqlite3* db, const CodePage& page) {
+void RegisterDialect(sqlite3* db, const CodePage& page) {
   void* user = const_cast<CodePage*>(&page);
   sqlite3_create_collation(db, "JET", SQLITE_UTF8, user, CollateJet);
   sqlite3_create_function(db, "like", 2, SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS,
@@ -798,13 +798,13 @@ void HablaDialecto(sqlite3* db, const CodePage& page) {
 // is a word or a value the reader typed. What they stop is a statement
 // that builds a value of hundreds of megabytes, nests or chains without
 // end, or reaches another file.
-constexpr std::pair<int, int> kLimites[] = {
+constexpr std::pair<int, int> kLimits[] = {
     {SQLITE_LIMIT_LENGTH, 8 << 20},          // a text, a blob, a row: 8 MB
     {SQLITE_LIMIT_SQL_LENGTH, 1 << 20},      // a statement: 1 MB, the request body's limit
     {SQLITE_LIMIT_EXPR_DEPTH, 200},
     {SQLITE_LIMIT_COMPOUND_SELECT, 100},
     {SQLITE_LIMIT_VDBE_OP, 250000},
-    {SQLITE_LIMIT_LIKE_PATTERN_LENGTH, kLargoPatronLike},
+    {SQLITE_LIMIT_LIKE_PATTERN_LENGTH, kLikePatternMax},
     {SQLITE_LIMIT_VARIABLE_NUMBER, 100},
     {SQLITE_LIMIT_TRIGGER_DEPTH, 10},
     {SQLITE_LIMIT_ATTACHED, 0},              // no statement opens another file
@@ -816,19 +816,19 @@ constexpr std::pair<int, int> kLimites[] = {
 // back, functions and virtual tables run from a schema the file brings
 // along, tokenizers given as pointers, loadable extensions; and sets the
 // limits above.
-void Endurece(sqlite3* db) {
+void Harden(sqlite3* db) {
   sqlite3_db_config(db, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
   sqlite3_db_config(db, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
   sqlite3_db_config(db, SQLITE_DBCONFIG_ENABLE_FTS3_TOKENIZER, 0, nullptr);
   sqlite3_db_config(db, SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, 0, nullptr);
-  for (const auto& [limite, valor] : kLimites) sqlite3_limit(db, limite, valor);
+  for (const auto& [limit, value] : kLimits) sqlite3_limit(db, limit, value);
 }
 
 }  // namespace
 
-std::unique_ptr<Database> OpenSqliteEnMemoria(const CodePage& page,
-                                              const std::function<void(sqlite3*)>& prepara,
-                                              Plazo* plazo) {
+std::unique_ptr<Database> OpenSqliteInMemory(const CodePage& page,
+                                             const std::function<void(sqlite3*)>& prepare,
+                                             Plazo* deadline) {
   ConfigureSqliteEngine();
   sqlite3* db = nullptr;
   const int rc = sqlite3_open_v2(":memory:", &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX,
@@ -838,10 +838,10 @@ std::unique_ptr<Database> OpenSqliteEnMemoria(const CodePage& page,
     throw RuntimeError(kErrNoSePuedeAbrir, Latin1("No se pudo preparar el motor SQL (") +
                                                sqlite3_errstr(rc) + ").");
   }
-  Endurece(db);
-  auto database = std::make_unique<SqliteDatabase>(db, page, plazo, 0);
-  HablaDialecto(db, page);
-  prepara(db);
+  Harden(db);
+  auto database = std::make_unique<SqliteDatabase>(db, page, deadline, 0);
+  RegisterDialect(db, page);
+  prepare(db);
   return database;
 }
 
@@ -858,10 +858,10 @@ std::unique_ptr<Database> OpenSqliteDatabase(const std::string& path, const Code
     throw RuntimeError(kErrNoSePuedeAbrir,
                        Latin1("No se puede abrir el archivo '") + path + "' (" + detail + ").");
   }
-  Endurece(db);
+  Harden(db);
   auto database = std::make_unique<SqliteDatabase>(db, page, options.plazo,
                                                    std::max(options.busy_timeout_ms, 0));
-  HablaDialecto(db, page);
+  RegisterDialect(db, page);
   if (options.busy_timeout_ms > 0) {
     // Switching a file to write-ahead logging takes an exclusive lock, and
     // SQLite answers a writer that holds it at that moment with "busy"
@@ -869,25 +869,25 @@ std::unique_ptr<Database> OpenSqliteDatabase(const std::string& path, const Code
     // as the handler would have, and never past the deadline.
     // A file already in that mode says so in its header (read and write
     // format versions 2), and it stays so.
-    if (!EnRegistroPrevio(path)) {
-      Vigia& vigia = database->vigia();
-      int esperado_ms = 0;
+    if (!IsInWalMode(path)) {
+      DeadlineWatch& watch = database->watch();
+      int waited_ms = 0;
       while ((rc = sqlite3_exec(db, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr)) ==
                  SQLITE_BUSY &&
-             esperado_ms < options.busy_timeout_ms && !vigia.Vence()) {
-        esperado_ms += sqlite3_sleep(2);
+             waited_ms < options.busy_timeout_ms && !watch.Passed()) {
+        waited_ms += sqlite3_sleep(2);
       }
-      if (rc != SQLITE_OK) RaiseEngine(db, rc, &vigia);
+      if (rc != SQLITE_OK) RaiseEngine(db, rc, &watch);
     }
     // A request writes one row: creating, flushing, checkpointing and
     // deleting the log for each would cost more than the search. The log
     // stays, and is written back (and emptied) once it holds a few dozen
     // pages: every request re-reads it on opening, so it must stay short.
     sqlite3_exec(db, "PRAGMA synchronous=NORMAL", nullptr, nullptr, nullptr);
-    int si = 1;
-    sqlite3_file_control(db, "main", SQLITE_FCNTL_PERSIST_WAL, &si);
+    int persist = 1;
+    sqlite3_file_control(db, "main", SQLITE_FCNTL_PERSIST_WAL, &persist);
     sqlite3_db_config(db, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-    sqlite3_wal_hook(db, VaciaRegistro, nullptr);
+    sqlite3_wal_hook(db, CheckpointLongLog, nullptr);
   }
   return database;
 }

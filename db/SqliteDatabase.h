@@ -25,10 +25,10 @@ std::unique_ptr<Database> OpenSqliteDatabase(const std::string& path, const Code
 
 // A connection in memory that speaks the same dialect, hardened as above,
 // for an engine that presents its own tables to SQLite as virtual tables:
-// `prepara` registers them on the new connection before any statement
-// runs. Its statements are held to `plazo` (none: no deadline).
-std::unique_ptr<Database> OpenSqliteEnMemoria(const CodePage& page,
-                                              const std::function<void(sqlite3*)>& prepara,
-                                              Plazo* plazo = nullptr);
+// `prepare` registers them on the new connection before any statement
+// runs. Its statements are held to `deadline` (none: no deadline).
+std::unique_ptr<Database> OpenSqliteInMemory(const CodePage& page,
+                                             const std::function<void(sqlite3*)>& prepare,
+                                             Plazo* deadline = nullptr);
 
 }  // namespace orvex::db

@@ -15,19 +15,19 @@ namespace {
 // reading the page. Where the kernel keeps to small pages, the block costs
 // what separate buffers cost; if it cannot be had, SQLite allocates buffers
 // itself as before. Pages beyond the block's share are allocated too.
-void BloqueDePaginas() {
-  constexpr std::size_t kBloque = std::size_t{2} << 20;
-  int cabecera = 0;
-  if (sqlite3_config(SQLITE_CONFIG_PCACHE_HDRSZ, &cabecera) != SQLITE_OK) return;
-  const int tam = 4096 + cabecera;
+void GivePageCacheOneBlock() {
+  constexpr std::size_t kBlock = std::size_t{2} << 20;
+  int header = 0;
+  if (sqlite3_config(SQLITE_CONFIG_PCACHE_HDRSZ, &header) != SQLITE_OK) return;
+  const int slot = 4096 + header;
   // Twice the block, so that an aligned block lies inside it.
-  void* region = mmap(nullptr, 2 * kBloque, PROT_READ | PROT_WRITE,
+  void* region = mmap(nullptr, 2 * kBlock, PROT_READ | PROT_WRITE,
                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
   if (region == MAP_FAILED) return;
-  void* bloque = reinterpret_cast<void*>((reinterpret_cast<std::uintptr_t>(region) + kBloque - 1) &
-                                         ~std::uintptr_t{kBloque - 1});
-  madvise(bloque, kBloque, MADV_HUGEPAGE);
-  sqlite3_config(SQLITE_CONFIG_PAGECACHE, bloque, tam, static_cast<int>(kBloque / tam));
+  void* block = reinterpret_cast<void*>((reinterpret_cast<std::uintptr_t>(region) + kBlock - 1) &
+                                        ~std::uintptr_t{kBlock - 1});
+  madvise(block, kBlock, MADV_HUGEPAGE);
+  sqlite3_config(SQLITE_CONFIG_PAGECACHE, block, slot, static_cast<int>(kBlock / slot));
 }
 
 }  // namespace
@@ -36,7 +36,7 @@ void ConfigureSqliteEngine() {
   static const bool configured = [] {
     sqlite3_config(SQLITE_CONFIG_SINGLETHREAD);  // one request, one thread
     sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
-    BloqueDePaginas();
+    GivePageCacheOneBlock();
     sqlite3_config(SQLITE_CONFIG_LOOKASIDE, 0, 0);
     return true;
   }();

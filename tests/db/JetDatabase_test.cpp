@@ -7,6 +7,8 @@
 #include <filesystem>
 #include <fstream>
 #include <set>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include "base/RuntimeError.h"
@@ -239,7 +241,68 @@ TEST(JetDatabase, InsertsStatisticsRowsAndNothingElse) {
   fs::remove_all(dir);
 }
 
-TEST(JetDatabase, IsReadOnlyAndReportsWhatIsMissing) {
+// A row the writer does not append is error 3027 in the writer's words and
+// leaves the file as it was; what one refusal left behind never becomes
+// the next statement's error; a wait for the writers' lock that reaches the
+// deadline is TiempoAgotado.
+TEST(JetDatabase, RowsNotAppendedLeaveTheFileAsItWas) {
+  struct Caso {
+    const char* que;
+    const char* archivo;
+    const char* tabla;
+    const char* insert;
+    bool bloqueado;        // another writer holds the file's lock throughout
+    const char* palabras;  // in the message
+  };
+  const Caso casos[] = {
+      {"a table with indexes", "KORVEL8.MDB", "Fichas",
+       "INSERT INTO Fichas (ficha_no) VALUES (999999)", false, "tiene índices"},
+      {"a value its column cannot hold", "estadisticas.mdb", "Consultas",
+       "INSERT INTO Consultas (Buscado,Encontrados) VALUES ('gato','muchos')", false,
+       "no coinciden en la columna 'Encontrados'"},
+      {"the writers' lock held past the wait", "estadisticas.mdb", "Consultas",
+       "INSERT INTO Consultas (Buscado,Encontrados) VALUES ('gato',1)", true,
+       "otra escritura la tuvo más de 20 ms"},
+  };
+  testing::DirectorioTemporal tmp;
+  for (const Caso& c : casos) {
+    SCOPED_TRACE(c.que);
+    const fs::path copia = tmp.Copia(kCatalogo / "jet" / c.archivo, c.archivo);
+    const auto bytes = [&] {
+      std::ifstream in(copia, std::ios::binary);
+      return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    };
+    const std::string antes = bytes();
+    const int fd = ::open(copia.c_str(), O_RDWR);
+    ASSERT_GE(fd, 0);
+    if (c.bloqueado) {
+      ASSERT_EQ(::flock(fd, LOCK_EX), 0);
+    }
+    auto db = OpenDatabase(copia.string(), kPage, {.busy_timeout_ms = 20});
+    std::string mensaje;
+    try {
+      db->Execute(c.insert);
+    } catch (const RuntimeError& e) {
+      EXPECT_EQ(e.number(), kErrSoloLectura);
+      mensaje = e.description();
+    }
+    EXPECT_NE(mensaje.find(Latin1(c.palabras)), std::string::npos) << mensaje;
+    EXPECT_EQ(testing::ErrorNumberOf([&] {
+                db->Execute(std::string("INSERT INTO ") + c.tabla + " (Nada) VALUES (1)");
+              }),
+              kErrCampoDesconocido);
+    if (c.bloqueado) {
+      testing::PlazoDeMiradas plazo(3);
+      auto con_plazo =
+          OpenDatabase(copia.string(), kPage, {.busy_timeout_ms = 60000, .plazo = &plazo});
+      EXPECT_THROW(con_plazo->Execute(c.insert), TiempoAgotado);
+    }
+    ::close(fd);
+    EXPECT_EQ(bytes(), antes);
+  }
+}
+
+TEST(JetDatabase, RefusesDeletesAndReportsWhatIsMissing) {
   auto jet = Abre("jet", "KORVEL8.MDB");
   EXPECT_EQ(testing::ErrorNumberOf([&] { jet->Execute("DELETE FROM Fichas"); }), kErrSoloLectura);
   EXPECT_EQ(testing::ErrorNumberOf([&] { jet->OpenRecordset("NoHay", RecordsetType::Table); }),
