@@ -399,11 +399,24 @@ class JetTableRecordset : public Recordset {
 
 // --- the database ------------------------------------------------------------------
 
+// The statement's first word, upper-cased.
+std::string Verbo(std::string_view sql) {
+  std::string verb;
+  for (char c : sql) {
+    if (std::isalpha(static_cast<unsigned char>(c))) {
+      verb += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    } else if (!verb.empty()) {
+      break;
+    }
+  }
+  return verb;
+}
+
 class JetDatabase : public Database {
  public:
   JetDatabase(std::unique_ptr<jet::Archivo> file, const CodePage& page, const OpenOptions& options)
       : file_(std::move(file)), page_(page), deadline_(options.plazo),
-        lock_wait_ms_(std::max(options.busy_timeout_ms, 0)) {}
+        lock_wait_ms_(std::max(options.busy_timeout_ms, 0)), read_only_(options.read_only) {}
   ~JetDatabase() override { Close(); }
 
   std::unique_ptr<Recordset> OpenRecordset(std::string_view source, RecordsetType type) override {
@@ -417,6 +430,8 @@ class JetDatabase : public Database {
       }
       return std::make_unique<JetTableRecordset>(*file_, *table, page_, deadline_);
     }
+    const std::string verb = Verbo(source);
+    if (verb == "INSERT" || verb == "UPDATE" || verb == "DELETE") RequireWritable();
     return Sql().OpenRecordset(source, type);
   }
 
@@ -428,15 +443,9 @@ class JetDatabase : public Database {
   // refused.
   std::int64_t Execute(std::string_view sql, const std::vector<Value>& params) override {
     RequireOpen();
-    std::string verb;
-    for (char c : sql) {
-      if (std::isalpha(static_cast<unsigned char>(c))) {
-        verb += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-      } else if (!verb.empty()) {
-        break;
-      }
-    }
+    const std::string verb = Verbo(sql);
     if (verb == "INSERT") {
+      RequireWritable();
       const std::int64_t rows = Sql().Insert(sql, params);
       // What this database had read of the file is out of date; it is read
       // again if the database is used again.
@@ -489,6 +498,14 @@ class JetDatabase : public Database {
       file_ = WithJetEngineErrors([&] { return jet::Archivo::Abre(path); });
     }
   }
+  // A database opened read-only is never written, as on SQLite.
+  void RequireWritable() const {
+    if (read_only_) {
+      throw RuntimeError(kErrSoloLectura,
+                         Latin1("No se puede actualizar. La base de datos es de sólo lectura (") +
+                             file_->Nombre() + ").");
+    }
+  }
 
   // The SQL connection over the file's tables, made at the first statement.
   JetSqlConnection& Sql() {
@@ -501,6 +518,7 @@ class JetDatabase : public Database {
   const CodePage& page_;
   Plazo* deadline_;   // the request's deadline; none: no deadline
   int lock_wait_ms_;  // the longest wait for the writers' lock on an INSERT
+  bool read_only_;
   std::unique_ptr<JetSqlConnection> sql_;  // after file_, whose tables it presents
 };
 

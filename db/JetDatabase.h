@@ -31,8 +31,9 @@
 //   given to it appends too (without the reading afresh, and with the
 //   SQL error 3075 for a row refused), and an UPDATE or DELETE fails with
 //   3075.
-// - OpenOptions::read_only is not consulted: the file is written through
-//   an INSERT whatever the options say, and never otherwise.
+// - With OpenOptions::read_only, as on SQLite, nothing is ever written: an
+//   INSERT, UPDATE or DELETE, through Execute or OpenRecordset, raises 3027
+//   before it reaches the file.
 // - With OpenOptions::plazo, statements, whole-table walks and the wait for
 //   the writers' lock stop with TiempoAgotado once the deadline passes.
 // Damage found in the file raises 3343 with the reader's message, which

@@ -320,6 +320,33 @@ TEST(JetDatabase, RefusesDeletesAndReportsWhatIsMissing) {
 
 constexpr const char* kMotores[] = {"jet", "sqlite"};
 
+// A database opened read-only is never written, in either engine: a
+// statement that changes rows is refused with 3027, through Execute or
+// OpenRecordset, and the file keeps its bytes.
+TEST(AmbosMotores, AReadOnlyDatabaseIsNeverWritten) {
+  testing::DirectorioTemporal tmp;
+  for (const char* motor : kMotores) {
+    SCOPED_TRACE(motor);
+    const fs::path copia =
+        tmp.Copia(kCatalogo / motor / "estadisticas.mdb", std::string(motor) + ".mdb");
+    const auto bytes = [&] {
+      std::ifstream in(copia, std::ios::binary);
+      return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    };
+    const std::string antes = bytes();
+    auto bd = OpenDatabase(copia.string(), kPage, {.read_only = true});
+    const std::string insert = "INSERT INTO Consultas (Buscado,Encontrados) VALUES ('gato',1)";
+    EXPECT_EQ(testing::ErrorNumberOf([&] { bd->Execute(insert); }), kErrSoloLectura);
+    EXPECT_EQ(testing::ErrorNumberOf([&] { bd->OpenRecordset(insert, RecordsetType::Dynaset); }),
+              kErrSoloLectura);
+    EXPECT_EQ(testing::ErrorNumberOf(
+                  [&] { bd->OpenRecordset(" delete FROM Consultas", RecordsetType::Dynaset); }),
+              kErrSoloLectura);
+    bd->Close();
+    EXPECT_EQ(bytes(), antes);
+  }
+}
+
 // A statement that would run for ever ends when the deadline passes, in
 // either engine (Jet statements run in an SQLite connection of their own).
 TEST(AmbosMotores, ARunawayStatementEndsAtTheDeadline) {
