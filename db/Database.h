@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -85,8 +86,10 @@ class Database {
  public:
   virtual ~Database() = default;
 
-  // A number no other database opened by this process has: what a caller
-  // learned about one database is never taken for another's.
+  // A number no other database opened by this process has, from one
+  // process-wide counter (atomic, so that threads opening databases at once
+  // still get distinct numbers): what a caller learned about one database is
+  // never taken for another's.
   std::uint64_t Serie() const { return serial_; }
 
   // A table by name (type Table) or a statement in the catalogue's SQL
@@ -108,7 +111,7 @@ class Database {
   virtual void Close() = 0;
 
  private:
-  inline static std::uint64_t opened_ = 0;
+  inline static std::atomic<std::uint64_t> opened_ = 0;
   const std::uint64_t serial_ = ++opened_;
 };
 
