@@ -2,12 +2,10 @@
 
 #include <gtest/gtest.h>
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <tuple>
 #include <fstream>
 
@@ -84,16 +82,8 @@ TEST_F(PosixFiles, ANameWithANulByteNamesNoFile) {
 TEST_F(PosixFiles, GivesAFilesModificationTimeInLocalTime) {
   const std::string path = dir_ + "/INDIZADO.MDB";
   fs_.WriteAll(path, "x");
-  std::tm tm{};
-  tm.tm_year = 2008 - 1900;
-  tm.tm_mon = 2;
-  tm.tm_mday = 5;
-  tm.tm_hour = 15;
-  tm.tm_min = 7;
-  tm.tm_sec = 9;
-  tm.tm_isdst = -1;
-  const timespec veces[2] = {{std::mktime(&tm), 0}, {std::mktime(&tm), 0}};
-  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), veces, 0), 0);
+  testing::PonFechaArchivo(path, {.year = 2008, .month = 3, .day = 5, .hour = 15, .minute = 7,
+                                  .second = 9});
   const std::optional<DateTime> t = fs_.ModificationTime(path);
   ASSERT_TRUE(t.has_value());
   EXPECT_EQ(std::tie(t->year, t->month, t->day, t->hour, t->minute, t->second),

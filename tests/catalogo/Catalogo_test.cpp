@@ -21,13 +21,6 @@ namespace {
 namespace fs = std::filesystem;
 using prueba::RegistroISO;
 
-std::string Lee(const fs::path& p) {
-  std::ifstream f(p, std::ios::binary);
-  std::ostringstream s;
-  s << f.rdbuf();
-  return s.str();
-}
-
 std::vector<std::string> Nombres(const fs::path& dir) {
   std::vector<std::string> v;
   for (const auto& e : fs::directory_iterator(dir)) v.push_back(e.path().filename().string());
@@ -345,8 +338,8 @@ TEST_F(CatalogoTest, SortsPeriodicalsAndArticlesIntoTheirOwnTables) {
 TEST_F(CatalogoTest, FailingRunsLeaveThePreviousCatalogueUntouched) {
   const fs::path dir = tmp_.ruta() / "catalogo";
   Previo(dir);
-  const std::string antes = Lee(dir / "KORVEL8.MDB");
-  const std::string indice_antes = Lee(dir / "INDIZADO.MDB");
+  const std::string antes = testing::ReadFile(dir / "KORVEL8.MDB");
+  const std::string indice_antes = testing::ReadFile(dir / "INDIZADO.MDB");
   ASSERT_FALSE(antes.empty());
   const std::string bueno = Archivo("bueno.mrc", kPrimero).string();
   const struct {
@@ -364,8 +357,8 @@ TEST_F(CatalogoTest, FailingRunsLeaveThePreviousCatalogueUntouched) {
     EXPECT_EQ(Construye(c.args), kSalidaFallo) << c.mensaje;
     EXPECT_NE(mensajes_.find(c.mensaje), std::string::npos) << mensajes_;
     EXPECT_NE(mensajes_.find("no se modificó"), std::string::npos) << mensajes_;
-    EXPECT_EQ(Lee(dir / "KORVEL8.MDB"), antes) << c.mensaje;
-    EXPECT_EQ(Lee(dir / "INDIZADO.MDB"), indice_antes) << c.mensaje;
+    EXPECT_EQ(testing::ReadFile(dir / "KORVEL8.MDB"), antes) << c.mensaje;
+    EXPECT_EQ(testing::ReadFile(dir / "INDIZADO.MDB"), indice_antes) << c.mensaje;
     SinRestos();
   }
 }
@@ -394,7 +387,7 @@ TEST_F(CatalogoTest, RebuildReplacesTheCatalogueAndKeepsItsPermissions) {
   ASSERT_EQ(stat(dir.c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 07777, 0750u);
   EXPECT_FALSE(fs::exists(dir / "estadisticas.mdb-wal"));
-  EXPECT_EQ(Lee(dir / "FichaWeb.XSL"), "<hoja/>");
+  EXPECT_EQ(testing::ReadFile(dir / "FichaWeb.XSL"), "<hoja/>");
   auto korvel = db::OpenDatabase((dir / "KORVEL8.MDB").string(), CodePage::Windows1252(),
                                  {.read_only = true});
   records::RegFicha ficha;

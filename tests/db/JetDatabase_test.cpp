@@ -268,10 +268,7 @@ TEST(JetDatabase, RowsNotAppendedLeaveTheFileAsItWas) {
   for (const Caso& c : casos) {
     SCOPED_TRACE(c.que);
     const fs::path copia = tmp.Copia(kCatalogo / "jet" / c.archivo, c.archivo);
-    const auto bytes = [&] {
-      std::ifstream in(copia, std::ios::binary);
-      return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    };
+    const auto bytes = [&] { return testing::ReadFile(copia); };
     const std::string antes = bytes();
     const int fd = ::open(copia.c_str(), O_RDWR);
     ASSERT_GE(fd, 0);
@@ -329,10 +326,7 @@ TEST(AmbosMotores, AReadOnlyDatabaseIsNeverWritten) {
     SCOPED_TRACE(motor);
     const fs::path copia =
         tmp.Copia(kCatalogo / motor / "estadisticas.mdb", std::string(motor) + ".mdb");
-    const auto bytes = [&] {
-      std::ifstream in(copia, std::ios::binary);
-      return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    };
+    const auto bytes = [&] { return testing::ReadFile(copia); };
     const std::string antes = bytes();
     auto bd = OpenDatabase(copia.string(), kPage, {.read_only = true});
     const std::string insert = "INSERT INTO Consultas (Buscado,Encontrados) VALUES ('gato',1)";
@@ -494,8 +488,7 @@ TEST(AmbosMotores, TextsReachTheEngineWhole) {
 TEST(JetDatabase, DamageIsAnEngineErrorNamingTheFile) {
   const fs::path dir = fs::temp_directory_path() / ("orvex-jet-" + std::to_string(::getpid()));
   fs::create_directories(dir);
-  std::ifstream in(kCatalogo / "jet" / "INDIZADO.MDB", std::ios::binary);
-  const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  const std::string bytes = testing::ReadFile(kCatalogo / "jet" / "INDIZADO.MDB");
   struct Caso {
     const char* nombre;
     std::string contenido;

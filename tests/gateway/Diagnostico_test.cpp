@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <ctime>
 #include <filesystem>
 #include <fstream>
 
@@ -212,16 +210,8 @@ TEST_F(DiagnosticoTest, ShowSecExplainsAMissingOrBadNumber) {
 // The word index keeps no date of its builds: SHOW_BDT shows the index
 // file's modification time, in local time, day first.
 TEST_F(DiagnosticoTest, ShowBdtDatesTheLastIndexingByTheIndexFile) {
-  std::tm cuando{};
-  cuando.tm_year = 2008 - 1900;
-  cuando.tm_mon = 11;
-  cuando.tm_mday = 5;
-  cuando.tm_hour = 9;
-  cuando.tm_min = 3;
-  cuando.tm_sec = 7;
-  cuando.tm_isdst = -1;
-  const auto sistema = std::chrono::system_clock::from_time_t(std::mktime(&cuando));
-  fs::last_write_time(dir_.ruta() / "INDIZADO.MDB", fs::file_time_type::clock::from_sys(sistema));
+  testing::PonFechaArchivo(dir_.ruta() / "INDIZADO.MDB",
+                           {.year = 2008, .month = 12, .day = 5, .hour = 9, .minute = 3, .second = 7});
   Desde("203.0.113.9");
   EXPECT_TRUE(Contiene(Pagina(ShowBdt, "SHOW_BDT"),
                        Latin1("<li>Última indización: 05/12/2008 09:03:07 (fecha de modificación del "

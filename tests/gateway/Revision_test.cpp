@@ -8,42 +8,21 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "base/CodePage.h"
 #include "base/Red.h"
 #include "tests/gateway/SolicitudDiagnostico.h"
+#include "tests/support/Fakes.h"
 
 namespace orvex::gateway {
 namespace {
 
 namespace fs = std::filesystem;
 
-std::string Bytes(const fs::path& archivo) {
-  std::ifstream entrada(archivo, std::ios::binary);
-  std::ostringstream bytes;
-  bytes << entrada.rdbuf();
-  return bytes.str();
-}
-
-// A circulation server that always answers.
-class RedQueResponde : public Red {
- public:
-  std::optional<std::string> Resuelve(const std::string&, int&) override { return "10.1.2.3"; }
-  std::optional<std::string> NombreLocal(int&) override { return "local"; }
-  int Eco(std::uint32_t, const std::string& payload, int, int& rtt_ms, std::string& reply,
-          std::string& metodo) override {
-    rtt_ms = 1;
-    reply = payload;
-    metodo = "prueba";
-    return kIpSuccess;
-  }
-};
-
 class RevisionTest : public SolicitudDiagnostico {};
 
 TEST_F(RevisionTest, TestAllPassesOnAGoodCatalogueAndLeavesNoRow) {
-  RedQueResponde red;
+  testing::RedQueResponde red;
   s_.red = &red;
   Configura(s_.cfg.TextoCFG + "DISPONIBILIDAD:{##00  127.0.0.1 ## 7700\r\n##01  circ ## 7701\r\n}");
   const auto filas = FilasDeConsultas();
@@ -183,7 +162,7 @@ class RevisionJetTest : public RevisionTest {
 
 TEST_F(RevisionJetTest, TestAllPassesAndLeavesTheStatisticsFileAsItWas) {
   const std::int64_t filas = FilasDeConsultas(jet_.ruta());
-  const std::string antes = Bytes(Estadisticas());
+  const std::string antes = testing::ReadFile(Estadisticas());
   const std::string pagina = Pagina(TestAll, "TEST_ALL");
   EXPECT_FALSE(Contiene(pagina, Latin1("falló"))) << pagina;
   EXPECT_TRUE(Contiene(pagina, " 0 fallaron.</p>")) << pagina;
@@ -194,7 +173,7 @@ TEST_F(RevisionJetTest, TestAllPassesAndLeavesTheStatisticsFileAsItWas) {
     EXPECT_TRUE(Contiene(pagina, linea)) << linea;
   }
   EXPECT_EQ(FilasDeConsultas(jet_.ruta()), filas);
-  EXPECT_EQ(Bytes(Estadisticas()), antes);
+  EXPECT_EQ(testing::ReadFile(Estadisticas()), antes);
 }
 
 // The lock file of a statistics file that another program has open: no row
@@ -205,12 +184,12 @@ TEST_F(RevisionJetTest, TestAllFailsTheWriteCheckWhileAnotherProgramHoldsTheLock
   const int fd = ::open(bloqueo.c_str(), O_RDWR | O_CLOEXEC);
   ASSERT_GE(fd, 0);
   ASSERT_EQ(::flock(fd, LOCK_EX), 0);
-  const std::string antes = Bytes(Estadisticas());
+  const std::string antes = testing::ReadFile(Estadisticas());
   const std::string pagina = Pagina(TestAll, "TEST_ALL");
   ::close(fd);
   EXPECT_TRUE(Contiene(pagina, Latin1("<li>Escritura en estadisticas.mdb: falló: "))) << pagina;
   EXPECT_TRUE(Contiene(pagina, " 1 fallaron.</p>")) << pagina;
-  EXPECT_EQ(Bytes(Estadisticas()), antes);
+  EXPECT_EQ(testing::ReadFile(Estadisticas()), antes);
 }
 
 }  // namespace

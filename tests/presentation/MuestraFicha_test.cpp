@@ -17,22 +17,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A circulation server that always answers, counting the echoes asked for.
-class RedQueResponde : public Red {
- public:
-  std::optional<std::string> Resuelve(const std::string&, int&) override { return "10.1.2.3"; }
-  std::optional<std::string> NombreLocal(int&) override { return "local"; }
-  int Eco(std::uint32_t, const std::string& payload, int, int& rtt_ms, std::string& reply,
-          std::string& metodo) override {
-    ++ecos;
-    rtt_ms = 1;
-    reply = payload;
-    metodo = "prueba";
-    return kIpSuccess;
-  }
-  int ecos = 0;
-};
-
 class MuestraFichaTest : public ::testing::Test {
  protected:
   MuestraFichaTest() : s_(p_.sys, p_.bases) {
@@ -110,7 +94,7 @@ TEST_F(MuestraFichaTest, ListsOfHeadingsNotesAndAddedEntries) {
 }
 
 TEST_F(MuestraFichaTest, TheAvailabilityServerIsCheckedOncePerRequest) {
-  RedQueResponde red;
+  testing::RedQueResponde red;
   s_.red = &red;
   s_.MostrarFichaBDL = 1;  // no style sheets needed
   p_.entorno.vars["QUERY_STRING"] = "ArchivoCFG=libros.cfg";

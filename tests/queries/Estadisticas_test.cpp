@@ -119,11 +119,6 @@ std::string CodificaTodo(std::string_view texto) {
   return r;
 }
 
-std::string LeeBytes(const fs::path& ruta) {
-  std::ifstream in(ruta, std::ios::binary);
-  return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
-
 // The client text is the value of a request field named after the client's
 // address: anyone can send any text there. Each gives one row holding that
 // text (with the "-" and the empty REMOTE_HOST field's value), cut to the
@@ -204,7 +199,7 @@ TEST_F(Estadisticas, AnOrdinaryRowIsWhatTheLiteralStatementWrites) {
     EXPECT_EQ(Ultima(archivo), Ultima(esperado));
     EXPECT_EQ(Ultima(archivo), "'2008-12-15 09:30:11''D''ARC'5'2''-'");
     if (origen == kActualJet) {
-      EXPECT_EQ(LeeBytes(archivo), LeeBytes(esperado));
+      EXPECT_EQ(testing::ReadFile(archivo), testing::ReadFile(esperado));
     }
     fs::remove(esperado);
   }
@@ -337,7 +332,7 @@ TEST_F(Estadisticas, AFileLockedTooLongIsReportedAndTheRowIsNotForced) {
   {
     // A Jet writer that never lets go: the wait ends, in the writer's words.
     const fs::path archivo = Copia(kActualJet);
-    const std::string antes = LeeBytes(archivo);
+    const std::string antes = testing::ReadFile(archivo);
     const int fd = ::open(archivo.c_str(), O_RDWR);
     ASSERT_GE(fd, 0);
     ASSERT_EQ(::flock(fd, LOCK_EX), 0);
@@ -348,7 +343,7 @@ TEST_F(Estadisticas, AFileLockedTooLongIsReportedAndTheRowIsNotForced) {
     EXPECT_EQ(p.salida.contents,
               MensajeFalla(Latin1("No se pudo actualizar; la base de datos Jet '") + archivo.string() +
                            Latin1("' está bloqueada: otra escritura la tuvo más de 3000 ms.")));
-    EXPECT_EQ(LeeBytes(archivo), antes);
+    EXPECT_EQ(testing::ReadFile(archivo), antes);
   }
 }
 

@@ -1,8 +1,13 @@
 #include "tests/support/Fakes.h"
 
 #include <stdlib.h>
+#include <sys/stat.h>
+#include <fcntl.h>
 
 #include <algorithm>
+#include <ctime>
+#include <fstream>
+#include <sstream>
 #include <stdexcept>
 
 #include "base/RuntimeError.h"
@@ -140,6 +145,33 @@ DateTime SampleDate() {
   t.second = 11;
   t.weekday = 1;
   return t;
+}
+
+std::string ReadFile(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+void WriteFile(const std::filesystem::path& path, const std::string& content) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out << content;
+}
+
+void PonFechaArchivo(const std::filesystem::path& path, const DateTime& t) {
+  std::tm tm{};
+  tm.tm_year = t.year - 1900;
+  tm.tm_mon = t.month - 1;
+  tm.tm_mday = t.day;
+  tm.tm_hour = t.hour;
+  tm.tm_min = t.minute;
+  tm.tm_sec = t.second;
+  tm.tm_isdst = -1;
+  const timespec veces[2] = {{std::mktime(&tm), 0}, {std::mktime(&tm), 0}};
+  if (::utimensat(AT_FDCWD, path.c_str(), veces, 0) != 0) {
+    throw std::runtime_error("no se pudo fechar " + path.string());
+  }
 }
 
 }  // namespace orvex::testing

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/Platform.h"
+#include "base/Red.h"
 #include "base/RuntimeError.h"
 #include "db/Database.h"
 
@@ -141,6 +142,29 @@ class DirectorioTemporal {
 
  private:
   std::filesystem::path ruta_;
+};
+
+// The whole file, byte for byte ("" when it cannot be read).
+std::string ReadFile(const std::filesystem::path& path);
+// Creates or empties the file and writes `content`.
+void WriteFile(const std::filesystem::path& path, const std::string& content);
+// Sets the file's modification time to `t`, local time.
+void PonFechaArchivo(const std::filesystem::path& path, const DateTime& t);
+
+// A circulation server that always answers at once, counting the echoes.
+class RedQueResponde : public Red {
+ public:
+  std::optional<std::string> Resuelve(const std::string&, int&) override { return "10.1.2.3"; }
+  std::optional<std::string> NombreLocal(int&) override { return "local"; }
+  int Eco(std::uint32_t, const std::string& payload, int, int& rtt_ms, std::string& reply,
+          std::string& metodo) override {
+    ++ecos;
+    rtt_ms = 1;
+    reply = payload;
+    metodo = "prueba";
+    return kIpSuccess;
+  }
+  int ecos = 0;
 };
 
 // A date for tests: Monday 15 December 2008, 09:30:11.

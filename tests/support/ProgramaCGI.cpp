@@ -14,7 +14,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
 #include <thread>
 
 #include "base/CodePage.h"
@@ -37,18 +36,6 @@ void HazEscribible(const fs::path& ruta) {
 }
 
 }  // namespace
-
-std::string ReadFile(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
-void WriteFile(const fs::path& path, const std::string& content) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out << content;
-}
 
 std::string Reemplaza(std::string texto, const std::string& de, const std::string& a) {
   for (std::size_t p = texto.find(de); p != std::string::npos; p = texto.find(de, p + a.size())) {

@@ -11,14 +11,13 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/Fakes.h"
 #include "tests/support/Formulario.h"
 
 namespace orvex::testing {
 
 namespace fs = std::filesystem;
 
-std::string ReadFile(const fs::path& path);
-void WriteFile(const fs::path& path, const std::string& content);
 // `texto` with every `de` replaced by `a`.
 std::string Reemplaza(std::string texto, const std::string& de, const std::string& a);
 

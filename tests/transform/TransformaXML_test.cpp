@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include <libxml/globals.h>
 #include <libxml/parser.h>
@@ -29,13 +28,6 @@ namespace fs = std::filesystem;
 const fs::path kPruebas = fs::path(__FILE__).parent_path().parent_path();
 // The record documents and their pages that the XML tests keep.
 const fs::path kGolden = kPruebas / "xml" / "golden";
-
-std::string Lee(const fs::path& archivo) {
-  std::ifstream entrada(archivo, std::ios::binary);
-  std::ostringstream texto;
-  texto << entrada.rdbuf();
-  return texto.str();
-}
 
 // An XSLT 1.0 sheet whose template for the document node holds `cuerpo`.
 std::string Hoja(std::string_view cuerpo, std::string_view extra = "") {
@@ -74,7 +66,7 @@ TEST_F(Transformacion, BuiltInRecordSheetShowsTheCard) {
   const std::string pagina = Pagina(kTarjeta, config::HojaFichaIntegrada());
   const fs::path archivo = kGolden / "tarjeta15.html";
   if (std::getenv("UPDATE_GOLDEN") != nullptr) std::ofstream(archivo, std::ios::binary) << pagina;
-  EXPECT_EQ(pagina, Lee(archivo));
+  EXPECT_EQ(pagina, testing::ReadFile(archivo));
 }
 
 // The built-in sheets on the record documents of the fixture records. The
@@ -84,7 +76,7 @@ TEST_F(Transformacion, BuiltInRecordSheetShowsTheCard) {
 TEST_F(Transformacion, BuiltInSheetsOnFixtureRecordDocuments) {
   const std::string aviso = config::HojaAviso("XSL_Tabla_Libros");
   for (int numero : {1, 3, 20, 41, 45}) {
-    const std::string doc = Lee(kGolden / ("ficha" + std::to_string(numero) + ".xml"));
+    const std::string doc = testing::ReadFile(kGolden / ("ficha" + std::to_string(numero) + ".xml"));
     ASSERT_FALSE(doc.empty()) << numero;
     const std::string pagina =
         Pagina(doc, config::HojaFichaIntegrada()) + "\n----\n" + Pagina(doc, aviso);
@@ -92,7 +84,7 @@ TEST_F(Transformacion, BuiltInSheetsOnFixtureRecordDocuments) {
     if (std::getenv("UPDATE_GOLDEN") != nullptr) {
       std::ofstream(archivo, std::ios::binary) << pagina;
     }
-    EXPECT_EQ(pagina, Lee(archivo)) << archivo;
+    EXPECT_EQ(pagina, testing::ReadFile(archivo)) << archivo;
   }
 }
 
@@ -130,8 +122,8 @@ TEST_F(Transformacion, BuiltInSheetsTranslateToWhatTheirHandWrittenEquivalentsGi
        ReferenciaXSLT(config::HojaAviso("XSL_Tabla_Publicaciones"))},
   };
   const auto utf8 = [](const std::string& t) { return CodePage::Windows1252().ToUtf8(t); };
-  const std::string documentos[] = {kTarjeta, Lee(kGolden / "ficha1.xml"), "<x/>",
-                                    "<FICHA Numero='7'/>", Lee(kGolden / "ficha20.xml")};
+  const std::string documentos[] = {kTarjeta, testing::ReadFile(kGolden / "ficha1.xml"), "<x/>",
+                                    "<FICHA Numero='7'/>", testing::ReadFile(kGolden / "ficha20.xml")};
   for (const auto& par : hojas) {
     const std::string equivalente = EquivalenteXSLT(par[0]).value();
     for (const std::string& doc : documentos) {
@@ -491,9 +483,9 @@ TEST_F(Transformacion, XPathBudgetFollowsTheTimeLeft) {
 // one, while the deadline is looked at all along.
 TEST_F(Transformacion, SheetsThatEndGiveTheSameBytesUnderADeadline) {
   const std::string ficha_web =
-      CodePage::Windows1252().ToUtf8(Lee(kPruebas / "xslt" / "wd" / "fichaWeb.xsl"));
+      CodePage::Windows1252().ToUtf8(testing::ReadFile(kPruebas / "xslt" / "wd" / "fichaWeb.xsl"));
   const std::string fichas =
-      CodePage::Windows1252().ToUtf8(Lee(kPruebas / "xslt" / "wd" / "fichas2.xml"));
+      CodePage::Windows1252().ToUtf8(testing::ReadFile(kPruebas / "xslt" / "wd" / "fichas2.xml"));
   const std::string utf8_tarjeta = CodePage::Windows1252().ToUtf8(kTarjeta);
   const std::string utf8_ficha = CodePage::Windows1252().ToUtf8(config::HojaFichaIntegrada());
   const std::pair<std::string, std::string> casos[] = {

@@ -4,30 +4,23 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include <libxml/parser.h>
 
 #include "base/CodePage.h"
 #include "xslt/MotorLibxslt.h"
+#include "tests/support/Fakes.h"
 
 namespace orvex::xslt {
 namespace {
 
 namespace fs = std::filesystem;
 
-std::string LeeArchivo(const fs::path& archivo) {
-  std::ifstream entrada(archivo, std::ios::binary);
-  std::ostringstream texto;
-  texto << entrada.rdbuf();
-  return texto.str();
-}
-
 // The record document of the cases: three copies, repeated tags, CR LF and
 // indentation between the elements.
 const std::string& Fichas() {
   static const std::string texto = CodePage::Windows1252().ToUtf8(
-      LeeArchivo(fs::path(__FILE__).parent_path() / "wd" / "fichas2.xml"));
+      testing::ReadFile(fs::path(__FILE__).parent_path() / "wd" / "fichas2.xml"));
   return texto;
 }
 

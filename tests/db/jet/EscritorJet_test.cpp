@@ -19,6 +19,7 @@
 #include "base/CodePage.h"
 #include "db/jet/Bytes.h"
 #include "tests/db/PlazoDeMiradas.h"
+#include "tests/support/Fakes.h"
 
 namespace orvex::db::jet {
 namespace {
@@ -28,11 +29,6 @@ namespace fs = std::filesystem;
 const fs::path kCatalogo = fs::path(ORVEX_FIXTURES) / "catalogo";
 // A wait for the writers' lock no test should reach: writers take turns.
 constexpr int kEsperaLarga = 600000;
-
-std::string LeeArchivo(const fs::path& ruta) {
-  std::ifstream in(ruta, std::ios::binary);
-  return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
 
 // A file in memory that can be made to fail at its k-th write or sync.
 class EnMemoria final : public PaginasEnMemoria {
@@ -102,7 +98,7 @@ void Agrega(EnMemoria& m, const std::vector<Valor>& v, const char* tabla = "Cons
 }
 
 const std::string& Estadisticas() {
-  static const std::string bytes = LeeArchivo(kCatalogo / "jet" / "estadisticas.mdb");
+  static const std::string bytes = testing::ReadFile(kCatalogo / "jet" / "estadisticas.mdb");
   return bytes;
 }
 
@@ -253,7 +249,7 @@ TEST(EscritorJet, RefusesWhatItCannotWriteAndChangesNothing) {
   };
   for (const Caso& c : casos) {
     SCOPED_TRACE(c.que);
-    const std::string base = LeeArchivo(kCatalogo / "jet" / c.archivo);
+    const std::string base = testing::ReadFile(kCatalogo / "jet" / c.archivo);
     EnMemoria m(base);
     try {
       Agrega(m, c.valores, c.tabla);
@@ -334,7 +330,7 @@ TEST(EscritorJet, RandomDamageIsRefusedOrWrittenNeverWorse) {
 }
 
 TEST(EscritorJet, OldLayoutWithoutTheNewColumns) {
-  const std::string base = LeeArchivo(kCatalogo / "estadisticas-antigua" / "jet" / "estadisticas.mdb");
+  const std::string base = testing::ReadFile(kCatalogo / "estadisticas-antigua" / "jet" / "estadisticas.mdb");
   EnMemoria m(base);
   Agrega(m, Consulta(4, false));
   auto a = Archivo::DesdeMemoria(m.Bytes(), "x");
@@ -402,7 +398,7 @@ TEST_F(EnDisco, ConcurrentWritersTakeTurns) {
     ASSERT_EQ(::waitpid(pid, &estado, 0), pid);
     EXPECT_TRUE(WIFEXITED(estado) && WEXITSTATUS(estado) == 0);
   }
-  std::vector<std::string> filas = FilasLeidas(LeeArchivo(ruta_));
+  std::vector<std::string> filas = FilasLeidas(testing::ReadFile(ruta_));
   ASSERT_EQ(filas.size(), 53u);
   filas.erase(filas.begin(), filas.begin() + 3);
   std::sort(filas.begin(), filas.end());
@@ -416,7 +412,7 @@ TEST_F(EnDisco, ConcurrentWritersTakeTurns) {
 // its own length (a message in Spanish) or by the deadline (TiempoAgotado),
 // and the file stays as it was. Once the lock is free, the writer takes it.
 TEST_F(EnDisco, AWriterThatNeverLetsGoIsWaitedForABoundedTime) {
-  const std::string antes = LeeArchivo(ruta_);
+  const std::string antes = testing::ReadFile(ruta_);
   const int otro = ::open(ruta_.c_str(), O_RDWR);
   ASSERT_GE(otro, 0);
   ASSERT_EQ(::flock(otro, LOCK_EX), 0);
@@ -436,7 +432,7 @@ TEST_F(EnDisco, AWriterThatNeverLetsGoIsWaitedForABoundedTime) {
   EXPECT_THROW(AbreParaEscribir(ruta_.string(), kEsperaLarga, &plazo), TiempoAgotado);
   EXPECT_EQ(plazo.Miradas(), 4);
   ::close(otro);
-  EXPECT_EQ(LeeArchivo(ruta_), antes);
+  EXPECT_EQ(testing::ReadFile(ruta_), antes);
   EXPECT_NE(AbreParaEscribir(ruta_.string(), 0), nullptr);
 }
 
@@ -445,7 +441,7 @@ TEST_F(EnDisco, AWriterThatNeverLetsGoIsWaitedForABoundedTime) {
 TEST_F(EnDisco, ALockedJetLockFileStopsTheWriter) {
   const fs::path ldb = dir_ / "estadisticas.ldb";
   std::ofstream(ldb) << "PC-BIBLIOTECA  Admin";
-  const std::string antes = LeeArchivo(ruta_);
+  const std::string antes = testing::ReadFile(ruta_);
   {
     const int fd = ::open(ldb.c_str(), O_RDWR);
     ASSERT_GE(fd, 0);
@@ -458,9 +454,9 @@ TEST_F(EnDisco, ALockedJetLockFileStopsTheWriter) {
     }
     ::close(fd);
   }
-  EXPECT_EQ(LeeArchivo(ruta_), antes);
+  EXPECT_EQ(testing::ReadFile(ruta_), antes);
   AgregaEnDisco(1);
-  EXPECT_EQ(FilasLeidas(LeeArchivo(ruta_)).size(), 4u);
+  EXPECT_EQ(FilasLeidas(testing::ReadFile(ruta_)).size(), 4u);
 }
 
 }  // namespace

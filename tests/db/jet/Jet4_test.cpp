@@ -1,6 +1,7 @@
 // The Jet 4 reader against the fixture catalogue's description, against
 // Debian's mdb-export, and against damage.
 #include "db/jet/Jet4.h"
+#include "tests/support/Fakes.h"
 
 #include <gtest/gtest.h>
 
@@ -16,11 +17,6 @@ namespace {
 namespace fs = std::filesystem;
 
 const fs::path kCatalogo = fs::path(ORVEX_FIXTURES) / "catalogo";
-
-std::string Lee(const fs::path& ruta) {
-  std::ifstream in(ruta, std::ios::binary);
-  return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
 
 // A value as the description writes it: \N for null, dates as ISO text.
 std::string ComoDescripcion(const Valor& v) {
@@ -209,7 +205,7 @@ void LeeTodo(std::string bytes) {
 }
 
 TEST(Jet4, DamageNeverCrashes) {
-  const std::string original = Lee(kCatalogo / "jet" / "KORVEL8.MDB");
+  const std::string original = testing::ReadFile(kCatalogo / "jet" / "KORVEL8.MDB");
   const size_t paginas = original.size() / kTamanoPagina;
   for (size_t largo : {size_t{0}, size_t{100}, size_t{4096 * 3}, size_t{4096 * 3 + 17}, original.size() / 2,
                        original.size() - 4096}) {
@@ -238,7 +234,7 @@ TEST(Jet4, DamageNeverCrashes) {
 }
 
 TEST(Jet4, RefusesWhatIsNotAJet4File) {
-  const std::string original = Lee(kCatalogo / "jet" / "estadisticas.mdb");
+  const std::string original = testing::ReadFile(kCatalogo / "jet" / "estadisticas.mdb");
   std::string jet3 = original;
   jet3[0x14] = 0;
   const struct {
