@@ -1,9 +1,11 @@
-// orvex: the catalogue gateway, one process per CGI request.
+// orvex: the catalogue gateway. Run as a CGI program it answers one request
+// and exits; started by a FastCGI server it serves request after request.
 
 #include "base/PosixPlatform.h"
 #include "circulation/ChecaIP.h"
 #include "db/Database.h"
 #include "db/SqliteEngine.h"
+#include "fastcgi/ServidorFastCGI.h"
 #include "gateway/CGI_Main.h"
 #include "transform/CargaModuloXSL.h"
 
@@ -27,14 +29,25 @@ class RealEngines : public orvex::Engines {
 }  // namespace
 
 int main() {
-  orvex::PosixEnvironment entorno;
-  orvex::StdInput entrada;
-  orvex::StdOutput salida;
   orvex::SystemClock reloj;
   orvex::PosixFileSystem archivos;
   RealEngines motores(archivos.ProgramDirectory());
-  orvex::Servicios sys{entorno, entrada, salida, reloj, archivos, motores};
   orvex::db::EngineOpener bases(orvex::CodePage::Windows1252());
   orvex::RedPosix red;
-  return orvex::gateway::Principal(sys, bases, &red);
+  // One request: its own services around what the process keeps (clock,
+  // files, engines, the opener, the network). Nothing of the request
+  // outlives the call.
+  const auto atiende = [&](orvex::Environment& entorno, orvex::Input& entrada,
+                           orvex::Output& salida) {
+    orvex::Servicios sys{entorno, entrada, salida, reloj, archivos, motores};
+    return orvex::gateway::Principal(sys, bases, &red);
+  };
+  if (orvex::fastcgi::EsFastCGI()) {
+    return orvex::fastcgi::Sirve(
+        [&](orvex::Environment& e, orvex::Input& i, orvex::Output& o) { atiende(e, i, o); });
+  }
+  orvex::PosixEnvironment entorno;
+  orvex::StdInput entrada;
+  orvex::StdOutput salida;
+  return atiende(entorno, entrada, salida);
 }
