@@ -33,7 +33,8 @@ struct ResultadoXSL {
   // processor could not be loaded (UTF-8).
   std::string descripcion;
   // What the translation of a working-draft sheet left out (UTF-8, one line
-  // each), given with the first transformation by the sheet only.
+  // each), given with every transformation by the sheet: the caller decides
+  // how often to show them.
   std::vector<std::string> avisos;
 };
 

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -89,6 +90,9 @@ struct Solicitud {
   std::int16_t TipoAcervo = 0;
 
   std::string Traza;       // HTML fragments, shown by the error page and the log
+  // The style sheets (their texts) whose translation notices are already in
+  // the trace: each sheet gives them once per request.
+  std::set<std::string> HojasAvisadas;
   std::string TextoError;  // the last unexpected error
   std::string ArchivoLog;  // the request log, empty until one is made
 

@@ -50,7 +50,8 @@ std::string Notas(std::string_view marc) {
 // sheet, the record document through the table sheet and through the
 // installation's own sheet.
 std::string PresentacionTarjeta(cgi::Solicitud& s, const records::RegFicha& ficha) {
-  transform::TransformadorXSL transformador(s.sys.motores.Xsl(), s.sys.salida, &s.Traza);
+  transform::TransformadorXSL transformador(s.sys.motores.Xsl(), s.sys.salida, &s.Traza,
+                                            &s.HojasAvisadas);
   const config::Instalacion& ins = s.instalacion;
   const std::string tarjeta =
       CuerpoConEstilos(transformador.TransformaXML(xml::XMLTarjeta(ficha), ins.XSLFichaLibros));

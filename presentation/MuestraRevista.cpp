@@ -63,7 +63,8 @@ void DisplyRegRevista(cgi::Solicitud& s, std::int32_t numero, std::int32_t posic
     const std::string marc = fila ? fila->Field("EtiquetasMARC").AsText() : records::FichaSinDatos();
 
     const config::Instalacion& ins = s.instalacion;
-    transform::TransformadorXSL transformador(s.sys.motores.Xsl(), s.sys.salida, &s.Traza);
+    transform::TransformadorXSL transformador(s.sys.motores.Xsl(), s.sys.salida, &s.Traza,
+                                            &s.HojasAvisadas);
     const std::string tarjeta = CuerpoConEstilos(transformador.TransformaXML(
         xml::XMLRevista(numero, marc, "XSLFichaPublicaciones"), ins.XSLFichaPublicaciones));
     const std::string tabla = CuerpoConEstilos(transformador.TransformaXML(
@@ -110,7 +111,8 @@ void DisplyReg_ANA(cgi::Solicitud& s, std::int32_t id, std::int32_t posicion,
                                                                                       : ficha1;
     EnviaLinea(s.sys.salida, "<!-- " + std::string(elegida.nombre) + "  -->");
 
-    transform::TransformadorXSL transformador(s.sys.motores.Xsl(), s.sys.salida, &s.Traza);
+    transform::TransformadorXSL transformador(s.sys.motores.Xsl(), s.sys.salida, &s.Traza,
+                                            &s.HojasAvisadas);
     const std::string documento = xml::XMLAnalitica(id, numadqui, marc, elegida.hoja);
     std::string resultado = transformador.TransformaXML(documento, *elegida.texto);
     if (transformador.Fallo()) EnviaLinea(s.sys.salida, "<!-- <pre>" + documento + "</pre> -->");

@@ -41,7 +41,7 @@ std::string TransformadorXSL::TransformaXML(const std::string& xml, const std::s
   fallo_ = false;
   if (auto nativa = TransformacionNativa(xml, xsl)) return std::move(*nativa);
   ResultadoXSL r = motor_.Transforma(ComoUtf8(xml), ComoUtf8(xsl));
-  if (traza_ != nullptr) {
+  if (traza_ != nullptr && !r.avisos.empty() && avisadas_->insert(xsl).second) {
     for (const std::string& aviso : r.avisos) {
       *traza_ += "Hoja XSL: " + EscapaEntidadesXML(DeUtf8(aviso)) + "<br/>";
     }

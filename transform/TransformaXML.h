@@ -1,5 +1,6 @@
 #pragma once
 
+#include <set>
 #include <string>
 
 #include "base/MotorXSL.h"
@@ -12,9 +13,14 @@ namespace orvex::transform {
 class TransformadorXSL {
  public:
   // `traza`, when given, receives a line (an HTML fragment) for each thing
-  // the translation of a working-draft sheet left out.
-  TransformadorXSL(MotorXSL& motor, Output& salida, std::string* traza = nullptr)
-      : motor_(motor), salida_(salida), traza_(traza) {}
+  // the translation of a working-draft sheet left out, with the sheet's
+  // first transformation in the request: `avisadas` holds the texts of the
+  // request's sheets whose notices are already in its trace (without it,
+  // this transformer's own set).
+  TransformadorXSL(MotorXSL& motor, Output& salida, std::string* traza = nullptr,
+                   std::set<std::string>* avisadas = nullptr)
+      : motor_(motor), salida_(salida), traza_(traza),
+        avisadas_(avisadas != nullptr ? avisadas : &propias_) {}
 
   // The page text (Windows-1252) of the data document `xml` transformed by
   // the style sheet `xsl`, both Windows-1252 texts as the gateway holds them;
@@ -46,6 +52,8 @@ class TransformadorXSL {
   MotorXSL& motor_;
   Output& salida_;
   std::string* traza_;
+  std::set<std::string> propias_;
+  std::set<std::string>* avisadas_;
   bool fallo_ = false;
 };
 

@@ -68,11 +68,10 @@ class Vigilado {
 //
 // What stays warm in it from one call to the next, and so from one request
 // to the next in a process that serves several:
-//   - each sheet text it has seen, compiled or with the reason it does not
-//     compile;
-//   - for each working-draft sheet, whether its translation notices have
-//     already been given: they come with the first transformation by the
-//     sheet in the process only;
+//   - the sheet texts it has seen most recently, each compiled or with the
+//     reason it does not compile, and a working-draft sheet's translation
+//     notices, which come with every transformation by the sheet (the
+//     request shows them once);
 //   - the security preferences (no file, no network), fixed when it is built;
 //   - libxml2's and libxslt's process-wide setup: the parser, the deadline
 //     hooks, the extension functions, the external entity loader.

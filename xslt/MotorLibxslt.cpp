@@ -299,9 +299,8 @@ struct MotorLibxslt::Hoja {
   std::string descripcion;
   bool texto = false;  // output method "text"
   // What the translation of a working-draft sheet left out; reported with
-  // the first transformation only.
+  // every transformation by the sheet.
   std::vector<std::string> avisos;
-  bool avisos_dados = false;
 
   ~Hoja() {
     if (compilada != nullptr) xsltFreeStylesheet(compilada);
@@ -424,6 +423,10 @@ xmlDocPtr Aplica(MotorLibxslt::Hoja& hoja, xmlDocPtr datos, xsltSecurityPrefsPtr
 
 MotorLibxslt::Hoja& MotorLibxslt::Compila(std::string_view xsl) {
   if (auto it = hojas_.find(xsl); it != hojas_.end()) return *it->second;
+  // A process that serves request after request sees every edit of every
+  // sheet as a new text: past the bound, the old compilations are dropped
+  // and the sheets in use are compiled again on their next use.
+  if (hojas_.size() >= kHojasRetenidas) hojas_.clear();
   auto hoja = std::make_unique<Hoja>();
   Preparada p = Prepara(xsl);
   hoja->avisos = std::move(p.avisos);
@@ -463,10 +466,7 @@ ResultadoXSL MotorLibxslt::Transforma(std::string_view xml, std::string_view xsl
   }
 
   Hoja& hoja = Compila(xsl);
-  if (!hoja.avisos_dados) {
-    hoja.avisos_dados = true;
-    r.avisos = hoja.avisos;
-  }
+  r.avisos = hoja.avisos;
   if (hoja.fallo != ResultadoXSL::Estado::Correcto) {
     xmlFreeDoc(datos);
     r.estado = hoja.fallo;

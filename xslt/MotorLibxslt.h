@@ -44,7 +44,9 @@ class MotorLibxslt final : public MotorXSL {
 
   ResultadoXSL Transforma(std::string_view xml, std::string_view xsl) override;
 
-  // How many sheet texts have been parsed so far.
+  // At most this many sheet texts are kept compiled.
+  static constexpr std::size_t kHojasRetenidas = 64;
+  // How many sheet texts are kept compiled now.
   int HojasCompiladas() const { return static_cast<int>(hojas_.size()); }
 
   struct Hoja;  // a compiled sheet, or why it does not compile

@@ -153,18 +153,32 @@ TEST_F(Transformacion, AnyWorkingDraftSheetRuns) {
                    "</center></body></html>"));
 }
 
-// What the translation leaves out reaches the request's trace, once.
-TEST_F(Transformacion, TranslationNoticesGoToTheTrace) {
-  std::string traza;
-  TransformadorXSL con_traza(motor_, salida_, &traza);
+// What the translation leaves out reaches the request's trace, once per
+// request however many records and transformers use the sheet; the next
+// request, served by the same processor, traces it again.
+TEST_F(Transformacion, TranslationNoticesGoToTheTraceOncePerRequest) {
   const std::string hoja =
       "<xsl:stylesheet xmlns:xsl='http://www.w3.org/TR/WD-xsl'><xsl:template>"
       "<p><xsl:eval>a < b</xsl:eval></p></xsl:template></xsl:stylesheet>";
   const std::string escapada = std::string(hoja).replace(hoja.find("a < b"), 5, "a &lt; b");
-  EXPECT_EQ(con_traza.TransformaXML(kTarjeta, escapada), "<p></p>");
-  EXPECT_EQ(con_traza.TransformaXML(kTarjeta, escapada), "<p></p>");
-  EXPECT_EQ(traza, Latin1("Hoja XSL: línea 1: xsl:eval &quot;a &lt; b&quot; no se ejecuta: no "
-                          "escribe nada<br/>"));
+  const std::string aviso = Latin1(
+      "Hoja XSL: línea 1: xsl:eval &quot;a &lt; b&quot; no se ejecuta: no escribe nada<br/>");
+  for (int solicitud = 0; solicitud < 2; ++solicitud) {
+    std::string traza;
+    std::set<std::string> avisadas;
+    for (int ficha = 0; ficha < 3; ++ficha) {
+      TransformadorXSL transformador(motor_, salida_, &traza, &avisadas);
+      EXPECT_EQ(transformador.TransformaXML(kTarjeta, escapada), "<p></p>");
+      EXPECT_EQ(transformador.TransformaXML(kTarjeta, escapada), "<p></p>");
+    }
+    EXPECT_EQ(traza, aviso) << solicitud;
+  }
+  // A transformer on its own traces it once too.
+  std::string traza;
+  TransformadorXSL solo(motor_, salida_, &traza);
+  solo.TransformaXML(kTarjeta, escapada);
+  solo.TransformaXML(kTarjeta, escapada);
+  EXPECT_EQ(traza, aviso);
 }
 
 TEST_F(Transformacion, DataDocumentThatDoesNotLoadIsReportedAndKeptInAComment) {
