@@ -6,6 +6,7 @@
 #include "base/CodePage.h"
 #include "base/Runtime.h"
 #include "base/RuntimeError.h"
+#include "config/Ajustes.h"
 
 namespace orvex::cgi {
 namespace {
@@ -98,6 +99,10 @@ void LeeDatosForma(EntradaCGI& cgi, Input& entrada, Plazo* plazo) {
     const auto longitud = static_cast<std::size_t>(cgi.LongitudContenido);
     {
       std::string buffer(std::min(longitud, kMaximoLectura), '\0');
+      // The body arrives in pieces from a FastCGI server: the declared
+      // length (the entry procedure has held it to the largest body
+      // accepted) is taken at once rather than grown into.
+      cgi.DatosPost.reserve(std::min(longitud, config::Ajustes::kCuerpoMaximoTope));
       // Kept: every read asks for the full length, not the remainder, and
       // the loop has no other exit than a body of the declared length, or
       // the request's deadline.

@@ -1,7 +1,10 @@
 #include "fastcgi/ServidorFastCGI.h"
 
 #include <fcgiapp.h>
-#include <poll.h>
+#include <malloc.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/time.h>
 #include <time.h>
 
 #include <algorithm>
@@ -11,6 +14,11 @@
 
 namespace orvex::fastcgi {
 namespace {
+
+// Seconds a read of the request's body, or a write of its page, may wait
+// for the server.
+constexpr time_t kEsperaLectura = 1;
+constexpr time_t kEsperaEscritura = 10;
 
 // The request's parameters, as a CGI program finds them in its environment.
 class EntornoFastCGI final : public Environment {
@@ -27,26 +35,20 @@ class EntornoFastCGI final : public Environment {
   FCGX_ParamArray parametros_;
 };
 
-// The request's body. A read never waits more than a tenth of a second for
-// bytes that have not come, so that the reader can look at the request's
-// deadline between reads, as on a CGI standard input.
+// The request's body. A read that needs bytes from the server waits for
+// them at most kEsperaLectura (the socket's receive time-out, set for the
+// request by Sirve); past it the body counts as ended, and the reader waits
+// out the request's deadline between reads, as on a CGI standard input that
+// has reached its end. A web server sends the body it has received at once,
+// so only a server that holds back a body it promised meets the time-out.
 class EntradaFastCGI final : public Input {
  public:
-  EntradaFastCGI(FCGX_Stream* flujo, int socket) : flujo_(flujo), socket_(socket) {}
+  explicit EntradaFastCGI(FCGX_Stream* flujo) : flujo_(flujo) {}
 
   std::size_t Read(char* buffer, std::size_t size) override {
     if (flujo_->isClosed || FCGX_HasSeenEOF(flujo_)) {
       fin_ = true;
       return 0;
-    }
-    // Bytes already received are read at once; otherwise the socket is
-    // given a tenth of a second to bring some.
-    if (flujo_->rdNext == flujo_->stop) {
-      pollfd p{socket_, POLLIN, 0};
-      if (::poll(&p, 1, 100) <= 0) {
-        fin_ = false;
-        return 0;
-      }
     }
     const int pedido = static_cast<int>(std::min<std::size_t>(size, INT_MAX));
     const int n = FCGX_GetStr(buffer, pedido, flujo_);
@@ -63,7 +65,6 @@ class EntradaFastCGI final : public Input {
 
  private:
   FCGX_Stream* flujo_;
-  int socket_;
   bool fin_ = false;
 };
 
@@ -89,13 +90,23 @@ class SalidaEnMemoria final : public Output {
 bool EsFastCGI() { return !FCGX_IsCGI(); }
 
 int Sirve(const Atiende& atiende) {
+  // A server that closes the connection before the page is sent must not
+  // end the worker: the write fails and the next request is taken.
+  ::signal(SIGPIPE, SIG_IGN);
   if (FCGX_Init() != 0) return 1;
   FCGX_Request peticion;
   if (FCGX_InitRequest(&peticion, 0, 0) != 0) return 1;
   while (FCGX_Accept_r(&peticion) == 0) {
+    // No read or write of the request's connection waits without bound for
+    // a server that has stopped sending or reading.
+    const timeval espera{kEsperaLectura, 0};
+    ::setsockopt(peticion.ipcFd, SOL_SOCKET, SO_RCVTIMEO, &espera, sizeof espera);
+    const timeval espera_escritura{kEsperaEscritura, 0};
+    ::setsockopt(peticion.ipcFd, SOL_SOCKET, SO_SNDTIMEO, &espera_escritura,
+                 sizeof espera_escritura);
     {
       EntornoFastCGI entorno(peticion.envp);
-      EntradaFastCGI entrada(peticion.in, peticion.ipcFd);
+      EntradaFastCGI entrada(peticion.in);
       SalidaEnMemoria salida;
       atiende(entorno, entrada, salida);
       const std::string& pagina = salida.pagina();
@@ -105,6 +116,12 @@ int Sirve(const Atiende& atiende) {
         enviado += static_cast<std::size_t>(trozo);
       }
     }
+    // What the request freed goes back to the system, so that a worker
+    // that has served a large request does not keep its memory.
+    ::malloc_trim(0);
+    // A connection the server keeps for its next request waits idle for it.
+    const timeval sin_limite{0, 0};
+    ::setsockopt(peticion.ipcFd, SOL_SOCKET, SO_RCVTIMEO, &sin_limite, sizeof sin_limite);
     FCGX_Finish_r(&peticion);
   }
   return 0;

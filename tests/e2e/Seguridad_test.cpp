@@ -216,7 +216,11 @@ TEST(Ataques, ABodyOfEmptyFieldsTakesASmallMultipleOfItsSize) {
 #else
   constexpr long kVeces = 8;
 #endif
-  EXPECT_LT(campos - base, kVeces * mb) << "base " << base << " KB, with fields " << campos << " KB";
+  // A fresh CGI process's base already holds what the libraries take once
+  // (some 3 MB), which the big request's peak holds too; a FastCGI worker
+  // took it with its first request, so the difference is all the body's.
+  const long holgura = ModoDePrueba() == Modo::FastCGI ? 3 * 1024 : 0;
+  EXPECT_LT(campos - base, kVeces * mb + holgura) << "base " << base << " KB, with fields " << campos << " KB";
 }
 
 // The reservation once connected to whatever address and port the request

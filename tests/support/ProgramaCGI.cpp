@@ -77,8 +77,10 @@ fs::path CatalogoDePrueba(Bases forma) {
   return fs::path(ORVEX_FIXTURES) / "catalogo" / (forma == Bases::Jet ? "jet" : "sqlite");
 }
 
-ProgramaCGI::ProgramaCGI(const std::string& nombre, const Disposicion& d)
-    : dir_(fs::path(ORVEX_SCRATCH_DIR) / nombre) {
+ProgramaCGI::ProgramaCGI(const std::string& nombre, const Disposicion& d, Modo modo)
+    : dir_(fs::path(modo == Modo::FastCGI ? ORVEX_SCRATCH_DIR "-fastcgi" : ORVEX_SCRATCH_DIR) /
+           nombre),
+      modo_(modo) {
   fs::remove_all(dir_);
   fs::create_directories(dir_);
   std::error_code ec;
@@ -102,6 +104,7 @@ ProgramaCGI::ProgramaCGI(const std::string& nombre, const Disposicion& d)
 }
 
 ProgramaCGI::~ProgramaCGI() {
+  DetieneTrabajador();
   std::error_code ec;
   fs::remove_all(dir_, ec);
 }
@@ -117,45 +120,61 @@ void ProgramaCGI::Escribe(const std::string& nombre, const std::string& texto) c
   WriteFile(dir_ / nombre, Rellena(texto));
 }
 
-Respuesta ProgramaCGI::Ejecuta(const Peticion& p) const {
-  const fs::path entrada = dir_ / ".stdin";
-  const fs::path salida = dir_ / ".stdout";
-  WriteFile(entrada, p.cuerpo);
+namespace {
+
+// The environment every run starts from: the clock pinned, the sanitizer
+// told about the preloaded library.
+std::vector<std::string> EntornoBase() {
+  // libfaketime itself rather than its wrapper, which needs a named
+  // semaphore per run and fails now and then when many tests run at once.
+  return {"TZ=UTC",
+          "PATH=/usr/bin:/bin",
+          "ASAN_OPTIONS=verify_asan_link_order=0",
+          "LD_PRELOAD=" + std::string(kLibFaketime),
+          "FAKETIME=2008-12-15 09:30:11",
+          "DONT_FAKE_MONOTONIC=1"};
+}
+
+// Replaces the child of a fork by `argv`, run with `env`; never returns.
+[[noreturn]] void SustituyeProceso(const std::vector<std::string>& argv, std::vector<std::string> env) {
+  std::vector<char*> args;
+  for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
+  args.push_back(nullptr);
+  std::vector<char*> envp;
+  for (std::string& e : env) envp.push_back(e.data());
+  envp.push_back(nullptr);
+  execve(args[0], args.data(), envp.data());
+  _exit(127);
+}
+
+// Runs `argv` in a process group of its own with `env`, the file `entrada` as
+// its standard input and its standard output to the file `salida` or to a
+// pipe; stops it after `limite_s` seconds.
+Respuesta Corre(const std::vector<std::string>& argv, const std::vector<std::string>& env,
+                const fs::path& entrada, const fs::path& salida, bool a_archivo,
+                double limite_s) {
   int tubo[2] = {-1, -1};
-  if (!p.salida_a_archivo && pipe(tubo) != 0) return {};
+  if (!a_archivo && pipe(tubo) != 0) return {};
   const pid_t pid = fork();
   if (pid == 0) {
     setpgid(0, 0);
     dup2(open(entrada.c_str(), O_RDONLY), 0);
-    if (p.salida_a_archivo) {
+    if (a_archivo) {
       dup2(open(salida.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0644), 1);
     } else {
       dup2(tubo[1], 1);
       close(tubo[0]);
     }
-    // libfaketime itself rather than its wrapper, which needs a named
-    // semaphore per run and fails now and then when many tests run at once.
-    std::vector<std::string> env = {"TZ=UTC", "PATH=/usr/bin:/bin",
-                                    "ASAN_OPTIONS=verify_asan_link_order=0",
-                                    "LD_PRELOAD=" + std::string(kLibFaketime),
-                                    "FAKETIME=2008-12-15 09:30:11", "DONT_FAKE_MONOTONIC=1"};
-    for (const auto& [k, v] : p.variables) env.push_back(k + "=" + v);
-    std::vector<char*> envp;
-    for (std::string& e : env) envp.push_back(e.data());
-    envp.push_back(nullptr);
-    const std::string programa = (dir_ / "orvex").string();
-    const char* argv[] = {programa.c_str(), nullptr};
-    execve(programa.c_str(), const_cast<char**>(argv), envp.data());
-    _exit(127);
+    SustituyeProceso(argv, env);
   }
   Respuesta r;
-  if (!p.salida_a_archivo) {
+  if (!a_archivo) {
     close(tubo[1]);
     fcntl(tubo[0], F_SETFL, O_NONBLOCK);
   }
-  const auto fin = std::chrono::steady_clock::now() + std::chrono::duration<double>(p.limite_s);
+  const auto fin = std::chrono::steady_clock::now() + std::chrono::duration<double>(limite_s);
   for (;;) {
-    if (!p.salida_a_archivo) Lee(tubo[0], r.salida);
+    if (!a_archivo) Lee(tubo[0], r.salida);
     int status = 0;
     struct rusage uso {};
     if (wait4(pid, &status, WNOHANG, &uso) == pid) {
@@ -171,11 +190,127 @@ Respuesta ProgramaCGI::Ejecuta(const Peticion& p) const {
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
-  if (p.salida_a_archivo) {
+  if (a_archivo) {
     r.salida = ReadFile(salida);
   } else {
     Lee(tubo[0], r.salida);
     close(tubo[0]);
+  }
+  return r;
+}
+
+// The peak resident memory of the process `pid`, in KB (0 when unknown).
+long MemoriaPico(int pid) {
+  std::ifstream estado("/proc/" + std::to_string(pid) + "/status");
+  std::string linea;
+  while (std::getline(estado, linea)) {
+    if (linea.rfind("VmHWM:", 0) == 0) return std::strtol(linea.c_str() + 6, nullptr, 10);
+  }
+  return 0;
+}
+
+}  // namespace
+
+Modo ModoDePrueba() {
+  const char* modo = std::getenv("ORVEX_E2E_MODO");
+  return modo != nullptr && std::string_view(modo) == "fastcgi" ? Modo::FastCGI : Modo::CGI;
+}
+
+Respuesta ProgramaCGI::Ejecuta(const Peticion& p) const {
+  return modo_ == Modo::FastCGI && p.salida_a_archivo ? EjecutaFastCGI(p) : EjecutaCGI(p);
+}
+
+Respuesta ProgramaCGI::EjecutaCGI(const Peticion& p) const {
+  const fs::path entrada = dir_ / ".stdin";
+  WriteFile(entrada, p.cuerpo);
+  std::vector<std::string> env = EntornoBase();
+  for (const auto& [k, v] : p.variables) env.push_back(k + "=" + v);
+  return Corre({(dir_ / "orvex").string()}, env, entrada, dir_ / ".stdout", p.salida_a_archivo,
+               p.limite_s);
+}
+
+bool ProgramaCGI::IniciaTrabajador() const {
+  const int fd = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in dir{};
+  dir.sin_family = AF_INET;
+  dir.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t largo = sizeof dir;
+  if (fd < 0 || bind(fd, reinterpret_cast<sockaddr*>(&dir), sizeof dir) != 0 ||
+      getsockname(fd, reinterpret_cast<sockaddr*>(&dir), &largo) != 0 || listen(fd, 16) != 0) {
+    if (fd >= 0) close(fd);
+    return false;
+  }
+  const std::string registro = (dir_ / ".trabajador.salida").string();
+  const pid_t pid = fork();
+  if (pid == 0) {
+    setpgid(0, 0);
+    // As a FastCGI server starts a worker: the listening socket is its
+    // standard input.
+    dup2(fd, 0);
+    close(fd);
+    const int log = open(registro.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+    dup2(log, 1);
+    dup2(log, 2);
+    SustituyeProceso({(dir_ / "orvex").string()}, EntornoBase());
+  }
+  close(fd);
+  if (pid < 0) return false;
+  trabajador_ = pid;
+  puerto_ = ntohs(dir.sin_port);
+  return true;
+}
+
+void ProgramaCGI::DetieneTrabajador() const {
+  if (trabajador_ <= 0) return;
+  const pid_t pid = trabajador_;
+  trabajador_ = 0;
+  if (ocupado_) {
+    // A request the harness gave up on may hold the worker until its
+    // deadline: there is nothing to learn from waiting.
+    kill(-pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+    return;
+  }
+  // A FastCGI server stops its workers with TERM: the worker ends its
+  // accept loop and exits with 0 (under the sanitizers, after their checks
+  // at exit).
+  kill(pid, SIGTERM);
+  int status = 0;
+  const auto fin = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (waitpid(pid, &status, WNOHANG) != pid) {
+    if (std::chrono::steady_clock::now() > fin) {
+      kill(-pid, SIGKILL);
+      waitpid(pid, nullptr, 0);
+      ADD_FAILURE() << "the FastCGI worker did not stop on TERM";
+      return;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0)
+      << "the FastCGI worker ended with status " << status << ":\n"
+      << ReadFile(dir_ / ".trabajador.salida");
+}
+
+Respuesta ProgramaCGI::EjecutaFastCGI(const Peticion& p) const {
+  if (trabajador_ > 0 && waitpid(trabajador_, nullptr, WNOHANG) == trabajador_) trabajador_ = 0;
+  if (trabajador_ == 0 && !IniciaTrabajador()) return {};
+  const fs::path entrada = dir_ / ".stdin";
+  WriteFile(entrada, p.cuerpo);
+  std::vector<std::string> env = EntornoBase();
+  for (const auto& [k, v] : p.variables) env.push_back(k + "=" + v);
+  Respuesta r = Corre({"/usr/bin/cgi-fcgi", "-bind", "-connect",
+                       "127.0.0.1:" + std::to_string(puerto_)},
+                      env, entrada, dir_ / ".stdout", true, p.limite_s);
+  ocupado_ = !r.termino;
+  r.memoria_kb = MemoriaPico(trabajador_);
+  int status = 0;
+  if (waitpid(trabajador_, &status, WNOHANG) == trabajador_) {
+    // The worker did not survive the request.
+    ADD_FAILURE() << "the FastCGI worker ended with status " << status << ":\n"
+                  << ReadFile(dir_ / ".trabajador.salida");
+    trabajador_ = 0;
+    ocupado_ = false;
+    r.estado = -1;
   }
   return r;
 }

@@ -2,9 +2,19 @@
 
 // The harness of the end-to-end tests: the real orvex binary run the way a
 // web server runs it, in a program directory of its own laid out for the
-// test, with the CGI variables in its environment, the body on its standard
-// input and the clock pinned by libfaketime at Monday 15 December 2008,
-// 09:30:11 UTC.
+// test, with the clock pinned by libfaketime at Monday 15 December 2008,
+// 09:30:11 UTC. It runs it either way a web server does (Modo):
+//   - as a CGI program, a process per request, with the CGI variables in
+//     its environment, the body on its standard input and the page on its
+//     standard output;
+//   - as a FastCGI worker, one process started in the program directory on
+//     a listening socket of the loopback and kept for all the directory's
+//     requests, each sent to it by Debian's cgi-fcgi (the variables as the
+//     request's parameters, the body as its input). A request that asks
+//     for the page on a pipe runs as CGI: the kind of standard output is a
+//     CGI program's alone.
+// The environment variable ORVEX_E2E_MODO=fastcgi makes FastCGI the mode of
+// every ProgramaCGI (ctest runs the end-to-end tests once in each mode).
 
 #include <filesystem>
 #include <map>
@@ -31,9 +41,13 @@ struct Peticion {
 struct Respuesta {
   std::string salida;
   bool termino = false;  // false when the harness had to stop it
-  int estado = -1;
-  long memoria_kb = 0;   // the process's peak resident memory
+  int estado = -1;       // the exit status; as FastCGI, cgi-fcgi's
+  long memoria_kb = 0;   // the process's (the worker's) peak resident memory
 };
+
+enum class Modo { CGI, FastCGI };
+// The mode that ORVEX_E2E_MODO chooses, CGI when it is not set.
+Modo ModoDePrueba();
 
 // Requests as a web server passes them.
 Peticion Get(const std::string& query);
@@ -63,8 +77,10 @@ struct Disposicion {
 
 class ProgramaCGI {
  public:
-  // The directory `nombre` of the scratch directory, emptied and laid out.
-  explicit ProgramaCGI(const std::string& nombre, const Disposicion& disposicion = {});
+  // The directory `nombre` of the mode's scratch directory, emptied and
+  // laid out.
+  explicit ProgramaCGI(const std::string& nombre, const Disposicion& disposicion = {},
+                       Modo modo = ModoDePrueba());
   ~ProgramaCGI();
   ProgramaCGI(const ProgramaCGI&) = delete;
   ProgramaCGI& operator=(const ProgramaCGI&) = delete;
@@ -78,9 +94,14 @@ class ProgramaCGI {
   // directory, making its folders.
   void Escribe(const std::string& nombre, const std::string& texto) const;
 
-  // Runs the binary with the request's variables, body and output kind;
-  // stops it after its time limit.
+  // Runs the request with its variables, body and output kind; stops it
+  // after its time limit. As FastCGI, the worker is started by the first
+  // request and started again after one that it did not survive, which
+  // then reports status -1 (as a CGI process that died would).
   Respuesta Ejecuta(const Peticion& p) const;
+  // As FastCGI, the worker's pid (0 before the first request); a test can
+  // tell from it that one process served several requests.
+  int Trabajador() const { return trabajador_; }
   // The output of a request that must end by itself with status 0, the
   // program directory written "@DIR@" in it.
   std::string Pagina(const Peticion& p) const;
@@ -93,7 +114,16 @@ class ProgramaCGI {
   void Modifica(const std::string& base, const std::string& sentencia) const;
 
  private:
+  Respuesta EjecutaCGI(const Peticion& p) const;
+  Respuesta EjecutaFastCGI(const Peticion& p) const;
+  bool IniciaTrabajador() const;
+  void DetieneTrabajador() const;
+
   fs::path dir_;
+  Modo modo_;
+  mutable int trabajador_ = 0;  // the FastCGI worker's pid
+  mutable int puerto_ = 0;      // the port it listens on
+  mutable bool ocupado_ = false;  // the harness gave up on its last request
 };
 
 // Compares `salida` with tests/e2e/golden/<nombre>.html byte for byte;
