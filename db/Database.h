@@ -160,6 +160,8 @@ class Opener {
   void Vigila(Plazo* plazo) { plazo_ = plazo; }
 
  protected:
+  // The deadline that Vigila set, or nullptr.
+  Plazo* PlazoVigilado() const { return plazo_; }
   // `options` with the deadline that Vigila set.
   OpenOptions Vigiladas(const OpenOptions& options) const {
     OpenOptions o = options;

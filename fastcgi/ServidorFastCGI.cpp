@@ -19,6 +19,8 @@ namespace {
 // for the server.
 constexpr time_t kEsperaLectura = 1;
 constexpr time_t kEsperaEscritura = 10;
+// Bytes of freed memory a worker may keep between requests.
+constexpr std::size_t kLibreRetenido = 4 << 20;
 
 // The request's parameters, as a CGI program finds them in its environment.
 class EntornoFastCGI final : public Environment {
@@ -116,9 +118,10 @@ int Sirve(const Atiende& atiende) {
         enviado += static_cast<std::size_t>(trozo);
       }
     }
-    // What the request freed goes back to the system, so that a worker
-    // that has served a large request does not keep its memory.
-    ::malloc_trim(0);
+    // What a large request freed goes back to the system, so that the
+    // worker does not keep its memory; an ordinary request leaves too
+    // little to be worth the system calls.
+    if (::mallinfo2().fordblks > kLibreRetenido) ::malloc_trim(0);
     // A connection the server keeps for its next request waits idle for it.
     const timeval sin_limite{0, 0};
     ::setsockopt(peticion.ipcFd, SOL_SOCKET, SO_RCVTIMEO, &sin_limite, sizeof sin_limite);

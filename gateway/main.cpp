@@ -3,6 +3,7 @@
 
 #include "base/PosixPlatform.h"
 #include "circulation/ChecaIP.h"
+#include "db/BasesConservadas.h"
 #include "db/Database.h"
 #include "db/SqliteEngine.h"
 #include "fastcgi/ServidorFastCGI.h"
@@ -32,22 +33,26 @@ int main() {
   orvex::SystemClock reloj;
   orvex::PosixFileSystem archivos;
   RealEngines motores(archivos.ProgramDirectory());
-  orvex::db::EngineOpener bases(orvex::CodePage::Windows1252());
   orvex::RedPosix red;
   // One request: its own services around what the process keeps (clock,
   // files, engines, the opener, the network). Nothing of the request
   // outlives the call.
-  const auto atiende = [&](orvex::Environment& entorno, orvex::Input& entrada,
-                           orvex::Output& salida) {
+  const auto atiende = [&](orvex::db::Opener& bases, orvex::Environment& entorno,
+                           orvex::Input& entrada, orvex::Output& salida) {
     orvex::Servicios sys{entorno, entrada, salida, reloj, archivos, motores};
     return orvex::gateway::Principal(sys, bases, &red);
   };
   if (orvex::fastcgi::EsFastCGI()) {
-    return orvex::fastcgi::Sirve(
-        [&](orvex::Environment& e, orvex::Input& i, orvex::Output& o) { atiende(e, i, o); });
+    // A worker keeps the catalogue's databases open between requests, each
+    // while its file is unchanged; the XSL module keeps its compiled sheets.
+    orvex::db::BasesConservadas bases(orvex::CodePage::Windows1252());
+    return orvex::fastcgi::Sirve([&](orvex::Environment& e, orvex::Input& i, orvex::Output& o) {
+      atiende(bases, e, i, o);
+    });
   }
+  orvex::db::EngineOpener bases(orvex::CodePage::Windows1252());
   orvex::PosixEnvironment entorno;
   orvex::StdInput entrada;
   orvex::StdOutput salida;
-  return atiende(entorno, entrada, salida);
+  return atiende(bases, entorno, entrada, salida);
 }
