@@ -95,7 +95,12 @@ std::string CodePage::FromUtf8(std::string_view utf8) const {
   std::string out;
   out.reserve(utf8.size());
   for (size_t i = 0; i < utf8.size();) {
-    out += ByteFor(NextUtf8(utf8, i)).value_or('?');
+    // Runs of ASCII, most of a catalogue's text, are copied as they are.
+    size_t ascii = i;
+    while (ascii < utf8.size() && static_cast<unsigned char>(utf8[ascii]) < 0x80) ++ascii;
+    out.append(utf8.substr(i, ascii - i));
+    i = ascii;
+    if (i < utf8.size()) out += ByteFor(NextUtf8(utf8, i)).value_or('?');
   }
   return out;
 }
@@ -123,19 +128,6 @@ std::string Latin1(std::string_view utf8) {
     out += c <= 0xFF ? static_cast<char>(c) : '?';
   }
   return out;
-}
-
-char UpperLatin1(char c) {
-  const auto b = static_cast<unsigned char>(c);
-  if (b >= 'a' && b <= 'z') return static_cast<char>(b - 0x20);
-  if (b >= 0xE0 && b <= 0xFE && b != 0xF7) return static_cast<char>(b - 0x20);
-  switch (b) {
-    case 0x9A: return static_cast<char>(0x8A);  // š
-    case 0x9C: return static_cast<char>(0x8C);  // œ
-    case 0x9E: return static_cast<char>(0x8E);  // ž
-    case 0xFF: return static_cast<char>(0x9F);  // ÿ
-    default: return c;
-  }
 }
 
 std::string UpperLatin1(std::string_view text) {

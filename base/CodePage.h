@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -44,7 +45,29 @@ std::string Latin1(std::string_view utf8);
 
 // Upper-casing of the Latin-1 letters: a-z, à-þ except ÷, and š œ ž ÿ of
 // Windows-1252. Every other byte is left alone (ß, µ included).
-char UpperLatin1(char c);
+namespace codepage_detalle {
+// The upper case of each Latin-1 byte, as UpperLatin1 gives it.
+constexpr std::array<char, 256> TablaMayusculas() {
+  std::array<char, 256> t{};
+  for (int b = 0; b < 256; ++b) {
+    int m = b;
+    if ((b >= 'a' && b <= 'z') || (b >= 0xE0 && b <= 0xFE && b != 0xF7)) m = b - 0x20;
+    if (b == 0x9A) m = 0x8A;  // š
+    if (b == 0x9C) m = 0x8C;  // œ
+    if (b == 0x9E) m = 0x8E;  // ž
+    if (b == 0xFF) m = 0x9F;  // ÿ
+    t[static_cast<std::size_t>(b)] = static_cast<char>(m);
+  }
+  return t;
+}
+inline constexpr std::array<char, 256> kMayusculas = TablaMayusculas();
+}  // namespace codepage_detalle
+
+// Inline, from a table: the searches and the highlighting compare every
+// byte of a page's records through it.
+inline char UpperLatin1(char c) {
+  return codepage_detalle::kMayusculas[static_cast<unsigned char>(c)];
+}
 std::string UpperLatin1(std::string_view text);
 
 // Equality after upper-casing both sides as above.
