@@ -184,14 +184,27 @@ std::string Clasificacion(std::string_view marc) {
   return clasificacion;
 }
 
+namespace {
+
+// The first position from `desde` where `marca` (upper-case ASCII) stands
+// in `html` in any letter case; npos when it does not.
+size_t BuscaMarca(std::string_view html, std::string_view marca, size_t desde) {
+  for (size_t p = html.find(marca[0], desde); p != std::string_view::npos;
+       p = html.find(marca[0], p + 1)) {
+    if (EqualsIgnoringCase(html.substr(p, marca.size()), marca)) return p;
+  }
+  return std::string_view::npos;
+}
+
+}  // namespace
+
 std::string CuerpoConEstilos(const std::string& html) {
-  const std::string mayusculas = UpperLatin1(html);
   std::string cuerpo;
-  const size_t body = mayusculas.find("<BODY");
+  const size_t body = BuscaMarca(html, "<BODY", 0);
   if (body != std::string::npos) {
     const size_t cierre = html.find('>', body);
     if (cierre != std::string::npos) {
-      const size_t fin = mayusculas.find("</BODY", cierre + 1);
+      const size_t fin = BuscaMarca(html, "</BODY", cierre + 1);
       cuerpo = html.substr(cierre + 1, fin == std::string::npos ? std::string::npos : fin - cierre - 1);
     }
   }

@@ -50,8 +50,15 @@ std::string CopiaPlegada(std::string_view texto) {
 std::size_t BuscaSinCaso(std::size_t desde, std::string_view texto,
                          std::string_view palabra) {
   if (desde > texto.size() + 1 || palabra.size() > texto.size()) return 0;
+  if (palabra.empty()) return desde;
+  // The first letter rules out almost every position before the whole
+  // word is compared.
+  const char primera = UpperLatin1(palabra[0]);
   for (std::size_t i = desde - 1; i + palabra.size() <= texto.size(); ++i) {
-    if (EqualsIgnoringCase(texto.substr(i, palabra.size()), palabra)) return i + 1;
+    if (UpperLatin1(texto[i]) == primera &&
+        EqualsIgnoringCase(texto.substr(i, palabra.size()), palabra)) {
+      return i + 1;
+    }
   }
   return 0;
 }

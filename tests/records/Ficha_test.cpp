@@ -2,7 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
+#include <vector>
+
 #include "base/CodePage.h"
+#include "base/Runtime.h"
 #include "base/RuntimeError.h"
 #include "tests/support/Fakes.h"
 
@@ -49,6 +53,43 @@ TEST(Ficha, ExtraeEtiquetaReturnsTheFirstListedFieldPresent) {
   for (const Case& c : cases) {
     EXPECT_EQ(ExtraeEtiqueta(Latin1(c.lista), Latin1(c.etiquetas)), Latin1(c.contenido))
         << c.lista << " in " << c.etiquetas;
+  }
+}
+
+// Random tag lists and records over a few bytes (separators, end marks,
+// tag digits, blanks) give what the rule gives read literally: for each
+// listed tag in turn, the first place where the separator and the tag
+// (the last piece blank-filled to three) stand, its content up to the next
+// separator or end mark.
+TEST(Ficha, ExtraeEtiquetaFollowsTheRuleOnRandomRecords) {
+  const auto regla = [](std::string_view lista, std::string_view etiquetas) {
+    const auto cuenta =
+        static_cast<std::size_t>(ToByte(static_cast<double>(lista.size()) / 3));
+    for (std::size_t i = 0; i < cuenta; ++i) {
+      std::string clave = Latin1("¦") + std::string(lista.substr(i * 3, 3));
+      clave.resize(4, ' ');
+      const std::size_t inicio = etiquetas.find(clave);
+      if (inicio == std::string_view::npos) continue;
+      const std::string_view resto = etiquetas.substr(inicio + 4);
+      return std::string(resto.substr(0, resto.find_first_of(Latin1("¦Ì"))));
+    }
+    return std::string();
+  };
+  std::mt19937 azar(11);
+  const std::vector<std::string> marcas = {"245", "100", "110", "650", "24 ", "2  ", "24"};
+  const std::string relleno = Latin1("ab Ì¦");
+  const auto una = [&](const std::vector<std::string>& de) { return de[azar() % de.size()]; };
+  for (int caso = 0; caso < 5000; ++caso) {
+    std::string lista;
+    for (std::size_t n = azar() % 5; n > 0; --n) lista += una(marcas).substr(0, 3);
+    if (azar() % 3 == 0 && !lista.empty()) lista.resize(lista.size() - 1 - azar() % 2);
+    std::string etiquetas;
+    for (std::size_t n = azar() % 8; n > 0; --n) {
+      etiquetas += Latin1("¦") + una(marcas);
+      for (std::size_t k = azar() % 4; k > 0; --k) etiquetas += relleno[azar() % relleno.size()];
+    }
+    ASSERT_EQ(ExtraeEtiqueta(lista, etiquetas), regla(lista, etiquetas))
+        << "list \"" << lista << "\" in \"" << etiquetas << "\"";
   }
 }
 
