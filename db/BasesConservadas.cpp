@@ -80,7 +80,7 @@ BasesConservadas::~BasesConservadas() = default;
 
 std::unique_ptr<Database> BasesConservadas::Open(const std::string& path,
                                                  const OpenOptions& options) {
-  if (options.plazo != nullptr || (!options.read_only && !es_sqlite_(path))) {
+  if (options.plazo != nullptr || !es_sqlite_(path)) {
     return abre_(path, Vigiladas(options));
   }
   // What must stay the same for a kept database to serve: a written file

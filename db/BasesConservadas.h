@@ -29,18 +29,19 @@ struct IdentidadArchivo {
 std::optional<IdentidadArchivo> IdentidadDe(const std::string& ruta);
 
 // The opener of a process that serves request after request (a FastCGI
-// worker): it keeps databases open from one request to the next, each only
-// while its file is the same file:
+// worker): it keeps SQLite databases open from one request to the next,
+// each only while its file is the same file:
 //   - a database opened read-only (the catalogue) while its file is also
 //     unchanged: a file that has been replaced or changed is opened afresh,
 //     so a library that rebuilds its catalogue serves the new one from the
 //     next request on;
-//   - a SQLite database that requests write (the statistics) while its file
-//     has not been replaced: its changes are the writers' own, which
-//     SQLite's locks keep in order between the workers;
-// Jet files that requests write, and databases held to a deadline of the
-// caller's own, are opened afresh every time: a kept Jet file would not see
-// the rows another worker appends.
+//   - a database that requests write (the statistics) while its file has
+//     not been replaced: its changes are the writers' own, which SQLite's
+//     locks keep in order between the workers.
+// Jet files, and databases held to a deadline of the caller's own, are
+// opened afresh every time: a Jet file keeps every page it has read, which
+// in a kept file would grow towards the whole catalogue, and a written one
+// would not see the rows another worker appends.
 //
 // Before each use of a kept database the file's identity is read again. An
 // open during which the file changed (its identity before and after

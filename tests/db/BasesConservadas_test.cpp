@@ -134,9 +134,10 @@ TEST(BasesConservadas, AnOpenDuringWhichTheFileChangedIsNotTrusted) {
   }
 }
 
-// What is opened afresh every time: a Jet file that requests write (a kept
-// one would not see the rows other workers append), a database held to a
-// deadline of the caller's own, a file that cannot be examined.
+// What is opened afresh every time: a Jet file, read (its pages would pile
+// up in a kept one) or written (a kept one would not see the rows other
+// workers append), a database held to a deadline of the caller's own, a
+// file that cannot be examined.
 TEST(BasesConservadas, SomeDatabasesAreNeverKept) {
   testing::PlazoDeMiradas propio(100);
   struct Caso {
@@ -146,6 +147,7 @@ TEST(BasesConservadas, SomeDatabasesAreNeverKept) {
   };
   const std::vector<Caso> casos = {
       {"written, Jet", "/jet/estadisticas.mdb", {.busy_timeout_ms = 2000}},
+      {"read, Jet", "/jet/KORVEL8.MDB", kLectura},
       {"the caller's own deadline", "/c/b.mdb", {.read_only = true, .plazo = &propio}},
       {"a file with no identity", "/c/no-hay.mdb", kLectura},
   };
@@ -154,6 +156,7 @@ TEST(BasesConservadas, SomeDatabasesAreNeverKept) {
     Archivos archivos;
     archivos.identidades["/c/b.mdb"] = {1, 10, 4096, 5};
     archivos.identidades["/jet/estadisticas.mdb"] = {1, 12, 4096, 5};
+    archivos.identidades["/jet/KORVEL8.MDB"] = {1, 13, 4096, 5};
     BasesConservadas bases = archivos.Opener();
     bases.Open(c.ruta, c.opciones)->Close();
     bases.Open(c.ruta, c.opciones)->Close();
