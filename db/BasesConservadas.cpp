@@ -80,9 +80,7 @@ BasesConservadas::~BasesConservadas() = default;
 
 std::unique_ptr<Database> BasesConservadas::Open(const std::string& path,
                                                  const OpenOptions& options) {
-  if (options.plazo != nullptr || !es_sqlite_(path)) {
-    return abre_(path, Vigiladas(options));
-  }
+  if (options.plazo != nullptr) return abre_(path, Vigiladas(options));
   // What must stay the same for a kept database to serve: a written file
   // changes with every row, and only its replacement counts.
   const auto identidad_de = [&](const std::string& ruta) {
@@ -98,6 +96,9 @@ std::unique_ptr<Database> BasesConservadas::Open(const std::string& path,
       bases_.erase(it);
     }
   }
+  // Only a SQLite file is kept; its engine is read from the file when it is
+  // opened, not at every use.
+  if (!es_sqlite_(path)) return abre_(path, Vigiladas(options));
   OpenOptions opciones = options;
   opciones.plazo = plazo_.get();
   // A file that cannot be examined opens (or fails, when it is missing) as

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <iterator>
 #include <optional>
 #include <string>
 
@@ -89,7 +90,17 @@ class SalidaEnMemoria final : public Output {
 
 }  // namespace
 
-bool EsFastCGI() { return !FCGX_IsCGI(); }
+bool EsFastCGI() {
+  // Asking sets libfcgi up, which puts its own handlers on TERM, USR1 and
+  // PIPE; a CGI process keeps the defaults, so that the web server's TERM
+  // still ends it and a closed pipe still stops it, as always.
+  constexpr int kSenales[] = {SIGTERM, SIGUSR1, SIGPIPE};
+  struct sigaction antes[std::size(kSenales)] {};
+  for (std::size_t i = 0; i < std::size(kSenales); ++i) ::sigaction(kSenales[i], nullptr, &antes[i]);
+  if (!FCGX_IsCGI()) return true;
+  for (std::size_t i = 0; i < std::size(kSenales); ++i) ::sigaction(kSenales[i], &antes[i], nullptr);
+  return false;
+}
 
 int Sirve(const Atiende& atiende) {
   // A server that closes the connection before the page is sent must not

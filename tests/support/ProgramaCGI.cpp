@@ -230,33 +230,25 @@ Respuesta ProgramaCGI::EjecutaCGI(const Peticion& p) const {
 }
 
 bool ProgramaCGI::IniciaTrabajador() const {
-  const int fd = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in dir{};
-  dir.sin_family = AF_INET;
-  dir.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t largo = sizeof dir;
-  if (fd < 0 || bind(fd, reinterpret_cast<sockaddr*>(&dir), sizeof dir) != 0 ||
-      getsockname(fd, reinterpret_cast<sockaddr*>(&dir), &largo) != 0 || listen(fd, 16) != 0) {
-    if (fd >= 0) close(fd);
-    return false;
-  }
+  // The worker's listening socket; the parent's copy closes with it.
+  const Escucha escucha;
+  if (!escucha.abierta()) return false;
   const std::string registro = (dir_ / ".trabajador.salida").string();
   const pid_t pid = fork();
   if (pid == 0) {
     setpgid(0, 0);
     // As a FastCGI server starts a worker: the listening socket is its
     // standard input.
-    dup2(fd, 0);
-    close(fd);
+    dup2(escucha.fd(), 0);
+    close(escucha.fd());
     const int log = open(registro.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
     dup2(log, 1);
     dup2(log, 2);
     SustituyeProceso({(dir_ / "orvex").string()}, EntornoBase());
   }
-  close(fd);
   if (pid < 0) return false;
   trabajador_ = pid;
-  puerto_ = ntohs(dir.sin_port);
+  puerto_ = std::stoi(escucha.puerto());
   return true;
 }
 

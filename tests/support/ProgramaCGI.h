@@ -140,6 +140,7 @@ class Escucha {
   Escucha& operator=(const Escucha&) = delete;
   bool abierta() const { return fd_ >= 0 && puerto_ > 0; }
   std::string puerto() const { return std::to_string(puerto_); }
+  int fd() const { return fd_; }
   // True when a connection is waiting to be taken.
   bool Tocada() const;
 
