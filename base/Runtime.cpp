@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 
 #include "base/CodePage.h"
@@ -162,8 +163,41 @@ std::string TrimBlanks(std::string_view text) { return std::string(TrimBlanksVie
 std::size_t InStr(std::size_t start, std::string_view text, std::string_view find) {
   if (start < 1) start = 1;
   if (start > text.size() + 1) return 0;
-  const size_t p = text.find(find, start - 1);
+  const size_t p = BuscaTexto(text, find, start - 1);
   return p == std::string_view::npos ? 0 : p + 1;
+}
+
+namespace {
+
+// Bytes that fill pages and records: letters, digits, blanks, line ends and
+// the characters of tags and attributes. Any other byte is taken as rare.
+constexpr bool EsComun(unsigned char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+         c == ' ' || c == '\r' || c == '\n' || c == '\t' || c == '<' || c == '>' || c == '/' ||
+         c == '=' || c == '"' || c == '\'' || c == '.' || c == ',' || c == ';' || c == ':' ||
+         c == '-' || c == '_' || c == '&' || c == '#';
+}
+
+}  // namespace
+
+std::size_t BuscaTexto(std::string_view text, std::string_view find, std::size_t from) {
+  std::size_t i = 0;  // the byte of `find` the scan jumps between
+  while (i < find.size() && EsComun(static_cast<unsigned char>(find[i]))) ++i;
+  if (find.size() < 2 || i == find.size()) return text.find(find, from);
+  if (from > text.size() || text.size() - from < find.size()) return std::string_view::npos;
+  const char* const inicio = text.data();
+  const char* const ultimo = inicio + (text.size() - find.size());  // last possible start
+  const char* candidato = inicio + from;
+  while (candidato <= ultimo) {
+    const void* raro = std::memchr(candidato + i, find[i], static_cast<std::size_t>(ultimo - candidato) + 1);
+    if (raro == nullptr) break;
+    candidato = static_cast<const char*>(raro) - i;
+    if (std::memcmp(candidato, find.data(), find.size()) == 0) {
+      return static_cast<std::size_t>(candidato - inicio);
+    }
+    ++candidato;
+  }
+  return std::string_view::npos;
 }
 
 }  // namespace orvex

@@ -43,4 +43,12 @@ std::string_view TrimBlanksView(std::string_view text);
 // 0 when it does not occur. An empty `find` is found at `start`.
 std::size_t InStr(std::size_t start, std::string_view text, std::string_view find);
 
+// The position of `find` in `text` at or after `from`, as
+// std::string_view::find gives it (npos when absent, `from` for an empty
+// `find` that fits). Pages and templates are full of '<', '>', blanks and
+// letters, and the marks looked for in them ("<!FICHA!>", "]*") hold a byte
+// that is rare there: the scan jumps from one occurrence of that byte to the
+// next instead of stopping at every '<'.
+std::size_t BuscaTexto(std::string_view text, std::string_view find, std::size_t from = 0);
+
 }  // namespace orvex

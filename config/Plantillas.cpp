@@ -1,13 +1,14 @@
 #include "config/Plantillas.h"
 
 #include "base/EnviaLinea.h"
+#include "base/Runtime.h"
 
 namespace orvex::config {
 
 const std::string& ReemplazaTexto(std::string& texto, std::string_view buscar,
                                   std::string_view reemplazo) {
   if (buscar.empty()) return texto;
-  std::size_t p = texto.find(buscar);
+  std::size_t p = BuscaTexto(texto, buscar);
   if (p == std::string::npos) return texto;
   // Built in one pass: same result as rebuilding the text per occurrence.
   std::string resultado;
@@ -17,7 +18,7 @@ const std::string& ReemplazaTexto(std::string& texto, std::string_view buscar,
     resultado.append(texto, desde, p - desde);
     resultado.append(reemplazo);
     desde = p + buscar.size();
-    p = texto.find(buscar, desde);
+    p = BuscaTexto(texto, buscar, desde);
   }
   resultado.append(texto, desde, std::string::npos);
   texto = std::move(resultado);
@@ -25,14 +26,14 @@ const std::string& ReemplazaTexto(std::string& texto, std::string_view buscar,
 }
 
 void ReemplazaFechas(std::string& texto, Clock& reloj) {
-  if (texto.find("<!") == std::string::npos) return;
-  if (texto.find("<!FECHA!>") != std::string::npos) {
+  if (BuscaTexto(texto, "<!") == std::string::npos) return;
+  if (BuscaTexto(texto, "<!FECHA!>") != std::string::npos) {
     ReemplazaTexto(texto, "<!FECHA!>", FormatDate(reloj.Now()));
   }
-  if (texto.find("<!DIA!>") != std::string::npos) {
+  if (BuscaTexto(texto, "<!DIA!>") != std::string::npos) {
     ReemplazaTexto(texto, "<!DIA!>", FormatWeekday(reloj.Now()));
   }
-  if (texto.find("<!HORA!>") != std::string::npos) {
+  if (BuscaTexto(texto, "<!HORA!>") != std::string::npos) {
     ReemplazaTexto(texto, "<!HORA!>", FormatTime12(reloj.Now()));
   }
 }

@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
+#include <string>
+#include <string_view>
+
 #include "base/RuntimeError.h"
 #include "tests/support/Fakes.h"
 
@@ -68,6 +72,46 @@ TEST(Runtime, FindsFromOneBasedPositions) {
   EXPECT_EQ(InStr(3, "a=b&c=d", "="), 6u);
   EXPECT_EQ(InStr(7, "a=b&c=d", "="), 0u);
   EXPECT_EQ(InStr(9, "abc", "c"), 0u);
+}
+
+// BuscaTexto jumps between a rare byte of what it looks for: whatever the
+// text, the needle and the starting point, it must find what
+// std::string_view::find finds. Texts and needles are drawn from a small
+// alphabet of common and rare bytes so that near misses, overlaps and
+// matches at both ends happen often.
+TEST(Runtime, BuscaTextoFindsWhatFindFinds) {
+  const struct {
+    std::string_view texto, buscar;
+    std::size_t desde, esperado;
+  } casos[] = {
+      {"<p><!FICHA!></p>", "<!FICHA!>", 0, 3},
+      {"<!FICHA!>", "<!FICHA!>", 0, 0},
+      {"<!FICHA!>", "<!FICHA!>", 1, std::string_view::npos},
+      {"<!FICHA1!><!FICHA!>", "<!FICHA!>", 0, 10},
+      {"ab!!>", "!>", 0, 3},
+      {"x]*", "]*", 0, 1},
+      {"!", "<!", 0, std::string_view::npos},
+      {"<!", "<!", 5, std::string_view::npos},
+      {"abc", "", 3, 3},
+  };
+  for (const auto& c : casos) {
+    EXPECT_EQ(BuscaTexto(c.texto, c.buscar, c.desde), c.esperado) << c.texto << " / " << c.buscar;
+  }
+
+  std::mt19937 azar(20261124);
+  const std::string_view alfabeto = "<!>a \xA6*]";
+  auto cadena = [&](std::size_t largo) {
+    std::string s;
+    for (std::size_t i = 0; i < largo; ++i) s += alfabeto[azar() % alfabeto.size()];
+    return s;
+  };
+  for (int vuelta = 0; vuelta < 20000; ++vuelta) {
+    const std::string texto = cadena(azar() % 40);
+    const std::string buscar = cadena(azar() % 5);
+    const std::size_t desde = azar() % (texto.size() + 3);
+    ASSERT_EQ(BuscaTexto(texto, buscar, desde), std::string_view(texto).find(buscar, desde))
+        << "texto '" << texto << "' buscar '" << buscar << "' desde " << desde;
+  }
 }
 
 TEST(RuntimeError, CarriesTheSpanishDescriptions) {
