@@ -358,13 +358,7 @@ void FrasePorListas(MapaFichas& mapa, db::Database& indice, const std::string& t
         [&p](std::string_view w) { return w == p.buscada ? Paso::Lee : Paso::Termina; },
         [&](const std::string& bytes, std::int64_t filas, const std::string& w) {
           claves.clear();
-          if (listas::ClavesDeFrase(bytes, p.j, claves) != filas) ListaDanada(w);
-          if (!claves.empty()) {
-            if (claves.front() < anterior || !std::is_sorted(claves.begin(), claves.end())) {
-              ListaDanada(w);
-            }
-            anterior = claves.back();
-          }
+          if (listas::ClavesDeFrase(bytes, p.j, claves, anterior) != filas) ListaDanada(w);
           return con_trozo(claves);
         });
   };

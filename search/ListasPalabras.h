@@ -136,17 +136,18 @@ class Decodificador {
 // record in the high half and the position minus `j`, shifted by 2^31, in
 // the low half, so that the rows of word j of a phrase and those of word 0
 // meet on equal keys. A row whose record or shifted position does not fit
-// gives no key. Returns the chunk's row count, or -1 when its bytes are
-// damaged. One tight pass: a phrase reads a hundred thousand rows and more.
+// gives no key. The keys must come in ascending order, from `anterior` on
+// (the last key of the word's previous chunk; updated). Returns the chunk's
+// row count, or -1 when its bytes are damaged or its keys out of order.
+//
+// One tight pass: a phrase reads a few hundred thousand rows, and most rows
+// are three bytes below 0x80 (a record step, a position step, a field), which
+// are taken together. The field plays no part in the key.
 inline std::int64_t ClavesDeFrase(std::string_view bytes, std::int64_t j,
-                                  std::vector<std::uint64_t>& claves) {
+                                  std::vector<std::uint64_t>& claves, std::uint64_t& anterior) {
   const auto* p = reinterpret_cast<const unsigned char*>(bytes.data());
   const unsigned char* const fin = p + bytes.size();
   const auto lee = [&](std::uint64_t& v) {
-    if (p < fin && *p < 0x80) {
-      v = *p++;
-      return true;
-    }
     v = 0;
     for (int corrimiento = 0; corrimiento < 64 && p < fin; corrimiento += 7) {
       const unsigned char b = *p++;
@@ -155,21 +156,45 @@ inline std::int64_t ClavesDeFrase(std::string_view bytes, std::int64_t j,
     }
     return false;
   };
-  const auto signo = [](std::uint64_t v) {
-    return static_cast<std::int64_t>(v >> 1) ^ -static_cast<std::int64_t>(v & 1);
-  };
-  constexpr std::int64_t kDesplazamiento = std::int64_t{1} << 31;
-  std::int64_t ficha = 0, posicion = 0, filas = 0;
+  // Zigzag form back to a signed step, kept as its two's complement: the
+  // sums below wrap instead of overflowing.
+  const auto signo = [](std::uint64_t v) { return (v >> 1) ^ (0 - (v & 1)); };
+  // Every row takes at least three bytes.
+  const std::size_t base = claves.size();
+  claves.resize(base + bytes.size() / 3);
+  std::uint64_t* salida = claves.data() + base;
+  const std::uint64_t desplazamiento = (std::uint64_t{1} << 31) - static_cast<std::uint64_t>(j);
+  std::uint64_t ficha = 0, posicion = 0, ultima = anterior;
+  std::int64_t filas = 0;
   while (p < fin) {
     std::uint64_t delta, pos, campo;
-    if (!lee(delta) || !lee(pos) || !lee(campo)) return -1;
-    ficha += static_cast<std::int64_t>(delta);
+    if (fin - p >= 3 && ((p[0] | p[1] | p[2]) & 0x80) == 0) {
+      delta = p[0];
+      pos = p[1];
+      p += 3;
+    } else if (!lee(delta) || !lee(pos) || !lee(campo)) {
+      claves.resize(base);
+      return -1;
+    }
+    ficha += delta;
     posicion = delta == 0 ? posicion + signo(pos) : signo(pos);
     ++filas;
-    const std::int64_t bajo = posicion - j + kDesplazamiento;
-    if (ficha < 0 || ficha > 0x7FFFFFFF || bajo < 0 || bajo > 0xFFFFFFFF) continue;
-    claves.push_back((static_cast<std::uint64_t>(ficha) << 32) | static_cast<std::uint64_t>(bajo));
+    // Record 0 to 2^31 - 1; position - j + 2^31 from 0 to 2^32 - 1.
+    const std::uint64_t bajo = posicion + desplazamiento;
+    if (ficha > 0x7FFFFFFF || static_cast<std::int64_t>(posicion) < -(std::int64_t{1} << 31) + j ||
+        static_cast<std::int64_t>(posicion) > (std::int64_t{1} << 32) - (std::int64_t{1} << 31) + j - 1) {
+      continue;
+    }
+    const std::uint64_t clave = (ficha << 32) | bajo;
+    if (clave < ultima) {
+      claves.resize(base);
+      return -1;
+    }
+    ultima = clave;
+    *salida++ = clave;
   }
+  claves.resize(static_cast<std::size_t>(salida - claves.data()));
+  anterior = ultima;
   return filas;
 }
 

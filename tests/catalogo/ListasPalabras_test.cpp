@@ -48,6 +48,71 @@ TEST(ListasPalabras, RowsComeBackAsTheyWereWritten) {
   }
 }
 
+// The phrase keys of a chunk: record in the high half, position - j + 2^31
+// in the low half, ascending from the previous chunk's last key. Checked
+// against the rows the plain decoder gives, on random chunks with large and
+// negative steps (the three-byte short cut and the long numbers both), and
+// on chunks whose keys go backwards or whose bytes are cut.
+TEST(ListasPalabras, PhraseKeysAreTheRowsRecordAndShiftedPosition) {
+  std::mt19937 azar(241124);
+  for (int vuelta = 0; vuelta < 300; ++vuelta) {
+    listas::Codificador c;
+    std::int64_t ficha = azar() % 3 == 0 ? 2147483600 : 1;
+    std::int64_t posicion = 0;
+    const int filas = 1 + static_cast<int>(azar() % 200);
+    for (int i = 0; i < filas; ++i) {
+      const bool misma = azar() % 3 != 0;
+      if (!misma) ficha += 1 + azar() % (azar() % 4 == 0 ? 5000 : 60);
+      posicion = misma ? posicion + static_cast<std::int64_t>(azar() % 70)
+                       : static_cast<std::int64_t>(azar() % 4 == 0 ? azar() % 5000000000ull : azar() % 60) -
+                             (azar() % 5 == 0 ? 2200000000ll : 0);
+      c.Agrega({ficha, posicion, static_cast<std::int64_t>(azar() % 300)});
+    }
+    const std::int64_t j = azar() % 4;
+    std::vector<std::uint64_t> esperadas;
+    listas::Decodificador d(c.Bytes());
+    for (listas::Fila f; d.Siguiente(f);) {
+      const std::int64_t bajo = f.posicion - j + (std::int64_t{1} << 31);
+      if (f.ficha > 0x7FFFFFFF || bajo < 0 || bajo > 0xFFFFFFFF) continue;
+      esperadas.push_back((static_cast<std::uint64_t>(f.ficha) << 32) | static_cast<std::uint64_t>(bajo));
+    }
+    std::vector<std::uint64_t> claves = {7};  // keys already there stay
+    std::uint64_t anterior = 0;
+    ASSERT_EQ(listas::ClavesDeFrase(c.Bytes(), j, claves, anterior), filas);
+    esperadas.insert(esperadas.begin(), 7);
+    ASSERT_EQ(claves, esperadas);
+    if (esperadas.size() > 1) {
+      EXPECT_EQ(anterior, esperadas.back());
+    }
+  }
+
+  listas::Codificador c;
+  c.Agrega({5, 10, 1});
+  c.Agrega({5, 12, 1});
+  const std::uint64_t primera = (std::uint64_t{5} << 32) | ((std::uint64_t{1} << 31) + 10);
+  listas::Codificador atras;  // same record, position going back
+  atras.Agrega({5, 12, 1});
+  atras.Agrega({5, 10, 1});
+  const struct {
+    std::string bytes;
+    std::uint64_t anterior;
+  } danados[] = {
+      {c.Bytes(), primera + 1},                         // below the previous chunk's last key
+      {atras.Bytes(), 0},                               // backwards inside the chunk
+      {c.Bytes().substr(0, c.Bytes().size() - 1), 0},  // cut inside a row
+      {std::string(11, '\x80'), 0},                     // a number that never ends
+  };
+  for (const auto& caso : danados) {
+    std::vector<std::uint64_t> claves = {1, 2};
+    std::uint64_t anterior = caso.anterior;
+    EXPECT_EQ(listas::ClavesDeFrase(caso.bytes, 0, claves, anterior), -1);
+    EXPECT_EQ(claves, (std::vector<std::uint64_t>{1, 2}));
+  }
+  std::vector<std::uint64_t> claves;
+  std::uint64_t anterior = primera;  // equal keys are in order
+  EXPECT_EQ(listas::ClavesDeFrase(c.Bytes(), 0, claves, anterior), 2);
+}
+
 // A catalogue built by orvex-catalogo answers every lookup the same from its
 // word lists as from its word table: words in any field or one field, the
 // 30001-row cap, truncation, phrases. Then the lists are damaged on purpose
