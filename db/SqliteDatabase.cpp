@@ -401,9 +401,11 @@ class SqliteRecordset : public Recordset {
     if (op != "<" && op != "<=") {
       throw RuntimeError(kErrSintaxis, Latin1("Operador de búsqueda no válido: ") + std::string(op));
     }
-    // The last entry that qualifies, then the walk forward from it.
-    Statement last(state_, db_, from + " WHERE " + lhs + " " + std::string(op) + " " + rhs +
-                                    " ORDER BY " + ColumnList(" DESC") + " LIMIT 1");
+    // The last entry that qualifies, then the walk forward from it. The
+    // entry's index columns are read whatever fields the walk reads.
+    Statement last(state_, db_, "SELECT " + Join(index_columns_) + " FROM " + Quoted(page_.ToUtf8(table_)) +
+                                    " WHERE " + lhs + " " + std::string(op) + " " + rhs + " ORDER BY " +
+                                    ColumnList(" DESC") + " LIMIT 1");
     for (size_t i = 0; i < keys.size(); ++i) Bind(db_, last.get(), static_cast<int>(i + 1), keys[i], page_);
     if (!last.Step()) {
       no_match_ = true;

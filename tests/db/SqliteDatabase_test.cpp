@@ -112,6 +112,26 @@ TEST(SqliteDatabase, SeeksAnIndexAndWalksOnInIndexOrder) {
   EXPECT_EQ(rs->Field("palabra").AsText(), "ALGEBRA");
 }
 
+// A seek backwards finds the last entry before the keys and walks on from
+// it, also when the walk reads fewer fields than the index has columns.
+TEST(SqliteDatabase, SeeksBackwardsWhateverTheFieldsRead) {
+  auto db = Catalogo("INDIZADO.MDB");
+  for (const std::vector<std::string>& campos :
+       {std::vector<std::string>{}, {"palabra"}, {"palabra", "campo"}}) {
+    auto rs = db->OpenRecordset("TABLA", RecordsetType::Table);
+    rs->SetFields(campos);
+    rs->SetIndex("FRASE");
+    rs->Seek("<", {Value::Of(std::string("ALGEBRA"))});
+    ASSERT_FALSE(rs->NoMatch()) << campos.size();
+    const std::string anterior = rs->Field("palabra").AsText();
+    EXPECT_LT(anterior, "ALGEBRA") << campos.size();
+    for (; !rs->Eof() && rs->Field("palabra").AsText() == anterior; rs->MoveNext()) {
+    }
+    ASSERT_FALSE(rs->Eof());
+    EXPECT_EQ(rs->Field("palabra").AsText(), "ALGEBRA") << campos.size();
+  }
+}
+
 // Seeks keep their prepared statements; a change of the fields read or of
 // the index must still be seen by the next seek.
 TEST(SqliteDatabase, SeeksFollowTheFieldsAndIndexInForce) {
