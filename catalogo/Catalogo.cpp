@@ -168,6 +168,7 @@ Cuentas Escribe(const Opciones& opciones, const std::vector<std::unique_ptr<Arch
       switch (acervo) {
         case Acervo::kLibros:
           escritor.AgregaFicha(FichaDeRegistro(registro, grupos, numero, ahora));
+          escritor.AgregaOrigen(numero, lector->Formato(), lector->Original());
           for (const Ejemplar& e :
                EjemplaresDeRegistro(registro, numero, opciones_ejemplares, avisos)) {
             escritor.AgregaEjemplar(numero, e);

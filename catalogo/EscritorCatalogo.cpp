@@ -107,6 +107,7 @@ struct EscritorCatalogo::Bases {
   sqlite3_stmt* palabra = nullptr;
   sqlite3_stmt* revista = nullptr;
   sqlite3_stmt* analitica = nullptr;
+  sqlite3_stmt* origen = nullptr;
   sqlite3_stmt* palabra_revista = nullptr;
   sqlite3_stmt* palabra_articulo = nullptr;
   std::string utf8;  // a word in UTF-8, reused
@@ -144,7 +145,11 @@ EscritorCatalogo::EscritorCatalogo(const std::string& directorio)
   b.korvel.Ejecuta(
       "CREATE TABLE \"Analiticas\" (\"ID\" INTEGER PRIMARY KEY, \"numadqui\" VARCHAR(15), "
       "\"EtiquetasMARC\" LONGTEXT)");
+  b.korvel.Ejecuta(
+      "CREATE TABLE \"ORVEX_MARC\" (\"Ficha_No\" INTEGER PRIMARY KEY, \"Formato\" TEXT NOT NULL, "
+      "\"Registro\" BLOB NOT NULL)");
   b.ficha = b.korvel.Prepara("INSERT INTO \"Fichas\" VALUES (?,?,?,?,?,?)");
+  b.origen = b.korvel.Prepara("INSERT INTO \"ORVEX_MARC\" VALUES (?,?,?)");
   b.ejemplar = b.korvel.Prepara("INSERT INTO \"Ejemplares\" VALUES (?,?,?,?,?,?,?,?)");
   b.configuracion = b.korvel.Prepara("INSERT INTO \"Configuracion\" VALUES (?,?)");
   b.revista = b.korvel.Prepara("INSERT INTO \"Fichas Revistas\" VALUES (?,?)");
@@ -189,6 +194,19 @@ void EscritorCatalogo::AgregaFicha(const FilaFicha& f) {
   Texto(st, 4, f.DatosFijos);
   Texto(st, 5, f.EtiquetasMARC);
   Texto(st, 6, f.TipoMaterial);
+  b.korvel.Paso(st);
+}
+
+void EscritorCatalogo::AgregaOrigen(std::int32_t ficha, FormatoOrigen formato,
+                                    std::string_view registro) {
+  static const std::string kISO2709 = "iso2709", kMARCXML = "marcxml";
+  Bases& b = *bases_;
+  sqlite3_stmt* st = b.origen;
+  sqlite3_bind_int(st, 1, ficha);
+  Texto(st, 2, formato == FormatoOrigen::kMARCXML ? kMARCXML : kISO2709);
+  // A zero-length blob must still be a blob, not NULL.
+  sqlite3_bind_blob(st, 3, registro.empty() ? "" : registro.data(),
+                    static_cast<int>(registro.size()), SQLITE_STATIC);
   b.korvel.Paso(st);
 }
 

@@ -4,6 +4,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "catalogo/Acervos.h"
@@ -15,7 +16,14 @@
 // index names the gateway reads:
 //   KORVEL8.MDB       Fichas, Ejemplares (indexes Ejemplares_NumAdqui,
 //                     Ejemplares_Ficha_No), Configuracion, "Fichas Revistas"
-//                     and Analiticas (Analiticas_numadqui)
+//                     and Analiticas (Analiticas_numadqui); and ORVEX_MARC,
+//                     each book's source record for orvex-z3950:
+//                       "Ficha_No" INTEGER PRIMARY KEY (the row of Fichas),
+//                       "Formato"  TEXT NOT NULL: 'iso2709' or 'marcxml',
+//                       "Registro" BLOB NOT NULL: the record as the input
+//                                  file holds it (LectorRegistros::Original:
+//                                  ISO 2709 bytes, or the UTF-8 text of a
+//                                  MARCXML <record> element)
 //   INDIZADO.MDB      TABLA, the book words (index TABLA_FRASE on palabra,
 //                     ficha, posicion), and TABLA's word lists
 //                     (search/ListasPalabras.h)
@@ -47,6 +55,8 @@ class EscritorCatalogo {
   // One row of Configuracion (UTF-8).
   void AgregaConfiguracion(const std::string& descripcion, const std::string& valor);
   void AgregaFicha(const FilaFicha& ficha);
+  // The source record of book `ficha` (ORVEX_MARC), stored as it is.
+  void AgregaOrigen(std::int32_t ficha, FormatoOrigen formato, std::string_view registro);
   void AgregaEjemplar(std::int32_t ficha, const Ejemplar& ejemplar);
   // One row of "Fichas Revistas" / Analiticas (UTF-8 texts).
   void AgregaRevista(std::int32_t ficha_no, const std::string& etiquetas);

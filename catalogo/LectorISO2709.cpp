@@ -101,6 +101,7 @@ void LeeCampoDatos(std::string_view contenido, std::size_t indicadores, std::siz
 }  // namespace
 
 Lectura LectorISO2709::Siguiente(RegistroMARC& registro) {
+  original_ = {};
   while (pos_ < datos_.size()) {
     const char c = datos_[pos_];
     if (c != '\r' && c != '\n' && c != ' ' && c != '\0' && c != '\x1A') break;
@@ -121,7 +122,9 @@ Lectura LectorISO2709::Siguiente(RegistroMARC& registro) {
     pos_ += *longitud;
     identificador_ = Busca001(bytes);
     registro = RegistroMARC();
-    return Analiza(bytes, registro) ? Lectura::kRegistro : Lectura::kRechazado;
+    if (!Analiza(bytes, registro)) return Lectura::kRechazado;
+    original_ = bytes;
+    return Lectura::kRegistro;
   }
 
   // The length cannot be trusted: the record ends at its terminator.

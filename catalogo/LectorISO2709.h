@@ -35,6 +35,7 @@ class LectorISO2709 : public LectorRegistros {
  public:
   explicit LectorISO2709(std::string_view datos) : datos_(datos) {}
   Lectura Siguiente(RegistroMARC& registro) override;
+  FormatoOrigen Formato() const override { return FormatoOrigen::kISO2709; }
 
  private:
   // Reads the record `bytes` (terminator included) into `registro`; false

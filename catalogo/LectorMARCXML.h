@@ -5,6 +5,8 @@
 
 #include "catalogo/RegistroMARC.h"
 
+struct _xmlNode;
+
 namespace orvex::catalogo {
 
 // Records in MARCXML: a <collection> of <record> elements, or one <record>,
@@ -19,6 +21,16 @@ namespace orvex::catalogo {
 // goes on. A document that stops being well-formed cannot be read past that
 // point: the record being read when the parser stopped is refused with the
 // parser's message and line, and the file ends there.
+//
+// Original() is the record's <record> element as the file writes it, byte
+// for byte from its "<" to the end of its end tag, when the document is in
+// UTF-8 (or ASCII): the namespace declarations in scope from the elements
+// around it that it does not make itself (the collection's
+// xmlns="http://www.loc.gov/MARC21/slim", say) are added to its start tag,
+// right after its name, so that the text stands alone as a document. A
+// document in another encoding, or a record that uses an entity of the
+// document's type declaration, gives libxml2's writing of the element in
+// UTF-8 instead, with the namespaces it uses declared.
 class LectorMARCXML : public LectorRegistros {
  public:
   // `datos` stays alive while the reader is used.
@@ -28,12 +40,15 @@ class LectorMARCXML : public LectorRegistros {
   LectorMARCXML& operator=(const LectorMARCXML&) = delete;
 
   Lectura Siguiente(RegistroMARC& registro) override;
+  FormatoOrigen Formato() const override { return FormatoOrigen::kMARCXML; }
 
   // The parser's last error (message and line), for its callback.
   void AnotaError(const std::string& mensaje, int linea);
 
  private:
   struct Estado;
+  // Sets Original() to the text of the record element `nodo` just expanded.
+  void TomaOriginal(_xmlNode* nodo);
   Estado* estado_;
 };
 

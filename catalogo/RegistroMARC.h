@@ -41,12 +41,22 @@ enum class Lectura {
   kFin,        // no more records
 };
 
+// How a file holds its records.
+enum class FormatoOrigen { kISO2709, kMARCXML };
+
 // Reads the records of one file in order.
 class LectorRegistros {
  public:
   virtual ~LectorRegistros() = default;
 
   virtual Lectura Siguiente(RegistroMARC& registro) = 0;
+  virtual FormatoOrigen Formato() const = 0;
+  // The record last returned (kRegistro) as the file holds it, valid until
+  // the next Siguiente or the end of the reader; empty after a refused
+  // record and at the end. ISO 2709: its bytes from the leader to the record
+  // terminator. MARCXML: the text of its <record> element (LectorMARCXML
+  // says how it is made to stand alone).
+  std::string_view Original() const { return original_; }
   // The position in the file (1, 2, ...) of the record last returned or
   // refused.
   std::size_t Posicion() const { return posicion_; }
@@ -59,6 +69,7 @@ class LectorRegistros {
   std::size_t posicion_ = 0;
   std::string identificador_;
   std::string motivo_;
+  std::string_view original_;
 };
 
 // The reader that suits `datos`, the whole content of a file (kept alive by
