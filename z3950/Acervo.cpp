@@ -2,6 +2,8 @@
 
 #include <yaz/diagbib1.h>
 
+#include <algorithm>
+
 #include "base/CodePage.h"
 #include "base/Runtime.h"
 #include "base/RuntimeError.h"
@@ -9,6 +11,7 @@
 #include "records/CargaFicha.h"
 #include "search/Expresion.h"
 #include "search/Indice.h"
+#include "search/Normalizacion.h"
 
 namespace orvex::z3950 {
 namespace {
@@ -146,6 +149,69 @@ void Acervo::BuscaExpresion(const std::string& expresion, int campo, search::Map
   const search::Entorno en{*estado_, indice_.get(), salida};
   search::BuscaPalabras(en, {expresion, "", "", ""}, {static_cast<std::int16_t>(campo), 0, 0}, true);
   mapa = estado_->MapaResultado;
+}
+
+std::int32_t Acervo::Cuenta(Indice indice, const std::string& palabra) {
+  search::MapaFichas mapa;
+  BuscaExpresion(palabra, CampoDe(indice), mapa);
+  return search::CuentaFichas(mapa);
+}
+
+std::vector<Acervo::Entrada> Acervo::Explora(Indice indice, const std::string& termino, int& antes,
+                                             int cuantas, bool& completa) {
+  completa = true;
+  std::vector<Entrada> entradas;
+  if (indice == Indice::NumeroLocal || cuantas <= 0) {
+    antes = 0;
+    return entradas;
+  }
+  const CodePage& pagina = CodePage::Windows1252();
+  std::string inicio;
+  for (const std::string& p : PalabrasDe(pagina.FromUtf8(termino))) inicio += p;
+  inicio = search::NormalizaVocales(inicio);
+  antes = std::clamp(antes, 0, cuantas);
+  int leidas = 0;
+  // The word of the first entry qualifying `op` against `w` in the index
+  // FRASE (word, record, position); empty at either end.
+  auto palabra_desde = [&](std::string_view op, const std::string& w) {
+    auto rs = indice_->OpenRecordset("TABLA", db::RecordsetType::Table);
+    rs->SetFields({"palabra"});
+    rs->SetIndex("FRASE");
+    rs->Seek(op, {db::Value::Of(w)});
+    ++leidas;
+    return rs->NoMatch() || rs->Eof() ? std::string() : rs->Field("palabra").AsText();
+  };
+  // Backwards from the start term: the words before it that the index
+  // finds something for.
+  std::vector<Entrada> previas;
+  for (std::string w = inicio; static_cast<int>(previas.size()) < antes;) {
+    if (leidas >= kMaximoPalabrasExploradas) {
+      completa = false;
+      break;
+    }
+    w = palabra_desde("<", w);
+    if (w.empty()) break;
+    if (const std::int32_t n = Cuenta(indice, w); n > 0) previas.push_back({pagina.ToUtf8(w), n});
+  }
+  entradas.assign(previas.rbegin(), previas.rend());
+  antes = static_cast<int>(previas.size());
+  for (std::string w = palabra_desde(">=", inicio); static_cast<int>(entradas.size()) < cuantas;
+       w = palabra_desde(">", w)) {
+    if (w.empty()) break;
+    if (leidas >= kMaximoPalabrasExploradas) {
+      completa = false;
+      break;
+    }
+    if (const std::int32_t n = Cuenta(indice, w); n > 0) entradas.push_back({pagina.ToUtf8(w), n});
+  }
+  return entradas;
+}
+
+bool Acervo::GuardaOrigenes() {
+  for (const std::string& tabla : biblio_->TableNames()) {
+    if (EqualsIgnoringCase(tabla, "ORVEX_MARC")) return true;
+  }
+  return false;
 }
 
 bool Acervo::Carga(std::int32_t numero, records::RegFicha& ficha) {

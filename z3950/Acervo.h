@@ -33,16 +33,38 @@ class Acervo {
   // 2 (temporary system error) in `d`.
   std::vector<std::int32_t> Busca(const Nodo& consulta, Diagnostico& d);
 
+  // One entry of a scan: a word of the index (UTF-8, as the index folds
+  // it) and the records a search for it in the scanned index finds.
+  struct Entrada {
+    std::string palabra;
+    std::int32_t fichas = 0;
+  };
+  // The words of the index `indice` in the word table's order around
+  // `termino` (folded as the index folds words): up to `antes` words before
+  // it and the word at or after it with those that follow, `cuantas` in
+  // all. A word counts only when a search for it in `indice` finds
+  // records; at most kMaximoPalabrasExploradas words are read for one scan,
+  // after which the list ends short (`completa` false). `antes` becomes
+  // the number of words placed before the start term.
+  std::vector<Entrada> Explora(Indice indice, const std::string& termino, int& antes, int cuantas,
+                               bool& completa);
+  static constexpr int kMaximoPalabrasExploradas = 2000;
+
   // Record `numero`; false when the catalogue has no such record.
   bool Carga(std::int32_t numero, records::RegFicha& ficha);
 
+  // Whether the catalogue keeps its source MARC records (orvex-catalogo's
+  // table ORVEX_MARC).
+  bool GuardaOrigenes();
+
   db::Database& Biblio() { return *biblio_; }
-  db::Database& Indice() { return *indice_; }
+  db::Database& BaseIndice() { return *indice_; }
 
  private:
   void Evalua(const Nodo& n, search::MapaFichas& mapa);
   void BuscaTermino(const Nodo& n, search::MapaFichas& mapa);
   void BuscaExpresion(const std::string& expresion, int campo, search::MapaFichas& mapa);
+  std::int32_t Cuenta(Indice indice, const std::string& palabra);
 
   std::unique_ptr<db::Database> biblio_;
   std::unique_ptr<db::Database> indice_;

@@ -371,6 +371,14 @@ std::unique_ptr<Nodo> DeRPN(const Z_RPNQuery& consulta, Diagnostico& d) {
   return DeEstructura(consulta.RPNStructure, true, 1, l, d);
 }
 
+std::unique_ptr<Nodo> DeTerminoRPN(const Z_AttributesPlusTerm& termino, const Odr_oid* conjunto,
+                                   Diagnostico& d) {
+  if (conjunto != nullptr && oid_oidcmp(conjunto, yaz_oid_attset_bib_1) != 0) {
+    return Falla(d, YAZ_BIB1_UNSUPP_ATTRIBUTE_SET, "");
+  }
+  return TerminoRPN(termino, true, d);
+}
+
 std::unique_ptr<Nodo> DeCQL(std::string_view cql, Diagnostico& d) {
   if (cql.size() > 16 * kMaximoTexto) return Falla(d, YAZ_BIB1_MALFORMED_QUERY, "query too long");
   CQL_parser p = cql_parser_create();

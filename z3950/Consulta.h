@@ -59,6 +59,12 @@ inline constexpr std::size_t kMaximoTexto = 1024;
 // that is not text give their Bib-1 diagnostic in `d` and no tree.
 std::unique_ptr<Nodo> DeRPN(const Z_RPNQuery& consulta, Diagnostico& d);
 
+// One type-1 term with its attributes, as a scan names its start (the
+// attribute set `conjunto`, null for Bib-1): a Termino node, or its
+// diagnostic in `d`.
+std::unique_ptr<Nodo> DeTerminoRPN(const Z_AttributesPlusTerm& termino, const Odr_oid* conjunto,
+                                   Diagnostico& d);
+
 // A CQL query as a tree: the indexes cql.serverChoice (and none), dc.title,
 // dc.creator, dc.subject, bath.isbn, bath.issn, bath.lcCallNumber and
 // rec.id, their names compared without regard to case; the relations "=",

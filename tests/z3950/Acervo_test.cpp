@@ -25,7 +25,7 @@ class AcervoPrueba : public ::testing::Test {
         acervo_((fs::path(ORVEX_FIXTURES) / "catalogo" / "sqlite").string(), archivos_, bases_) {}
 
   std::set<std::int32_t> Tabla(const std::string& palabra, int campo) {
-    auto rs = acervo_.Indice().OpenRecordset(
+    auto rs = acervo_.BaseIndice().OpenRecordset(
         "select distinct ficha from TABLA where palabra='" + palabra + "'" +
             (campo != 0 ? " and campo=" + std::to_string(campo) : ""),
         db::RecordsetType::Snapshot);
@@ -99,6 +99,36 @@ TEST_F(AcervoPrueba, TheLocalNumberFindsOneRecordOrNone) {
   records::RegFicha ficha;
   EXPECT_TRUE(acervo_.Carga(1, ficha));
   EXPECT_FALSE(acervo_.Carga(999999, ficha));
+}
+
+// A scan lists the index's words in order around its start term, each with
+// the records a search for it finds, and only words that find some.
+TEST_F(AcervoPrueba, ScanListsWordsInOrderWithTheirHits) {
+  bool completa = false;
+  int antes = 2;
+  const auto entradas = acervo_.Explora(Indice::Tema, "históri", antes, 8, completa);
+  ASSERT_EQ(entradas.size(), 8u);
+  EXPECT_TRUE(completa);
+  EXPECT_EQ(antes, 2);
+  EXPECT_LT(entradas[1].palabra, "HISTORI");
+  EXPECT_GE(entradas[2].palabra, "HISTORI");
+  EXPECT_EQ(entradas[2].palabra, "HISTORIA");
+  for (std::size_t i = 0; i < entradas.size(); ++i) {
+    if (i > 0) {
+      EXPECT_LT(entradas[i - 1].palabra, entradas[i].palabra);
+    }
+    EXPECT_GT(entradas[i].fichas, 0) << entradas[i].palabra;
+    EXPECT_EQ(static_cast<std::size_t>(entradas[i].fichas),
+              Busca("dc.subject=\"" + entradas[i].palabra + "\"").size())
+        << entradas[i].palabra;
+  }
+  // Past the last word: nothing; before the first: the list starts there.
+  antes = 0;
+  EXPECT_TRUE(acervo_.Explora(Indice::Tema, "zzzzzz", antes, 5, completa).empty());
+  antes = 3;
+  EXPECT_EQ(acervo_.Explora(Indice::Cualquiera, "", antes, 4, completa).size(), 4u);
+  EXPECT_EQ(antes, 0);
+  EXPECT_TRUE(acervo_.Explora(Indice::NumeroLocal, "1", antes, 5, completa).empty());
 }
 
 }  // namespace
