@@ -92,6 +92,23 @@ std::int32_t MapaFichas::Cuenta() const {
   return n;
 }
 
+std::vector<std::int32_t> MapaFichas::Lista() const {
+  std::vector<std::int32_t> fichas;
+  if (!palabras_) return fichas;
+  fichas.reserve(static_cast<std::size_t>(Cuenta()));
+  const std::uint8_t* bytes = Bytes();
+  for (std::size_t w = 0; w < alto_; ++w) {
+    if (palabras_[w] == 0) continue;
+    for (std::size_t c = w * 8; c < w * 8 + 8 && c < static_cast<std::size_t>(kBytes); ++c) {
+      // Record 8c + 1 is the byte's highest bit.
+      for (unsigned b = bytes[c]; b != 0; b &= ~(0x80u >> (std::countl_zero(static_cast<std::uint8_t>(b))))) {
+        fichas.push_back(static_cast<std::int32_t>(c) * 8 + std::countl_zero(static_cast<std::uint8_t>(b)) + 1);
+      }
+    }
+  }
+  return fichas;
+}
+
 std::int32_t MapaFichas::Siguiente(std::int32_t actual) const {
   const std::int32_t inicio = actual / 8;
   if (inicio > kBytes - 1 || inicio < 0 || !palabras_) return 0;

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 namespace orvex::search {
 
@@ -44,6 +45,9 @@ class MapaFichas {
   // a result not above `actual` ends the walk. 0 also when `actual` / 8 lies
   // past the last byte.
   std::int32_t Siguiente(std::int32_t actual) const;
+
+  // Every record of the set, ascending, in one pass over its words.
+  std::vector<std::int32_t> Lista() const;
 
   // Byte b (0 to 100 000) as the search has always stored it.
   std::uint8_t Byte(std::int32_t b) const { return palabras_ ? Bytes()[b] : 0; }

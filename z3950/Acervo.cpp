@@ -64,12 +64,7 @@ std::vector<std::int32_t> Acervo::Busca(const Nodo& consulta, Diagnostico& d) {
   try {
     search::MapaFichas mapa;
     Evalua(consulta, mapa);
-    for (std::int32_t f = search::SiguienteFicha(mapa, 0); f > 0;) {
-      fichas.push_back(f);
-      const std::int32_t siguiente = search::SiguienteFicha(mapa, f);
-      if (siguiente <= f) break;
-      f = siguiente;
-    }
+    fichas = mapa.Lista();
   } catch (const RuntimeError& error) {
     d.codigo = YAZ_BIB1_TEMPORARY_SYSTEM_ERROR;
     d.detalle = CodePage::Windows1252().ToUtf8(error.description());

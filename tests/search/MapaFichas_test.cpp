@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
+#include <vector>
+
 #include <vector>
 
 #include "base/RuntimeError.h"
@@ -68,6 +71,28 @@ TEST(MapaFichas, WalksUpAndEndsWithANumberNotAboveTheLast) {
 
 // The operations go only as far as the highest word ever set: what lay
 // above it in a set that shrank must not come back.
+// The whole set in one pass: what walking it record by record gives, on
+// random sets from empty to dense, including both ends of the bitmap.
+TEST(MapaFichas, ListsWhatTheWalkFinds) {
+  std::mt19937 azar(1124);
+  for (int vuelta = 0; vuelta < 40; ++vuelta) {
+    MapaFichas m;
+    const int n = vuelta == 0 ? 0 : static_cast<int>(azar() % (vuelta * 500));
+    for (int i = 0; i < n; ++i) m.Pon(1 + static_cast<std::int32_t>(azar() % MapaFichas::kMaximaFicha));
+    if (vuelta % 5 == 1) {
+      m.Pon(1);
+      m.Pon(MapaFichas::kMaximaFicha);
+    }
+    std::vector<std::int32_t> recorrido;
+    for (std::int32_t f = m.Siguiente(0); f > 0; f = m.Siguiente(f)) {
+      if (!recorrido.empty() && f <= recorrido.back()) break;
+      recorrido.push_back(f);
+    }
+    EXPECT_EQ(m.Lista(), recorrido) << vuelta;
+    EXPECT_EQ(m.Lista().size(), static_cast<std::size_t>(m.Cuenta()));
+  }
+}
+
 TEST(MapaFichas, HighRecordsDoNotSurviveWhenTheSetShrinks) {
   MapaFichas alto, bajo, vacio;
   const auto llena = [&] {
