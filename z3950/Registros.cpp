@@ -363,11 +363,33 @@ class ManejadorMarc {
   }
 
   // The record in ISO 2709 (YAZ_MARC_ISO2709) or MARCXML (YAZ_MARC_MARCXML).
+  // MARCXML comes without indentation: the SRU server parses every record
+  // into its response, and the blanks between elements were a third of the
+  // nodes it built.
   std::optional<std::string> Escribe(int forma) {
+    if (forma == YAZ_MARC_MARCXML) return XmlCompacto();
     Buffer salida;
     yaz_marc_xml(mt_, forma);
     if (yaz_marc_write_mode(mt_, salida) != 0) return std::nullopt;
     return salida.Texto();
+  }
+
+  std::optional<std::string> XmlCompacto() {
+    // Texts converted from MARC-8 are UTF-8 now, and the leader says so.
+    if (cd_ != nullptr) yaz_marc_modify_leader(mt_, 9, "a");
+    xmlNode* raiz = nullptr;
+    if (yaz_marc_write_xml(mt_, &raiz, kEspacioMARC, nullptr, nullptr) != 0 || raiz == nullptr) {
+      return std::nullopt;
+    }
+    xmlBuffer* b = xmlBufferCreate();
+    std::optional<std::string> xml;
+    if (b != nullptr && xmlNodeDump(b, nullptr, raiz, 0, 0) >= 0) {
+      xml.emplace(reinterpret_cast<const char*>(xmlBufferContent(b)),
+                  static_cast<std::size_t>(xmlBufferLength(b)));
+    }
+    if (b != nullptr) xmlBufferFree(b);
+    xmlFreeNode(raiz);
+    return xml;
   }
 
   // The record's fields, from YAZ's MARCXML tree of it.
