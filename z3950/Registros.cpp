@@ -787,21 +787,21 @@ std::optional<Origen> LeeOrigen(db::Database& biblio, std::int32_t ficha) {
   }
 }
 
+std::optional<std::string> RegistroDeOrigen(const Origen& origen, Formato formato) {
+  if (formato != Formato::Marc21 && formato != Formato::MarcXml) return std::nullopt;
+  Fuente fuente;
+  if (!fuente.Lee(origen)) return std::nullopt;
+  return formato == Formato::Marc21 ? fuente.Iso2709() : fuente.MarcXml();
+}
+
 std::string Registro(const records::RegFicha& ficha, const std::optional<Origen>& origen,
                      Formato formato) {
   if (formato == Formato::Tarjeta) return TarjetaEnTexto(ficha);
-  if (origen) {
+  if (origen && formato == Formato::DublinCore) {
     Fuente fuente;
-    if (fuente.Lee(*origen)) {
-      std::optional<std::string> registro;
-      switch (formato) {
-        case Formato::Marc21: registro = fuente.Iso2709(); break;
-        case Formato::MarcXml: registro = fuente.MarcXml(); break;
-        case Formato::DublinCore: return DublinCore(fuente.Campos(), ficha);
-        case Formato::Tarjeta: break;
-      }
-      if (registro) return *registro;
-    }
+    if (fuente.Lee(*origen)) return DublinCore(fuente.Campos(), ficha);
+  } else if (origen) {
+    if (std::optional<std::string> registro = RegistroDeOrigen(*origen, formato)) return *registro;
   }
   const Marc marc = DeEtiquetas(ficha);
   switch (formato) {

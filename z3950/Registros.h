@@ -56,6 +56,11 @@ struct Origen {
 // raise their RuntimeError.
 std::optional<Origen> LeeOrigen(db::Database& biblio, std::int32_t ficha);
 
+// Record in MARC 21 or MARCXML from its source alone, as Registro gives it
+// from a usable source; nullopt for a damaged source or another format,
+// which need the catalogue's record.
+std::optional<std::string> RegistroDeOrigen(const Origen& origen, Formato formato);
+
 // Record `ficha` in `formato`, UTF-8 text.
 //
 // Marc21 and MarcXml, with a usable `origen`: the source record. An ISO 2709

@@ -197,11 +197,20 @@ int Trae(void* handle, bend_fetch_rr* rr) {
   records::RegFicha ficha;
   std::string registro;
   try {
-    if (!s.acervo->Carga(numero, ficha)) {
+    // MARC from a kept source needs nothing else of the catalogue.
+    const std::optional<Origen> origen = formato == Formato::Marc21 || formato == Formato::MarcXml ||
+                                                 formato == Formato::DublinCore
+                                             ? LeeOrigen(s.acervo->Biblio(), numero)
+                                             : std::nullopt;
+    std::optional<std::string> directo = origen ? RegistroDeOrigen(*origen, formato) : std::nullopt;
+    if (directo) {
+      registro = std::move(*directo);
+    } else if (!s.acervo->Carga(numero, ficha)) {
       rr->errcode = YAZ_BIB1_RECORD_DELETED;
       return 0;
+    } else {
+      registro = Registro(ficha, origen, formato);
     }
-    registro = Registro(ficha, LeeOrigen(s.acervo->Biblio(), numero), formato);
   } catch (const RuntimeError& error) {
     rr->errcode = YAZ_BIB1_TEMPORARY_SYSTEM_ERROR;
     rr->errstring = odr_strdup(rr->stream, CodePage::Windows1252().ToUtf8(error.description()).c_str());

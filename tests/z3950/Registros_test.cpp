@@ -503,11 +503,19 @@ TEST(Registros, DamagedSourceFallsBackToTheTagString) {
     for (Formato f : {Formato::Marc21, Formato::MarcXml, Formato::DublinCore}) {
       EXPECT_EQ(Registro(ficha, c.origen, f), Registro(ficha, std::nullopt, f))
           << c.caso << " " << static_cast<int>(f);
+      // The source alone says it cannot give the record.
+      EXPECT_FALSE(RegistroDeOrigen(c.origen, f)) << c.caso << " " << static_cast<int>(f);
     }
   }
-  // The good ones are not taken for damaged.
+  // The good ones are not taken for damaged, with or without the record.
   EXPECT_EQ(Registro(ficha, OrigenIso(bueno), Formato::Marc21), bueno);
   EXPECT_EQ(Registro(ficha, OrigenXml(xml_bueno), Formato::MarcXml), xml_bueno);
+  EXPECT_EQ(RegistroDeOrigen(OrigenIso(bueno), Formato::Marc21), bueno);
+  EXPECT_EQ(RegistroDeOrigen(OrigenXml(xml_bueno), Formato::MarcXml), xml_bueno);
+  EXPECT_EQ(RegistroDeOrigen(OrigenIso(bueno), Formato::MarcXml),
+            Registro(ficha, OrigenIso(bueno), Formato::MarcXml));
+  EXPECT_FALSE(RegistroDeOrigen(OrigenIso(bueno), Formato::DublinCore));
+  EXPECT_FALSE(RegistroDeOrigen(OrigenIso(bueno), Formato::Tarjeta));
 }
 
 // --- the source record in the catalogue ------------------------------------------------
