@@ -65,38 +65,22 @@ struct Limites {
 
 // --- type-1 --------------------------------------------------------------------------
 
+// Bib-1 use attributes and the index each names.
+constexpr std::pair<Odr_int, Indice> kUsos[] = {
+    {1016, Indice::Cualquiera}, {4, Indice::Titulo},        {1, Indice::Autor},
+    {1003, Indice::Autor},      {21, Indice::Tema},         {7, Indice::Isbn},
+    {8, Indice::Issn},          {13, Indice::Clasificacion}, {16, Indice::Clasificacion},
+    {20, Indice::Clasificacion}, {12, Indice::NumeroLocal},
+};
+
 bool IndiceDeUso(Odr_int uso, Indice& indice) {
-  switch (uso) {
-    case 1016:
-      indice = Indice::Cualquiera;
+  for (const auto& [valor, nombrado] : kUsos) {
+    if (valor == uso) {
+      indice = nombrado;
       return true;
-    case 4:
-      indice = Indice::Titulo;
-      return true;
-    case 1:
-    case 1003:
-      indice = Indice::Autor;
-      return true;
-    case 21:
-      indice = Indice::Tema;
-      return true;
-    case 7:
-      indice = Indice::Isbn;
-      return true;
-    case 8:
-      indice = Indice::Issn;
-      return true;
-    case 13:
-    case 16:
-    case 20:
-      indice = Indice::Clasificacion;
-      return true;
-    case 12:
-      indice = Indice::NumeroLocal;
-      return true;
-    default:
-      return false;
+    }
   }
+  return false;
 }
 
 std::unique_ptr<Nodo> TerminoRPN(const Z_AttributesPlusTerm& apt, bool bib1_por_omision,
