@@ -22,9 +22,6 @@ namespace {
 // Hits one exact-word or query lookup may contribute; the rest are dropped.
 constexpr std::int32_t kLimiteAciertos = 30001;
 
-// A phrase holds at most this many words.
-constexpr int kMaximoPalabrasFrase = 31;
-
 // The words that never serve as a phrase's pivot when another word can:
 // each is frequent enough that reading its postings costs more than
 // verifying it by seeks.

@@ -13,6 +13,9 @@ namespace orvex::search {
 // Clears the result and empties terms 0 to 29 (term 30 is left as it is).
 void IniciaBusqueda(Estado& e);
 
+// A phrase holds at most this many words; a longer one raises 9.
+inline constexpr int kMaximoPalabrasFrase = 31;
+
 // The book search over the word index of `en`. With `conCampos`, `expr[0..2]` are
 // analysed with `campos[0..2]` (the advanced form); otherwise `expr[0..3]`
 // with field codes 0, 1, 2, 3. Terms are then looked up in TABLA and merged

@@ -36,23 +36,6 @@ bool EsCaracterPalabra(char c) {
   return c != '$' && search::CaracteresPalabra.find(c) != std::string::npos;
 }
 
-// The words of `texto` (Windows-1252): runs of the query language's word
-// characters; everything else separates them, as the index's words were cut.
-std::vector<std::string> PalabrasDe(std::string_view texto) {
-  std::vector<std::string> palabras;
-  std::string actual;
-  for (const char c : texto) {
-    if (EsCaracterPalabra(c)) {
-      actual += c;
-    } else if (!actual.empty()) {
-      palabras.push_back(std::move(actual));
-      actual.clear();
-    }
-  }
-  if (!actual.empty()) palabras.push_back(std::move(actual));
-  return palabras;
-}
-
 }  // namespace
 
 Acervo::Acervo(const std::string& directorio, FileSystem& archivos, db::Opener& bases)
@@ -121,7 +104,7 @@ void Acervo::BuscaTermino(const Nodo& n, search::MapaFichas& mapa) {
     BuscaExpresion(clave + (n.truncado ? "$" : ""), campo, mapa);
     return;
   }
-  const std::vector<std::string> palabras = PalabrasDe(texto);
+  const std::vector<std::string> palabras = PalabrasDelIndice(n.texto);
   if (palabras.empty()) return;
   if (n.frase && palabras.size() > 1) {
     std::string frase = "\"";
@@ -162,7 +145,7 @@ std::vector<Acervo::Entrada> Acervo::Explora(Indice indice, const std::string& t
   }
   const CodePage& pagina = CodePage::Windows1252();
   std::string inicio;
-  for (const std::string& p : PalabrasDe(pagina.FromUtf8(termino))) inicio += p;
+  for (const std::string& p : PalabrasDelIndice(termino)) inicio += p;
   inicio = search::NormalizaVocales(inicio);
   antes = std::clamp(antes, 0, cuantas);
   int leidas = 0;

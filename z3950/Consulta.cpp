@@ -10,6 +10,10 @@
 #include <utility>
 #include <vector>
 
+#include "base/CodePage.h"
+#include "search/Expresion.h"
+#include "search/Indice.h"
+
 namespace orvex::z3950 {
 namespace {
 
@@ -40,6 +44,16 @@ std::unique_ptr<Nodo> Termino(Indice indice, std::string texto, bool truncado, b
   n->truncado = truncado;
   n->frase = frase;
   return n;
+}
+
+// A phrase the word index's phrase search can take.
+bool FraseAdmisible(const std::string& texto, Diagnostico& d) {
+  if (PalabrasDelIndice(texto).size() <= static_cast<std::size_t>(search::kMaximoPalabrasFrase)) {
+    return true;
+  }
+  Falla(d, YAZ_BIB1_MALFORMED_SEARCH_TERM,
+        "phrase of more than " + std::to_string(search::kMaximoPalabrasFrase) + " words");
+  return false;
 }
 
 // Counts terms and depth as the tree is built, so that a query of
@@ -145,6 +159,7 @@ std::unique_ptr<Nodo> TerminoRPN(const Z_AttributesPlusTerm& apt, bool bib1_por_
   // A term of several words is a phrase when its structure says so (or,
   // for the call number and the standard numbers, always: they are one
   // word in the index); otherwise its words must all occur.
+  if (estructura == 1 && !FraseAdmisible(texto, d)) return nullptr;
   return Termino(indice, std::move(texto), truncado, estructura == 1);
 }
 
@@ -272,6 +287,7 @@ std::unique_ptr<Nodo> TerminoCQL(const cql_node& n, Limites& l, Diagnostico& d) 
   if (frase) {
     if (!l.Termino(d)) return nullptr;
     const bool varias = Palabras(texto).size() > 1;
+    if (varias && !FraseAdmisible(texto, d)) return nullptr;
     return Termino(indice, std::move(texto), truncado, varias);
   }
   // "all" and "any": each word a term of its own, joined by AND or OR; a
@@ -376,6 +392,21 @@ std::unique_ptr<Nodo> DeCQL(std::string_view cql, Diagnostico& d) {
   }
   cql_parser_destroy(p);
   return arbol;
+}
+
+std::vector<std::string> PalabrasDelIndice(std::string_view utf8) {
+  std::vector<std::string> palabras;
+  std::string actual;
+  for (const char c : CodePage::Windows1252().FromUtf8(utf8)) {
+    if (c != '$' && search::CaracteresPalabra.find(c) != std::string::npos) {
+      actual += c;
+    } else if (!actual.empty()) {
+      palabras.push_back(std::move(actual));
+      actual.clear();
+    }
+  }
+  if (!actual.empty()) palabras.push_back(std::move(actual));
+  return palabras;
 }
 
 }  // namespace orvex::z3950

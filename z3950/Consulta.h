@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <yaz/z-core.h>
 
@@ -46,8 +47,14 @@ struct Nodo {
 // (Bib-1 108, malformed query) before anything is looked up.
 inline constexpr int kMaximoTerminos = 64;
 inline constexpr int kMaximaProfundidad = 64;
-// A term longer than this (bytes of UTF-8) is refused (Bib-1 125).
+// A term longer than this (bytes of UTF-8) is refused (Bib-1 125), and so
+// is a phrase of more words than the word index's phrase search takes.
 inline constexpr std::size_t kMaximoTexto = 1024;
+
+// The words of a term's text `utf8` as the word index cut its words: runs
+// of the query language's word characters in Windows-1252 ("$" is not one);
+// everything else separates them.
+std::vector<std::string> PalabrasDelIndice(std::string_view utf8);
 
 // A type-1 query as a tree. Supported: the Bib-1 attribute set (or none);
 // use (1 personal name, 1003 author, 4 title, 21 subject, 7 ISBN, 8 ISSN,

@@ -9,6 +9,7 @@
 #include "base/Clock.h"
 #include "base/CodePage.h"
 #include "base/PosixPlatform.h"
+#include "search/Indice.h"
 #include "tests/support/Fakes.h"
 
 namespace orvex::z3950 {
@@ -86,6 +87,10 @@ TEST_F(AcervoPrueba, PhrasesAndTruncationNarrowAndWiden) {
   EXPECT_FALSE(frase.empty());
   EXPECT_TRUE(std::includes(todas.begin(), todas.end(), frase.begin(), frase.end()));
   EXPECT_LT(frase.size(), todas.size());
+  // The longest phrase the mapping lets through is searched.
+  std::string larga = "historia";
+  for (int i = 1; i < search::kMaximoPalabrasFrase; ++i) larga += " de";
+  EXPECT_TRUE(Busca("\"" + larga + "\"").empty());
   const auto truncada = Conjunto(Busca("histori*"));
   const auto exacta = Tabla("HISTORIA", 0);
   EXPECT_TRUE(std::includes(truncada.begin(), truncada.end(), exacta.begin(), exacta.end()));

@@ -9,6 +9,8 @@
 #include <random>
 #include <string>
 
+#include "search/Indice.h"
+
 namespace orvex::z3950 {
 namespace {
 
@@ -190,6 +192,34 @@ TEST(Consulta, LargeQueriesAreRefused) {
   Diagnostico d3;
   EXPECT_EQ(DesdeCQL("dc.title=" + std::string(kMaximoTexto + 1, 'a'), d3), "");
   EXPECT_EQ(d3.codigo, YAZ_BIB1_MALFORMED_SEARCH_TERM);
+
+  // A phrase of more words than the phrase search takes, the words counted
+  // as the index cuts them; the same words as "all" are words of their own.
+  const auto palabras = [](int n, const char* separador) {
+    std::string s = "w";
+    for (int i = 1; i < n; ++i) s += separador + std::string("w");
+    return s;
+  };
+  const int maximo = search::kMaximoPalabrasFrase;
+  const struct {
+    std::string consulta;
+    bool pqf;
+    int codigo;
+  } frases[] = {
+      {"\"" + palabras(maximo, " ") + "\"", false, 0},
+      {"\"" + palabras(maximo + 1, " ") + "\"", false, YAZ_BIB1_MALFORMED_SEARCH_TERM},
+      {"dc.title adj \"" + palabras(maximo, " ") + "-w\"", false, YAZ_BIB1_MALFORMED_SEARCH_TERM},
+      {"cql.serverChoice all \"" + palabras(maximo + 1, " ") + "\"", false, 0},
+      {"@attr 4=1 \"" + palabras(maximo, " ") + "\"", true, 0},
+      {"@attr 4=1 \"" + palabras(maximo + 1, "/") + "\"", true, YAZ_BIB1_MALFORMED_SEARCH_TERM},
+      {"@attr 4=2 \"" + palabras(maximo + 1, " ") + "\"", true, 0},
+  };
+  for (const auto& f : frases) {
+    Diagnostico df;
+    const std::string arbol = f.pqf ? DesdePQF(f.consulta, df) : DesdeCQL(f.consulta, df);
+    EXPECT_EQ(df.codigo, f.codigo) << f.consulta;
+    EXPECT_EQ(arbol.empty(), f.codigo != 0) << f.consulta;
+  }
 }
 
 // Random bytes as CQL: a tree or a diagnostic, never both, never neither.
