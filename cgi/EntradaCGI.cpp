@@ -166,4 +166,32 @@ std::string ValorCGI(const EntradaCGI& cgi, std::string_view nombre) {
   return std::string();
 }
 
+bool EsUTF8(std::string_view texto) {
+  for (std::size_t i = 0; i < texto.size();) {
+    const std::size_t inicio = i;
+    const char32_t c = NextUtf8(texto, i);
+    // NextUtf8 gives U+FFFD for a malformed sequence: only its own three
+    // bytes stand for it.
+    if (c == 0xFFFD && texto.substr(inicio, 3) != "\xEF\xBF\xBD") return false;
+    if (c >= 0xD800 && c <= 0xDFFF) return false;
+  }
+  return true;
+}
+
+bool PideUTF8(const EntradaCGI& cgi, bool siempre) {
+  if (siempre) return true;
+  const std::string valor = ValorCGI(cgi, kCampoCodificacion);
+  return EqualsIgnoringCase(valor, "utf-8") || EqualsIgnoringCase(valor, "utf8");
+}
+
+void LeeCamposUTF8(EntradaCGI& cgi) {
+  const CodePage& cp = CodePage::Windows1252();
+  cgi.pares.Convierte([&cp](std::string_view texto) {
+    const bool ascii = std::all_of(texto.begin(), texto.end(),
+                                   [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+    if (ascii || !EsUTF8(texto)) return std::string(texto);
+    return cp.FromUtf8(texto);
+  });
+}
+
 }  // namespace orvex::cgi

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "base/Plazo.h"
@@ -48,6 +49,27 @@ class ParesCGI {
 
   // Appends the fields of one "name=value&name=value" text (SeparaPares).
   void Separa(std::string_view texto);
+
+  // Replaces every stored field's name and value by `convierte` of it; the
+  // fields keep their order and the trailing empty entries their count.
+  template <typename F>
+  void Convierte(F convierte) {
+    std::string textos;
+    textos.reserve(textos_.size());
+    std::vector<Indice> indices;
+    indices.reserve(indices_.size());
+    for (std::size_t i = 0; i < indices_.size(); ++i) {
+      const ParCGI par = Campo(i);
+      Indice x{};
+      x.nombre = static_cast<std::uint32_t>(textos.size());
+      textos += convierte(par.nombre);
+      x.valor = static_cast<std::uint32_t>(textos.size());
+      textos += convierte(par.valor);
+      indices.push_back(x);
+    }
+    textos_ = std::move(textos);
+    indices_ = std::move(indices);
+  }
 
  private:
   // Where a field's name and value begin in textos_; the value ends where
@@ -94,6 +116,26 @@ void LeeDatosForma(EntradaCGI& cgi, Input& entrada, Plazo* plazo = nullptr);
 
 // Appends the fields of one "name=value&name=value" text.
 void SeparaPares(ParesCGI& pares, std::string_view texto);
+
+// The request field that tells that a form or a link sends its text in
+// UTF-8 ("CODIFICACION=utf-8"), as modern forms and the links that browsers
+// share do.
+inline constexpr std::string_view kCampoCodificacion = "CODIFICACION";
+
+// True when the request's fields are to be read as UTF-8: the installation
+// says so for every request (`siempre`), or the request carries
+// "CODIFICACION" with "utf-8" or "utf8" (any case).
+bool PideUTF8(const EntradaCGI& cgi, bool siempre);
+
+// Reads the fields as UTF-8: every name and value that is well-formed UTF-8
+// and holds some byte above 127 becomes its Windows-1252 text (a character
+// the code page lacks becomes "?"). A text that is not well-formed UTF-8
+// (the bytes of a Windows-1252 form) is kept as it came.
+void LeeCamposUTF8(EntradaCGI& cgi);
+
+// True when `texto` is well-formed UTF-8 (no overlong form, no surrogate,
+// nothing above U+10FFFF, no sequence cut short).
+bool EsUTF8(std::string_view texto);
 
 // Form-URL decoding: "+" is a blank and "%hh" the byte hh, in one pass over
 // the text. A decoded "%" is not decoded again. A "%" followed by no

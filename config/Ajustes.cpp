@@ -26,6 +26,10 @@ void Aplica(Ajustes& a, std::string_view clave, std::string_view valor) {
     if (EqualsIgnoringCase(valor, "literales")) a.ecos_literales = true;
   } else if (EqualsIgnoringCase(clave, "Reservas")) {
     if (EqualsIgnoringCase(valor, "cualquier_servidor")) a.reservas_cualquier_servidor = true;
+  } else if (EqualsIgnoringCase(clave, "Solicitudes")) {
+    if (EqualsIgnoringCase(valor, "utf-8") || EqualsIgnoringCase(valor, "utf8")) {
+      a.solicitudes_utf8 = true;
+    }
   } else if (EqualsIgnoringCase(clave, "CuerpoMaximo")) {
     std::size_t n = 0;
     const auto [fin, error] = std::from_chars(valor.data(), valor.data() + valor.size(), n);

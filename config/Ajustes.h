@@ -5,16 +5,18 @@
 
 #include "base/Platform.h"
 
-// The installation's safety settings. Orvex refuses by default whatever in a
-// request could make it read, write or stall the server; an installation
-// whose pages depend on the old, unguarded behaviour gets it back one
-// setting at a time in "orvex.ini" beside the program:
+// The installation's settings. Most are safety settings: Orvex refuses by
+// default whatever in a request could make it read, write or stall the
+// server, and an installation whose pages depend on the old, unguarded
+// behaviour gets it back one setting at a time; "Solicitudes" says how the
+// request's text is encoded. All live in "orvex.ini" beside the program:
 //
 //   # orvex.ini
 //   ArchivoCFG   = cualquier_ruta       ; any path, as "ArchivoCFG" once took
 //   Ecos         = literales            ; request text echoed into pages as sent
 //   Reservas     = cualquier_servidor   ; reservations to the server the request names
 //   CuerpoMaximo = 1048576              ; the largest request body, in bytes
+//   Solicitudes  = utf-8                ; every request's text read as UTF-8
 //
 // One "clave = valor" per line; blank lines and lines starting with "#" or
 // ";" are comments, and so is anything after a ";" or "#" on a line. Keys
@@ -34,6 +36,12 @@ struct Ajustes {
   // configuration's "DISPONIBILIDAD:" section lists; true
   // ("cualquier_servidor"), to the request's "direccionIP":"puertoTCP".
   bool reservas_cualquier_servidor = false;
+  // "Solicitudes": false, a request's fields are Windows-1252 unless the
+  // request says "CODIFICACION=utf-8"; true ("utf-8"), every request's fields
+  // are read as UTF-8 wherever they are well-formed UTF-8 (cgi/EntradaCGI.h).
+  // Not a safety setting: an installation whose forms and links are UTF-8
+  // turns it on.
+  bool solicitudes_utf8 = false;
   // "CuerpoMaximo": the largest request body (and query string) accepted, in
   // bytes, from 1024 to kCuerpoMaximoTope.
   std::size_t cuerpo_maximo = kCuerpoMaximoPredeterminado;

@@ -138,6 +138,7 @@ int Principal(Servicios& sys, db::Opener& bases, Red* red) {
         return 0;
       }
       cgi::LeeDatosForma(s.cgi, sys.entrada, &s.plazo);
+      if (cgi::PideUTF8(s.cgi, s.ajustes.solicitudes_utf8)) cgi::LeeCamposUTF8(s.cgi);
       if (!sys.motores.DatabaseEngineWorks()) {
         EnviaLinea(sys.salida,
                    Latin1("<html><body> <center> <h1> No se encontró el DAO 3.6 <br> instalado en "

@@ -6,6 +6,7 @@
 #include "base/CodePage.h"
 #include "base/EnviaLinea.h"
 #include "base/Runtime.h"
+#include "cgi/Enlaces.h"
 #include "circulation/ChecaIP.h"
 #include "circulation/Disponibilidad.h"
 #include "config/ArchivoCFG.h"
@@ -154,6 +155,9 @@ void MuestraFicha(cgi::Solicitud& s, const records::RegFicha& ficha, std::int32_
   ReemplazaTexto(html, "<!CLASIFICACION!>", Clasificacion(marc));
   ReemplazaTexto(html, "<!NFICHA!>", std::to_string(ficha.Ficha_no));
   ReemplazaTexto(html, "<!PFICHA!>", std::to_string(posicion));
+  if (html.find("<!ENLACEFICHA!>") != std::string::npos) {
+    ReemplazaTexto(html, "<!ENLACEFICHA!>", cgi::EnlaceFicha(s, ficha.Ficha_no));
+  }
   ReemplazaTexto(html, "<!ENCABEZAMIENTOS!>",
                  records::ListaNumerada(Une(marc, {"600", "610", "611", "630", "651", "650"}),
                                records::Numeracion::Arabiga));

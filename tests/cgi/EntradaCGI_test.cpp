@@ -125,6 +125,63 @@ TEST(ValorCGI, FindsTheFirstFieldIgnoringCaseAndTrims) {
   EXPECT_EQ(ValorCGI(cgi, "ausente"), "");
 }
 
+TEST(EsUTF8, AcceptsOnlyWellFormedSequences) {
+  const struct {
+    const char* texto;
+    bool bien;
+  } cases[] = {
+      {"", true},
+      {"mexico", true},
+      {"m\xC3\xA9xico", true},                // é
+      {"\xE2\x82\xAC", true},                // €
+      {"\xF0\x9F\x93\x9A", true},            // a book, outside the code page
+      {"\xEF\xBF\xBD", true},                // U+FFFD itself
+      {"m\xE9xico", false},                   // Windows-1252 é
+      {"\xC3", false},                        // cut short
+      {"\xE2\x82", false},
+      {"\xC0\xAF", false},                    // overlong "/"
+      {"\xED\xA0\x80", false},                // a surrogate
+      {"\xF4\x90\x80\x80", false},            // above U+10FFFF
+      {"\xBF", false},                        // a lone continuation byte
+  };
+  for (const auto& c : cases) EXPECT_EQ(EsUTF8(c.texto), c.bien) << c.texto;
+}
+
+TEST(LeeCamposUTF8, ConvertsWellFormedTextAndKeepsTheRest) {
+  EntradaCGI cgi;
+  SeparaPares(cgi.pares,
+              "txtLIB=m%C3%A9xico&txtAUT=garc%EDa&t%C3%ADtulo=%E2%82%AC+%F0%9F%93%9A&"
+              "ACERVO=libros&vacio=");
+  const std::size_t entradas = cgi.pares.Entradas();
+  LeeCamposUTF8(cgi);
+  EXPECT_EQ(Campos(cgi.pares), (Pares{{"txtLIB", "m\xE9xico"},
+                                      {"txtAUT", "garc\xED" "a"},  // not UTF-8: as sent
+                                      {"t\xEDtulo", "\x80 ?"},
+                                      {"ACERVO", "libros"},
+                                      {"vacio", ""}}));
+  EXPECT_EQ(cgi.pares.Entradas(), entradas);
+}
+
+TEST(PideUTF8, TheSettingOrTheRequestField) {
+  const struct {
+    const char* campos;
+    bool siempre, utf8;
+  } cases[] = {
+      {"txtLIB=x", false, false},
+      {"txtLIB=x", true, true},
+      {"CODIFICACION=utf-8", false, true},
+      {"codificacion=UTF8", false, true},
+      {"CODIFICACION=+utf-8+", false, true},
+      {"CODIFICACION=latin1", false, false},
+      {"CODIFICACION=", false, false},
+  };
+  for (const auto& c : cases) {
+    EntradaCGI cgi;
+    SeparaPares(cgi.pares, c.campos);
+    EXPECT_EQ(PideUTF8(cgi, c.siempre), c.utf8) << c.campos;
+  }
+}
+
 class LecturaTest : public ::testing::Test {
  protected:
   void Variables(std::map<std::string, std::string> vars) {

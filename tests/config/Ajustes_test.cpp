@@ -43,6 +43,26 @@ TEST(InterpretaAjustes, RelaxesOnlyWhatEachLineNamesExactly) {
   }
 }
 
+TEST(InterpretaAjustes, SolicitudesTakesOnlyUTF8) {
+  const struct {
+    const char* texto;
+    bool utf8;
+  } cases[] = {
+      {"", false},
+      {"Solicitudes = utf-8", true},
+      {"solicitudes=UTF8\r\n", true},
+      {"Solicitudes = latin1", false},
+      {"Solicitudes = utf-16", false},
+      {"# Solicitudes = utf-8", false},
+  };
+  for (const auto& c : cases) {
+    const Ajustes a = InterpretaAjustes(c.texto);
+    EXPECT_EQ(a.solicitudes_utf8, c.utf8) << c.texto;
+    // It relaxes no safety setting.
+    EXPECT_FALSE(a.ecos_literales || a.cfg_cualquier_ruta || a.reservas_cualquier_servidor);
+  }
+}
+
 TEST(LeeAjustes, ReadsOrvexIniBesideTheProgramOrKeepsTheDefaults) {
   testing::MemoryFileSystem f;
   EXPECT_FALSE(LeeAjustes(f, "/prog").ecos_literales);
