@@ -11,6 +11,7 @@
 #include <strings.h>
 #include <deque>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,9 +21,11 @@
 #include "base/PosixPlatform.h"
 #include "base/RuntimeError.h"
 #include "db/Database.h"
+#include "marc/Origen.h"
+#include "marc/Registros.h"
 #include "z3950/Acervo.h"
 #include "z3950/Consulta.h"
-#include "z3950/Registros.h"
+#include "z3950/Tarjeta.h"
 
 namespace orvex::z3950 {
 namespace {
@@ -136,9 +139,11 @@ int Busca(void* handle, bend_search_rr* rr) {
 }
 
 // The record form a fetch asks for: its syntax, and for XML its schema
-// (SRU's recordSchema, or Z39.50's element set name); false for a syntax
-// or schema Orvex does not give.
-bool FormatoPedido(const bend_fetch_rr& rr, Formato& formato, const Odr_oid*& sintaxis) {
+// (SRU's recordSchema, or Z39.50's element set name), the catalogue card
+// (SUTRS) as nullopt; false for a syntax or schema Orvex does not give.
+bool FormatoPedido(const bend_fetch_rr& rr, std::optional<marc::Formato>& formato,
+                   const Odr_oid*& sintaxis) {
+  using marc::Formato;
   std::string esquema = rr.schema != nullptr ? rr.schema : "";
   if (esquema.empty() && rr.comp != nullptr && rr.comp->which == Z_RecordComp_simple &&
       rr.comp->u.simple != nullptr && rr.comp->u.simple->which == Z_ElementSetNames_generic &&
@@ -153,7 +158,7 @@ bool FormatoPedido(const bend_fetch_rr& rr, Formato& formato, const Odr_oid*& si
     return true;
   }
   if (!oid_oidcmp(pedida, yaz_oid_recsyn_sutrs)) {
-    formato = Formato::Tarjeta;
+    formato = std::nullopt;
     sintaxis = yaz_oid_recsyn_sutrs;
     return true;
   }
@@ -184,7 +189,7 @@ int Trae(void* handle, bend_fetch_rr* rr) {
     rr->errcode = YAZ_BIB1_PRESENT_REQUEST_OUT_OF_RANGE;
     return 0;
   }
-  Formato formato;
+  std::optional<marc::Formato> formato;
   const Odr_oid* sintaxis = nullptr;
   if (!FormatoPedido(*rr, formato, sintaxis)) {
     const bool xml = rr->request_format != nullptr && !oid_oidcmp(rr->request_format, yaz_oid_recsyn_xml);
@@ -198,18 +203,17 @@ int Trae(void* handle, bend_fetch_rr* rr) {
   std::string registro;
   try {
     // MARC from a kept source needs nothing else of the catalogue.
-    const std::optional<Origen> origen = formato == Formato::Marc21 || formato == Formato::MarcXml ||
-                                                 formato == Formato::DublinCore
-                                             ? LeeOrigen(s.acervo->Biblio(), numero)
-                                             : std::nullopt;
-    std::optional<std::string> directo = origen ? RegistroDeOrigen(*origen, formato) : std::nullopt;
+    const std::optional<marc::Origen> origen =
+        formato ? marc::LeeOrigen(s.acervo->Biblio(), numero) : std::nullopt;
+    std::optional<std::string> directo =
+        origen ? marc::RegistroDeOrigen(*origen, *formato) : std::nullopt;
     if (directo) {
       registro = std::move(*directo);
     } else if (!s.acervo->Carga(numero, ficha)) {
       rr->errcode = YAZ_BIB1_RECORD_DELETED;
       return 0;
     } else {
-      registro = Registro(ficha, origen, formato);
+      registro = formato ? marc::Registro(ficha, origen, *formato) : Tarjeta(ficha);
     }
   } catch (const RuntimeError& error) {
     rr->errcode = YAZ_BIB1_TEMPORARY_SYSTEM_ERROR;

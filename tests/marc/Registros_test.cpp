@@ -1,4 +1,4 @@
-#include "z3950/Registros.h"
+#include "marc/Registros.h"
 
 #include <gtest/gtest.h>
 #include <libxml/parser.h>
@@ -17,7 +17,7 @@
 #include "db/Database.h"
 #include "tests/support/Fakes.h"
 
-namespace orvex::z3950 {
+namespace orvex::marc {
 namespace {
 
 namespace fs = std::filesystem;
@@ -271,28 +271,6 @@ TEST(Registros, TagStringGivesDublinCore) {
             "</srw_dc:dc>\n");
 }
 
-TEST(Registros, TarjetaIsTheCatalogueCardAsText) {
-  const records::RegFicha ficha = Ficha(
-      15, Latin1("¦050PQ8180.17.A73 C5¦100García Márquez, Gabriel, 1927-2014.¦245Cien años de "
-                 "soledad / Gabriel García Márquez¦260Madrid : Cátedra, 1987.¦300550 páginas ; "
-                 "18 centímetros¦02084-376-0494-X¦500Novela. \\ Primera edición¦650Novela "
-                 "colombiana \\ Realismo mágico¦700Pérez, JuanÌ"));
-  EXPECT_EQ(Registro(ficha, std::nullopt, Formato::Tarjeta),
-            "PQ8180.17.A73 C5\n"
-            "García Márquez, Gabriel, 1927-2014.\n"
-            "Cien años de soledad / Gabriel García Márquez. -- Madrid : Cátedra, 1987.\n"
-            "550 p. ; 18 cm.\n"
-            "ISBN 84-376-0494-X\n"
-            "Novela.\n"
-            "Primera edición\n"
-            "1. Novela colombiana. 2. Realismo mágico.\n"
-            "I. Pérez, Juan.\n");
-  // A source record does not change the card.
-  EXPECT_EQ(Registro(ficha, OrigenIso(Iso("00000nam a2200000 a 4500", {"245 10$aOtro."})),
-                     Formato::Tarjeta),
-            Registro(ficha, std::nullopt, Formato::Tarjeta));
-}
-
 // --- records from their source ------------------------------------------------------
 
 const std::vector<std::string> kCamposOrigen = {
@@ -515,7 +493,6 @@ TEST(Registros, DamagedSourceFallsBackToTheTagString) {
   EXPECT_EQ(RegistroDeOrigen(OrigenIso(bueno), Formato::MarcXml),
             Registro(ficha, OrigenIso(bueno), Formato::MarcXml));
   EXPECT_FALSE(RegistroDeOrigen(OrigenIso(bueno), Formato::DublinCore));
-  EXPECT_FALSE(RegistroDeOrigen(OrigenIso(bueno), Formato::Tarjeta));
 }
 
 // --- the source record in the catalogue ------------------------------------------------
@@ -583,4 +560,4 @@ TEST(LeeOrigen, CataloguesWithoutTheTableKeepNoSource) {
 }
 
 }  // namespace
-}  // namespace orvex::z3950
+}  // namespace orvex::marc

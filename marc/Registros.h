@@ -1,15 +1,15 @@
 #pragma once
 
-#include <cstdint>
 #include <optional>
 #include <string>
 
-#include "db/Database.h"
+#include "marc/Origen.h"
 #include "records/Ficha.h"
 
-// The records that orvex-z3950 gives: a book record of the catalogue in
-// MARC 21 (ISO 2709), MARCXML, SRU's Dublin Core or as its catalogue card,
-// always in UTF-8.
+// A book record of the catalogue as the library world exchanges it: MARC 21
+// (ISO 2709), MARCXML or SRU's Dublin Core, always in UTF-8. orvex-z3950
+// gives these; the module orvex-marc.so gives the MARC forms, RIS and BibTeX
+// (marc/Citas.h) to the gateway's export.
 //
 // A record comes from one of two places. orvex-catalogo keeps each book's
 // source MARC record beside the tag string (table ORVEX_MARC of KORVEL8.MDB,
@@ -23,9 +23,9 @@
 // Every MARC reading and writing is YAZ's (yaz_marc_t): ISO 2709, MARCXML,
 // the MARC-8 to UTF-8 conversion. Nothing here throws for a damaged record;
 // a damaged source record is passed over for the tag string.
-namespace orvex::z3950 {
+namespace orvex::marc {
 
-// The record formats the servers give.
+// The record formats.
 enum class Formato {
   // MARC 21 in ISO 2709, UTF-8 (leader position 9 "a").
   Marc21,
@@ -35,26 +35,7 @@ enum class Formato {
   // SRU's Dublin Core schema: one <srw_dc:dc> element, without an XML
   // declaration.
   DublinCore,
-  // The catalogue card as plain text, one section a line.
-  Tarjeta,
 };
-
-// A source record as orvex-catalogo kept it (table ORVEX_MARC): `bytes`
-// holds an ISO 2709 record (`xml` false) or the text of a MARCXML <record>
-// element (`xml` true).
-struct Origen {
-  bool xml = false;
-  std::string bytes;
-};
-
-// The source record of book record `ficha` in the catalogue `biblio`
-// (KORVEL8.MDB), if the catalogue keeps one. A catalogue without the table
-// ORVEX_MARC (those of other programs, Jet files) or without a row for
-// `ficha` gives nullopt, and so do a row whose Formato is neither
-// "iso2709" nor "marcxml" and a table of that name with other columns or
-// another key. Only the engine's own failures (a file that cannot be read)
-// raise their RuntimeError.
-std::optional<Origen> LeeOrigen(db::Database& biblio, std::int32_t ficha);
 
 // Record in MARC 21 or MARCXML from its source alone, as Registro gives it
 // from a usable source; nullopt for a damaged source or another format,
@@ -134,12 +115,7 @@ std::optional<std::string> RegistroDeOrigen(const Origen& origen, Formato format
 // are XML-escaped and control characters left out. The element is
 //   <srw_dc:dc xmlns:srw_dc="info:srw/schema/1/dc-schema"
 //       xmlns:dc="http://purl.org/dc/elements/1.1/"> ... </srw_dc:dc>
-//
-// Tarjeta: the catalogue card of records::ArmaTarjeta as text, one line (LF)
-// per non-empty section in the card's order (call number, main entry, title
-// and publication, physical description and series, ISBN, each note,
-// subjects, added entries), each line ended by LF.
 std::string Registro(const records::RegFicha& ficha, const std::optional<Origen>& origen,
                      Formato formato);
 
-}  // namespace orvex::z3950
+}  // namespace orvex::marc

@@ -1,4 +1,4 @@
-#include "z3950/Registros.h"
+#include "marc/Registros.h"
 
 #include <libxml/parser.h>
 #include <libxml/tree.h>
@@ -14,15 +14,12 @@
 
 #include "base/CodePage.h"
 #include "base/Runtime.h"
-#include "base/RuntimeError.h"
-#include "records/Presentaciones.h"
+#include "marc/Campos.h"
 
-namespace orvex::z3950 {
+namespace orvex::marc {
 namespace {
 
 constexpr const char* kEspacioMARC = "http://www.loc.gov/MARC21/slim";
-// The engine's "not an index of this table" (db/SqliteDatabase.cpp).
-constexpr int kErrNoEsIndice = 3800;
 constexpr char kFinRegistro = '\x1D';
 constexpr char kEscape = '\x1B';
 // The longest ISO 2709 record and field: five and four digits of length.
@@ -90,24 +87,6 @@ bool EsControlC0(char c) { return static_cast<unsigned char>(c) < 0x20; }
 
 bool EsBlanco(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
-std::string_view SinBlancos(std::string_view s) {
-  while (!s.empty() && EsBlanco(s.front())) s.remove_prefix(1);
-  while (!s.empty() && EsBlanco(s.back())) s.remove_suffix(1);
-  return s;
-}
-
-// A text for Dublin Core: blanks around it and the ISBD marks that lead to
-// the next part (" /", " :", " ;", " =", ",") at its end removed; with
-// `punto`, a final full stop too.
-std::string Limpia(std::string_view s, bool punto = false) {
-  s = SinBlancos(s);
-  while (!s.empty() && (std::strchr("/:;=,", s.back()) != nullptr || EsBlanco(s.back()) ||
-                        (punto && s.back() == '.'))) {
-    s.remove_suffix(1);
-  }
-  return std::string(s);
-}
-
 // Appends `texto` to the XML text `xml` as element content: "&", "<" and
 // ">" escaped, control characters XML does not admit left out.
 void AgregaEscapado(std::string& xml, std::string_view texto) {
@@ -123,28 +102,6 @@ void AgregaEscapado(std::string& xml, std::string_view texto) {
 }
 
 // --- the record as fields ----------------------------------------------------
-
-struct Subcampo {
-  char codigo = 'a';
-  std::string valor;  // UTF-8
-};
-
-struct Campo {
-  std::string etiqueta;
-  char ind2 = ' ';
-  std::string datos;  // control fields
-  std::vector<Subcampo> subcampos;
-
-  bool EsControl() const {
-    return etiqueta.size() == 3 && etiqueta[0] == '0' && etiqueta[1] == '0';
-  }
-};
-
-struct Marc {
-  std::string lider;
-  std::vector<Campo> campos;
-  bool de_etiquetas = false;  // built from the tag string: one $a per field
-};
 
 bool EsEtiquetaMARC(std::string_view t) {
   return t.size() == 3 && std::all_of(t.begin(), t.end(), [](char c) {
@@ -563,228 +520,56 @@ class Fuente {
 
 // --- Dublin Core -------------------------------------------------------------------
 
-bool EsLetra(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-
-// The subfields of `c` whose codes are in `codigos` (nullptr: every letter),
-// trimmed and joined by one blank.
-std::string Une(const Campo& c, const char* codigos = nullptr) {
-  std::string texto;
-  for (const Subcampo& s : c.subcampos) {
-    const bool elegido = codigos == nullptr ? EsLetra(s.codigo)
-                                            : std::strchr(codigos, s.codigo) != nullptr;
-    const std::string_view valor = SinBlancos(s.valor);
-    if (!elegido || valor.empty()) continue;
-    if (!texto.empty()) texto += ' ';
-    texto += valor;
-  }
-  return texto;
-}
-
-// A subject heading: its lettered subfields, the subdivisions ($v $x $y $z)
-// after " -- ".
-std::string Tema(const Campo& c) {
-  std::string texto;
-  for (const Subcampo& s : c.subcampos) {
-    const std::string_view valor = SinBlancos(s.valor);
-    if (!EsLetra(s.codigo) || valor.empty()) continue;
-    if (!texto.empty()) texto += std::strchr("vxyz", s.codigo) != nullptr ? " -- " : " ";
-    texto += valor;
-  }
-  return texto;
-}
-
-int NumeroEtiqueta(const std::string& etiqueta) {
-  if (etiqueta.size() != 3) return -1;
-  int n = 0;
-  for (char c : etiqueta) {
-    if (c < '0' || c > '9') return -1;
-    n = n * 10 + (c - '0');
-  }
-  return n;
-}
-
-// The DCMI type of leader position 6.
-const char* TipoDeLider(char tipo) {
-  switch (tipo) {
-    case 'a': case 'c': case 'd': case 't': return "Text";
-    case 'e': case 'f': case 'k': return "Image";
-    case 'g': return "MovingImage";
-    case 'i': case 'j': return "Sound";
-    case 'm': return "Software";
-    case 'o': case 'p': return "Collection";
-    case 'r': return "PhysicalObject";
-    default: return nullptr;
-  }
-}
-
-bool SonDigitos(std::string_view s) {
-  return !s.empty() && std::all_of(s.begin(), s.end(), [](char c) { return c >= '0' && c <= '9'; });
-}
-
-// The last run of exactly four digits in `s`.
-std::string UltimoAnio(std::string_view s) {
-  std::string anio;
-  for (std::size_t i = 0; i < s.size();) {
-    std::size_t j = i;
-    while (j < s.size() && s[j] >= '0' && s[j] <= '9') ++j;
-    if (j - i == 4) anio = std::string(s.substr(i, 4));
-    i = j == i ? i + 1 : j;
-  }
-  return anio;
-}
-
-std::string DublinCore(const Marc& r, const records::RegFicha& ficha) {
-  std::vector<std::pair<const char*, std::string>> elementos;
-  const auto agrega = [&](const char* nombre, std::string texto) {
-    if (!texto.empty()) elementos.emplace_back(nombre, std::move(texto));
-  };
-  const auto cada = [&](auto&& condicion, const char* nombre, auto&& texto) {
-    for (const Campo& c : r.campos) {
-      if (!c.EsControl() && condicion(NumeroEtiqueta(c.etiqueta), c)) agrega(nombre, texto(c));
-    }
-  };
-  const auto es = [](std::initializer_list<int> lista) {
-    return [etiquetas = std::vector<int>(lista)](int n, const Campo&) {
-      return std::find(etiquetas.begin(), etiquetas.end(), n) != etiquetas.end();
-    };
-  };
-  std::string_view f008;
-  for (const Campo& c : r.campos) {
-    if (c.etiqueta == "008") {
-      f008 = c.datos;
-      break;
-    }
-  }
-  // A publication statement: any 260, a 264 of publication.
-  const auto publicacion = [](int n, const Campo& c) {
-    return n == 260 || (n == 264 && c.ind2 == '1');
-  };
-
-  cada(es({245}), "dc:title", [](const Campo& c) { return Limpia(Une(c, "abfgknps")); });
-  cada(es({100, 110, 111, 700, 710, 711}), "dc:creator",
-       [](const Campo& c) { return Limpia(Une(c)); });
-  cada(es({600, 610, 611, 630, 650, 651}), "dc:subject",
-       [](const Campo& c) { return Limpia(Tema(c)); });
-  cada([](int n, const Campo&) { return n >= 500 && n <= 520; }, "dc:description",
-       [](const Campo& c) { return Limpia(Une(c)); });
-
-  std::string fecha;
-  if (r.de_etiquetas) {
-    // The tag string keeps no subfields: the whole statement is the
-    // publisher, and the year is looked for in it.
-    const Campo* declaracion = nullptr;
-    for (int etiqueta : {260, 264}) {
-      for (const Campo& c : r.campos) {
-        if (declaracion == nullptr && NumeroEtiqueta(c.etiqueta) == etiqueta) declaracion = &c;
-      }
-    }
-    if (declaracion != nullptr) agrega("dc:publisher", Limpia(Une(*declaracion)));
-    if (f008.size() >= 11 && SonDigitos(f008.substr(7, 4))) {
-      fecha = std::string(f008.substr(7, 4));
-    } else if (declaracion != nullptr) {
-      fecha = UltimoAnio(Une(*declaracion));
-    }
-  } else {
-    for (const Campo& c : r.campos) {
-      if (!publicacion(NumeroEtiqueta(c.etiqueta), c)) continue;
-      for (const Subcampo& s : c.subcampos) {
-        if (s.codigo == 'b') agrega("dc:publisher", Limpia(s.valor));
-        if (s.codigo == 'c' && fecha.empty()) fecha = Limpia(s.valor, true);
-      }
-    }
-    if (fecha.empty() && f008.size() >= 11 && SonDigitos(f008.substr(7, 4))) {
-      fecha = std::string(f008.substr(7, 4));
-    }
-  }
-  agrega("dc:date", fecha);
-
-  if (r.de_etiquetas) {
-    if (ficha.TipoMaterial == 1) agrega("dc:type", "Text");
-  } else if (r.lider.size() > 6) {
-    const char* tipo = TipoDeLider(r.lider[6]);
-    if (tipo != nullptr) agrega("dc:type", tipo);
-  }
-  cada(es({300}), "dc:format", [](const Campo& c) { return Limpia(Une(c)); });
-
-  for (const Campo& c : r.campos) {
-    const int n = NumeroEtiqueta(c.etiqueta);
-    for (const Subcampo& s : c.subcampos) {
-      if ((n == 20 || n == 22) && s.codigo == 'a') {
-        const std::string numero = Limpia(s.valor);
-        if (!numero.empty()) agrega("dc:identifier", (n == 20 ? "ISBN " : "ISSN ") + numero);
-      }
-      if (n == 856 && s.codigo == (r.de_etiquetas ? 'a' : 'u')) {
-        // The tag string holds "address;link text".
-        const std::string_view valor = s.valor;
-        agrega("dc:identifier",
-               std::string(SinBlancos(r.de_etiquetas ? valor.substr(0, valor.find(';')) : valor)));
-      }
-    }
-  }
-  agrega("dc:identifier", "orvex:ficha:" + std::to_string(ficha.Ficha_no));
-
-  if (f008.size() >= 38 && std::all_of(f008.begin() + 35, f008.begin() + 38, EsLetra)) {
-    agrega("dc:language", std::string(f008.substr(35, 3)));
-  }
-
+std::string DublinCore(const Descripcion& d) {
   std::string xml =
       "<srw_dc:dc xmlns:srw_dc=\"info:srw/schema/1/dc-schema\" "
       "xmlns:dc=\"http://purl.org/dc/elements/1.1/\">\n";
-  for (const auto& [nombre, texto] : elementos) {
+  const auto elemento = [&xml](const char* nombre, std::string_view texto) {
+    if (texto.empty()) return;
     xml.append("  <").append(nombre).append(">");
     AgregaEscapado(xml, texto);
     xml.append("</").append(nombre).append(">\n");
-  }
+  };
+  const auto cada = [&elemento](const char* nombre, const std::vector<std::string>& textos) {
+    for (const std::string& t : textos) elemento(nombre, t);
+  };
+  cada("dc:title", d.titulos);
+  cada("dc:creator", d.creadores);
+  cada("dc:subject", d.temas);
+  cada("dc:description", d.notas);
+  cada("dc:publisher", d.editoriales);
+  elemento("dc:date", d.fecha);
+  elemento("dc:type", d.tipo_dc != nullptr ? d.tipo_dc : "");
+  cada("dc:format", d.formatos);
+  cada("dc:identifier", d.identificadores);
+  elemento("dc:identifier", "orvex:ficha:" + std::to_string(d.ficha));
+  elemento("dc:language", d.idioma);
   xml += "</srw_dc:dc>\n";
   return xml;
 }
-
-// --- the card ------------------------------------------------------------------------
-
-std::string TarjetaEnTexto(const records::RegFicha& ficha) {
-  const records::Tarjeta t = records::ArmaTarjeta(ficha);
-  std::vector<const std::string*> secciones = {&t.Sclas, &t.Sa, &t.S1, &t.S2, &t.Sisbn};
-  for (const std::string& nota : t.Snotas) secciones.push_back(&nota);
-  secciones.push_back(&t.Sr1);
-  secciones.push_back(&t.Sr2);
-  std::string texto;
-  for (const std::string* s : secciones) {
-    if (s->empty()) continue;
-    texto += CodePage::Windows1252().ToUtf8(*s);
-    texto += '\n';
-  }
-  return texto;
-}
-
 }  // namespace
 
-std::optional<Origen> LeeOrigen(db::Database& biblio, std::int32_t ficha) {
-  static constexpr std::string_view kTabla = "ORVEX_MARC";
-  const std::vector<std::string> tablas = biblio.TableNames();
-  if (std::none_of(tablas.begin(), tablas.end(),
-                   [](const std::string& t) { return EqualsIgnoringCase(t, kTabla); })) {
-    return std::nullopt;
+std::string_view SinBlancos(std::string_view s) {
+  while (!s.empty() && EsBlanco(s.front())) s.remove_prefix(1);
+  while (!s.empty() && EsBlanco(s.back())) s.remove_suffix(1);
+  return s;
+}
+
+std::string Limpia(std::string_view s, bool punto) {
+  s = SinBlancos(s);
+  while (!s.empty() && (std::strchr("/:;=,", s.back()) != nullptr || EsBlanco(s.back()) ||
+                        (punto && s.back() == '.'))) {
+    s.remove_suffix(1);
   }
-  try {
-    auto rs = biblio.OpenRecordset(kTabla, db::RecordsetType::Table);
-    rs->SetIndex("PrimaryKey");
-    rs->Seek("=", {db::Value::Of(std::int64_t{ficha})});
-    if (rs->NoMatch() || rs->Eof()) return std::nullopt;
-    const std::string formato = rs->Field("Formato").AsText();
-    if (formato != "iso2709" && formato != "marcxml") return std::nullopt;
-    Origen origen;
-    origen.xml = formato == "marcxml";
-    origen.bytes = rs->FieldBytes("Registro");
-    return origen;
-  } catch (const RuntimeError& e) {
-    // A table of that name that is not orvex-catalogo's (another key,
-    // other columns) keeps no source record.
-    if (e.number() == db::kErrElementoNoEncontrado || e.number() == kErrNoEsIndice ||
-        e.number() == db::kErrTablaNoEncontrada) {
-      return std::nullopt;
-    }
-    throw;
+  return std::string(s);
+}
+
+Marc CamposDeFicha(const records::RegFicha& ficha, const std::optional<Origen>& origen) {
+  if (origen) {
+    Fuente fuente;
+    if (fuente.Lee(*origen)) return fuente.Campos();
   }
+  return DeEtiquetas(ficha);
 }
 
 std::optional<std::string> RegistroDeOrigen(const Origen& origen, Formato formato) {
@@ -796,21 +581,17 @@ std::optional<std::string> RegistroDeOrigen(const Origen& origen, Formato format
 
 std::string Registro(const records::RegFicha& ficha, const std::optional<Origen>& origen,
                      Formato formato) {
-  if (formato == Formato::Tarjeta) return TarjetaEnTexto(ficha);
-  if (origen && formato == Formato::DublinCore) {
-    Fuente fuente;
-    if (fuente.Lee(*origen)) return DublinCore(fuente.Campos(), ficha);
-  } else if (origen) {
+  if (formato == Formato::DublinCore) return DublinCore(Describe(CamposDeFicha(ficha, origen), ficha));
+  if (origen) {
     if (std::optional<std::string> registro = RegistroDeOrigen(*origen, formato)) return *registro;
   }
   const Marc marc = DeEtiquetas(ficha);
   switch (formato) {
     case Formato::Marc21: return EscribeMarc(ParaIso2709(marc), YAZ_MARC_ISO2709);
     case Formato::MarcXml: return EscribeMarc(marc, YAZ_MARC_MARCXML);
-    case Formato::DublinCore: return DublinCore(marc, ficha);
-    case Formato::Tarjeta: break;
+    case Formato::DublinCore: break;
   }
   return std::string();
 }
 
-}  // namespace orvex::z3950
+}  // namespace orvex::marc
