@@ -8,6 +8,7 @@
 
 #include "base/CodePage.h"
 #include "search/ListasPalabras.h"
+#include "search/Sugerencias.h"
 
 namespace orvex::catalogo {
 namespace {
@@ -328,6 +329,7 @@ void EscritorCatalogo::EscribeListas() {
     if (ultima || trozo.Filas() == listas::kFilasPorTrozo) escribe(f.palabra);
     if (ultima) numero_trozo = 0;
   }
+  EscribeVocabulario(tabla);
   b.indizado.Ejecuta("INSERT INTO \"" + std::string(listas::kTablaVigencia) + "\" VALUES ('" +
                      tabla + "', " + std::to_string(b.filas.size()) + ")");
   const std::pair<std::string_view, std::string_view> sucesos[] = {
@@ -340,6 +342,39 @@ void EscritorCatalogo::EscribeListas() {
   }
   b.filas = {};
   b.numeros = {};
+}
+
+// The vocabulary of TABLA (search/Sugerencias.h) from the rows kept: each
+// word in Windows-1252 with its row count, grouped by length and by whether
+// it holds three or more digits. It is written
+// before the row that puts the lists in force, and the same row and triggers
+// guard it.
+void EscritorCatalogo::EscribeVocabulario(const std::string& tabla) {
+  namespace vocabulario = search::vocabulario;
+  Bases& b = *bases_;
+  std::vector<std::int64_t> cuentas(b.palabras.size(), 0);
+  for (const auto& f : b.filas) ++cuentas[f.palabra];
+  std::vector<std::pair<std::string, std::int64_t>> palabras;
+  palabras.reserve(b.palabras.size());
+  for (std::size_t i = 0; i < b.palabras.size(); ++i) {
+    palabras.emplace_back(CodePage::Windows1252().FromUtf8(b.palabras[i]), cuentas[i]);
+  }
+  const std::string nombre(vocabulario::kTablaVocabulario);
+  b.indizado.Ejecuta("CREATE TABLE \"" + nombre +
+                     "\" (\"tabla\" TEXT NOT NULL, \"largo\" INTEGER NOT NULL, \"cifras\" INTEGER NOT "
+                     "NULL, \"palabras\" BLOB NOT NULL, \"frecuencias\" BLOB NOT NULL, PRIMARY KEY "
+                     "(\"tabla\", \"largo\", \"cifras\"))");
+  sqlite3_stmt* st = b.indizado.Prepara("INSERT INTO \"" + nombre + "\" VALUES (?,?,?,?,?)");
+  for (const vocabulario::Grupo& g : vocabulario::Agrupa(std::move(palabras))) {
+    Texto(st, 1, tabla);
+    sqlite3_bind_int(st, 2, g.largo);
+    sqlite3_bind_int(st, 3, g.cifras ? 1 : 0);
+    sqlite3_bind_blob(st, 4, g.palabras.data(), static_cast<int>(g.palabras.size()),
+                      SQLITE_STATIC);
+    sqlite3_bind_blob(st, 5, g.frecuencias.data(), static_cast<int>(g.frecuencias.size()),
+                      SQLITE_STATIC);
+    b.indizado.Paso(st);
+  }
 }
 
 void EscritorCatalogo::Termina() {

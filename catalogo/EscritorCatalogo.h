@@ -25,8 +25,10 @@
 //                                  ISO 2709 bytes, or the UTF-8 text of a
 //                                  MARCXML <record> element)
 //   INDIZADO.MDB      TABLA, the book words (index TABLA_FRASE on palabra,
-//                     ficha, posicion), and TABLA's word lists
-//                     (search/ListasPalabras.h)
+//                     ficha, posicion), TABLA's word lists
+//                     (search/ListasPalabras.h) and its vocabulary for the
+//                     search's suggestions, ORVEX_VOCABULARIO
+//                     (search/Sugerencias.h), both under the lists' guard
 //   indizaPP.MDB      TABLA, the periodical words, and TABLAANA, the article
 //                     words (TABLA_FRASE, TABLAANA_FRASE); no word lists
 //   estadisticas.mdb  empty Consultas (Fecha, Buscado, Encontrados,
@@ -75,6 +77,7 @@ class EscritorCatalogo {
  private:
   struct Bases;
   void EscribeListas();
+  void EscribeVocabulario(const std::string& tabla);
   std::unique_ptr<Bases> bases_;
   std::int64_t palabras_ = 0;
 };
