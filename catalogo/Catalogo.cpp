@@ -14,6 +14,7 @@
 #include <memory>
 
 #include "catalogo/Acervos.h"
+#include "catalogo/DatosLector.h"
 #include "catalogo/Directorio.h"
 #include "catalogo/Ejemplares.h"
 #include "catalogo/EscritorCatalogo.h"
@@ -28,7 +29,8 @@ namespace orvex::catalogo {
 
 const char* const kUso =
     "uso: orvex-catalogo [--biblioteca NOMBRE] [--institucion TEXTO] [--departamento TEXTO] "
-    "[--silencioso] DIRECTORIO ARCHIVO...";
+    "[--silencioso] DIRECTORIO ARCHIVO...\n"
+    "       orvex-catalogo --lector DIRECTORIO";
 
 namespace {
 
@@ -127,6 +129,7 @@ constexpr const char* kNombreAcervo[] = {"libros", "revistas", "artículos"};
 Cuentas Escribe(const Opciones& opciones, const std::vector<std::unique_ptr<ArchivoMapeado>>& archivos,
                 const std::string& temporal, const DateTime& ahora, std::ostream& mensajes) {
   EscritorCatalogo escritor(temporal);
+  AcumuladorLector lector_datos;
   if (opciones.institucion) escritor.AgregaConfiguracion("Institucion", *opciones.institucion);
   if (opciones.departamento) escritor.AgregaConfiguracion("Departamento", *opciones.departamento);
   OpcionesEjemplares opciones_ejemplares;
@@ -168,6 +171,7 @@ Cuentas Escribe(const Opciones& opciones, const std::vector<std::unique_ptr<Arch
       switch (acervo) {
         case Acervo::kLibros:
           escritor.AgregaFicha(FichaDeRegistro(registro, grupos, numero, ahora));
+          lector_datos.Agrega(numero, DatosDeRegistro(registro));
           escritor.AgregaOrigen(numero, lector->Formato(), lector->Original());
           for (const Ejemplar& e :
                EjemplaresDeRegistro(registro, numero, opciones_ejemplares, avisos)) {
@@ -196,6 +200,7 @@ Cuentas Escribe(const Opciones& opciones, const std::vector<std::unique_ptr<Arch
   }
   if (cuentas.Registros() == 0) throw ErrorCatalogo("ningún registro pudo leerse");
   escritor.Termina();
+  lector_datos.Escribe(temporal + "/KORVEL8.MDB");
   cuentas.palabras = escritor.Palabras();
   return cuentas;
 }
@@ -336,6 +341,7 @@ int Principal(int argc, char** argv) {
     std::cout << kUso << '\n';
     return kSalidaExito;
   }
+  if (args.size() == 2 && args[0] == "--lector") return EscribeLectorLateral(args[1], std::cerr);
   Opciones opciones;
   std::string error;
   if (LeeOpciones(args, opciones, error) != kSalidaExito) {
