@@ -45,6 +45,15 @@ class Output {
   virtual void Rewind() = 0;
 };
 
+// An output that drops what is written to it, for the steps that report into
+// a page as they go when the caller wants only their outcome.
+class Descarte : public Output {
+ public:
+  void Write(std::string_view) override {}
+  void TruncateHere() override {}
+  void Rewind() override {}
+};
+
 // Files. Paths use "/" as the separator.
 class FileSystem {
  public:

@@ -79,6 +79,9 @@ struct Solicitud {
   // The book query's request fields (BUSQ_AVANZADA and BaseDTA live in cfg).
   std::uint8_t MostrarFichaBIB = 0;
   std::uint8_t MostrarFichaBDL = 0;
+  // The book page shows one record asked for by its number ("txtNoFicha"):
+  // its record takes "FORMATO_FICHA:" when the configuration has one.
+  bool FichaSola = false;
   std::uint8_t NoFormato = 0;
   std::string TxtTit, TxtAut, TxtTem;
   std::string TxtIsbn, TxtEdit, TxtSer, TxtClas;  // never read from the request

@@ -11,6 +11,7 @@
 #include "config/Plantillas.h"
 #include "cgi/Bitacora.h"
 #include "gateway/Comandos.h"
+#include "queries/ExportaLibros.h"
 #include "cgi/Encabezado.h"
 #include "search/Normalizacion.h"
 
@@ -85,6 +86,11 @@ void CGI_Main(cgi::Solicitud& s) {
   }
   s.Expresion = expresion;
   if (ComandoDiagnostico(s, expresion)) return;
+  // An export answers with a file, not a page: no prologue.
+  if (queries::PideExportacion(s)) {
+    queries::ExportaLibros(s);
+    return;
+  }
 
   EnviaPrologo(s);
   s.ACERVO = UpperLatin1(cgi::ValorCGI(s.cgi, "ACERVO"));

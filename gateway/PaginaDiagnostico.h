@@ -44,15 +44,6 @@ void AbrePagina(cgi::Solicitud& s, std::string_view titulo);
 void AbrePaginaPublica(cgi::Solicitud& s, std::string_view titulo);
 void CierraPagina(cgi::Solicitud& s);
 
-// An output that drops what is written to it, for the steps that report into
-// the page as they go when the diagnostic page wants only their outcome.
-class Descarte : public Output {
- public:
-  void Write(std::string_view) override {}
-  void TruncateHere() override {}
-  void Rewind() override {}
-};
-
 // `texto` without leading and trailing blanks, tabs and line ends.
 std::string Recorta(std::string_view texto);
 // The lines of a section body, trimmed, blank ones left out.

@@ -6,7 +6,9 @@
 #include "base/CodePage.h"
 #include "base/EnviaLinea.h"
 #include "base/Runtime.h"
+#include "base/Html.h"
 #include "cgi/Enlaces.h"
+#include "exportacion/Exporta.h"
 #include "circulation/ChecaIP.h"
 #include "circulation/Disponibilidad.h"
 #include "config/ArchivoCFG.h"
@@ -21,6 +23,17 @@
 
 namespace orvex::presentation {
 namespace {
+
+// The template of one record: "FORMATO_FICHA:" on the page of one record
+// asked for by its number, when the configuration has that section; else
+// "FORMATO:", as every page has always used.
+std::string SeccionFormato(cgi::Solicitud& s) {
+  if (s.FichaSola) {
+    std::string ficha = s.Seccion("FORMATO_FICHA:");
+    if (!ficha.empty()) return ficha;
+  }
+  return s.Seccion("FORMATO:");
+}
 
 using config::ReemplazaTexto;
 
@@ -64,7 +77,7 @@ std::string PresentacionTarjeta(cgi::Solicitud& s, const records::RegFicha& fich
     ReemplazaTexto(resultado, "Ruta-", "./XSLs/");
     propia = CuerpoConEstilos(resultado);
   }
-  std::string html = records::LlenaEtiquetas(s.Seccion("FORMATO:"), ficha.EtiquetasMARC, ficha.Ficha_no);
+  std::string html = records::LlenaEtiquetas(SeccionFormato(s), ficha.EtiquetasMARC, ficha.Ficha_no);
   ReemplazaTexto(html, "<!FICHA!>", tarjeta);
   ReemplazaTexto(html, "<!FICHA1!>", tarjeta);
   ReemplazaTexto(html, "<!FICHA2!>", tabla);
@@ -142,11 +155,11 @@ void MuestraFicha(cgi::Solicitud& s, const records::RegFicha& ficha, std::int32_
   std::string html;
   if (s.MostrarFichaBDL == 1) {
     const std::string tabla = records::TablaCampos(ficha);
-    html = records::LlenaEtiquetas(s.Seccion("FORMATO:"), marc, ficha.Ficha_no);
+    html = records::LlenaEtiquetas(SeccionFormato(s), marc, ficha.Ficha_no);
     ReemplazaTexto(html, "<!FICHABDL!>", tabla);
   } else if (s.MostrarFichaBIB == 1) {
     const std::string breve = records::FichaBreve(ficha);
-    html = records::LlenaEtiquetas(s.Seccion("FORMATO:"), marc, ficha.Ficha_no);
+    html = records::LlenaEtiquetas(SeccionFormato(s), marc, ficha.Ficha_no);
     ReemplazaTexto(html, "<!FICHAB!>", breve);
   } else {
     html = PresentacionTarjeta(s, ficha);
@@ -157,6 +170,9 @@ void MuestraFicha(cgi::Solicitud& s, const records::RegFicha& ficha, std::int32_
   ReemplazaTexto(html, "<!PFICHA!>", std::to_string(posicion));
   if (html.find("<!ENLACEFICHA!>") != std::string::npos) {
     ReemplazaTexto(html, "<!ENLACEFICHA!>", cgi::EnlaceFicha(s, ficha.Ficha_no));
+  }
+  if (html.find("<!CITA!>") != std::string::npos && s.BDBiblio) {
+    ReemplazaTexto(html, "<!CITA!>", EscapaEco(exportacion::Cita(ficha, *s.BDBiblio)));
   }
   ReemplazaTexto(html, "<!ENCABEZAMIENTOS!>",
                  records::ListaNumerada(Une(marc, {"600", "610", "611", "630", "651", "650"}),

@@ -41,6 +41,11 @@ void AbreBasesLibros(cgi::Solicitud& s) {
   EnviaLinea(s.sys.salida, "<!-- [LOAD form] Ruta abierta: " + directorio + "<br/>-->");
 }
 
+void AbreBasesLibrosSinAviso(cgi::Solicitud& s) {
+  s.BDIndice = Abre(s, RutaArchivo(s.cfg.RutaBase, kIndiceLibros));
+  s.BDBiblio = Abre(s, RutaArchivo(s.cfg.RutaBase, kBiblio));
+}
+
 void AbreBasesRevistas(cgi::Solicitud& s) { AbreRevistasOArticulos(s); }
 
 void AbreBasesArticulos(cgi::Solicitud& s) { AbreRevistasOArticulos(s); }

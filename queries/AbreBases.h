@@ -24,6 +24,10 @@ std::string RutaArchivo(std::string_view ruta_base, std::string_view archivo);
 // message and ends the process (ProcessEnd): no later section is written.
 void AbreBasesLibros(cgi::Solicitud& s);
 
+// The same databases without a word on the page: a failure raises its
+// RuntimeError. For the answers that are not pages (an export).
+void AbreBasesLibrosSinAviso(cgi::Solicitud& s);
+
 // Open KORVEL8.MDB into BDBiblio, then indizaPP.MDB into BDIndice, without
 // a comment; a failure raises.
 void AbreBasesRevistas(cgi::Solicitud& s);

@@ -2,6 +2,8 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
+#include <vector>
 
 #include "base/CodePage.h"
 #include "base/EnviaLinea.h"
@@ -16,6 +18,7 @@
 #include "queries/AbreBases.h"
 #include "queries/Resultados.h"
 #include "queries/Estadisticas.h"
+#include "queries/Lector.h"
 #include "search/Expresion.h"
 #include "search/Indice.h"
 #include "search/Normalizacion.h"
@@ -70,7 +73,7 @@ void LlenaComunes(cgi::Solicitud& s, std::string& texto) {
   ReemplazaTexto(texto, "<!TXTTEM!>", s.Eco(s.TxtTem));
 }
 
-void EscribeEncabezado2(cgi::Solicitud& s) {
+void EscribeEncabezado2(cgi::Solicitud& s, PaginaLector& lector) {
   std::string texto = s.Seccion("ENCABEZADO2:");
   if (texto.empty()) return;
   const search::Estado& e = s.busqueda;
@@ -89,10 +92,11 @@ void EscribeEncabezado2(cgi::Solicitud& s) {
   ReemplazaTexto(texto, "<!mostrarFICHABIB!>", std::to_string(s.MostrarFichaBIB));
   ReemplazaTexto(texto, "<!BaseDTA!>", std::to_string(s.cfg.BaseDTA));
   LlenaComunes(s, texto);
+  lector.Llena(texto);
   EnviaLinea(s.sys.salida, texto);
 }
 
-void EscribeFinal(cgi::Solicitud& s) {
+void EscribeFinal(cgi::Solicitud& s, PaginaLector& lector) {
   std::string texto = s.Seccion("FINAL:");
   ReemplazaTexto(texto, "<!NOMBREBIB!>", NombreInstalacion(s));
   ReemplazaTexto(texto, "<!txtEXPR!>", s.Eco(s.Expresion));
@@ -101,10 +105,11 @@ void EscribeFinal(cgi::Solicitud& s) {
   ReemplazaTexto(texto, "<!TXTEDIT!>", s.Eco(s.TxtEdit));
   ReemplazaTexto(texto, "<!TXTSER!>", s.Eco(s.TxtSer));
   ReemplazaTexto(texto, "<!TXTCLAS!>", s.Eco(s.TxtClas));
+  lector.Llena(texto);
   EnviaLinea(s.sys.salida, texto);
 }
 
-void EscribeNoEncontrado(cgi::Solicitud& s) {
+void EscribeNoEncontrado(cgi::Solicitud& s, PaginaLector& lector) {
   std::string texto = s.Seccion("NOENCONTRADO:");
   ReemplazaTexto(texto, "<!TXTLIB!>", s.Eco(s.TextoLIB));
   ReemplazaTexto(texto, "<!TXTTIT!>", s.Eco(s.TxtTit));
@@ -114,6 +119,7 @@ void EscribeNoEncontrado(cgi::Solicitud& s) {
   s.NombreBib = NombreInstalacion(s);
   ReemplazaTexto(texto, "<!NOMBREBIB!>", s.NombreBib);
   ReemplazaTexto(texto, "<!txtEXPR!>", s.Eco(s.Expresion));
+  lector.Llena(texto);
   EnviaLinea(s.sys.salida, texto);
 }
 
@@ -182,6 +188,7 @@ void Busca(cgi::Solicitud& s, std::int32_t no_ficha) {
   };
   std::int16_t cuenta = 0;
   if (no_ficha > 0) {
+    s.FichaSola = true;
     s.Traza += "Recuperar ficha " + std::to_string(no_ficha) + "<br/>";
     if (sin_textos()) s.TextoLIB = s.TextoEXPR1;
     busca_palabras();
@@ -200,23 +207,34 @@ void Busca(cgi::Solicitud& s, std::int32_t no_ficha) {
     s.Traza += "Busqueda normal realizada <br/>";
     cuenta = ToInt16(search::CuentaFichas(s.busqueda.MapaResultado));
   }
+  // The facet values the reader chose narrow a search (never one record).
+  PaginaLector lector(s);
+  if (no_ficha <= 0 && lector.Restringe()) {
+    cuenta = ToInt16(search::CuentaFichas(s.busqueda.MapaResultado));
+  }
   EnviaLinea(salida, "<!--NoResultados: " + std::to_string(cuenta) + "<br/>-->");
 
   if (cuenta > 0) {
     s.pagina.Total = cuenta;
     s.pagina.FichaActual = 0;
-    EscribeEncabezado2(s);
-    MuestraLibros(s, no_ficha > 0 ? no_ficha : 0);
+    EscribeEncabezado2(s, lector);
+    std::optional<std::vector<std::int32_t>> ordenada;
+    if (no_ficha <= 0) ordenada = lector.PaginaOrdenada();
+    if (ordenada) {
+      MuestraLibrosEnOrden(s, *ordenada);
+    } else {
+      MuestraLibros(s, no_ficha > 0 ? no_ficha : 0);
+    }
   } else {
-    EscribeNoEncontrado(s);
+    EscribeNoEncontrado(s, lector);
   }
-  EscribeFinal(s);
+  EscribeFinal(s, lector);
   RegistraConsulta(s, s.cfg.RutaBase, cuenta, {s.TextoLIB, s.TxtTit, s.TxtAut, s.TxtTem});
 }
 
 }  // namespace
 
-void ConsultaLibros(cgi::Solicitud& s) {
+std::int32_t LeeCamposLibros(cgi::Solicitud& s) {
   std::int32_t no_ficha = 0;
   LeeNumero<std::int32_t, ToInt32>(s, "txtNoFicha", no_ficha);
   s.TextoLIB = Plegado(s, "txtLIB");
@@ -230,6 +248,11 @@ void ConsultaLibros(cgi::Solicitud& s) {
   LeeNumero<std::int32_t, ToInt32>(s, "FichaINI", s.pagina.Desde);
   LeeNumero<std::uint8_t, ToByte>(s, "BUSQ_AVANZADA", s.cfg.BUSQ_AVANZADA);
   LeeNumero<std::uint8_t, ToByte>(s, "BaseDTA", s.cfg.BaseDTA);
+  return no_ficha;
+}
+
+void ConsultaLibros(cgi::Solicitud& s) {
+  const std::int32_t no_ficha = LeeCamposLibros(s);
 
   if (s.Expresion.empty()) s.Expresion = s.TextoLIB;
   if (s.Expresion.empty()) s.Expresion = s.TextoEXPR1;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 #include "cgi/Solicitud.h"
 
 namespace orvex::queries {
@@ -14,5 +16,11 @@ namespace orvex::queries {
 // multi-collection page instead. An unexpected failure after the databases
 // are located ends the page with the error block (and no "FINAL:").
 void ConsultaLibros(cgi::Solicitud& s);
+
+// Reads the book query's fields into the request ("txtLIB", "txtTIT",
+// "txtAUT", "txtTEM" folded; the display switches, "FormatoFicha",
+// "Cantidad", "FichaINI", "BUSQ_AVANZADA", "BaseDTA"), errors ignored, and
+// returns "txtNoFicha".
+std::int32_t LeeCamposLibros(cgi::Solicitud& s);
 
 }  // namespace orvex::queries

@@ -39,6 +39,16 @@ void MuestraLibros(cgi::Solicitud& s, std::int32_t no_ficha) {
       [&](std::int32_t ficha, std::int32_t posicion) { MuestraNumero(s, ficha, posicion); }, [] {});
 }
 
+void MuestraLibrosEnOrden(cgi::Solicitud& s, const std::vector<std::int32_t>& fichas) {
+  std::uint8_t mostradas = 0;
+  std::int64_t posicion = s.pagina.Desde;
+  for (const std::int32_t ficha : fichas) {
+    s.pagina.FichaActual = ficha;
+    MuestraNumero(s, ficha, static_cast<std::int32_t>(posicion++));
+    mostradas = ToByte(mostradas + 1.0);
+  }
+}
+
 void RenglonCatalogo(cgi::Solicitud& s, db::Recordset& fila) {
   std::string renglon = records::LlenaColumnas(s.Seccion("FORMATO:"), fila);
   s.pagina.Llena(renglon);

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "db/Database.h"
 #include "cgi/Solicitud.h"
@@ -17,6 +18,11 @@ namespace orvex::queries {
 // to Total, at most Cantidad of them. The records shown are counted in a
 // byte: a page of more than 255 records raises 6 after the 255th.
 void MuestraLibros(cgi::Solicitud& s, std::int32_t no_ficha);
+
+// The book results of a page in an order of the reader's (queries/Lector.h):
+// the records `fichas`, shown at positions Desde on, counted in a byte as
+// above.
+void MuestraLibrosEnOrden(cgi::Solicitud& s, const std::vector<std::int32_t>& fichas);
 
 // The page of a sequential listing over `filas`: skips Desde - 1 rows, then
 // writes one row per position up to Total, at most Cantidad of them (counted

@@ -26,6 +26,9 @@ inline constexpr int kMaximoTerminos = 31;
 struct Estado {
   std::array<TerminoBusqueda, kMaximoTerminos> Terminos;
   bool FinExpresion = false;
+  // An expression of the request could not be read (the syntax-error
+  // message was written): kept for the page to tell the reader.
+  bool ErrorSintaxis = false;
 
   // The advanced-search form.
   std::string txtEXPR1, txtEXPR2, txtEXPR3;

@@ -162,6 +162,7 @@ std::int16_t AnalizaExpresion(Estado& e, Output& salida, const std::string& expr
   } while (!e.FinExpresion);
 
   if (e.FinExpresion) {
+    e.ErrorSintaxis = true;
     config::MensajeH4(salida,
                       Latin1("Error de sintaxis en la expresión<br>Por favor verifique los "
                              "términos que introdujo como su expresión de búsqueda e intente "

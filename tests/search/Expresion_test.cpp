@@ -63,8 +63,10 @@ TEST(AnalizaExpresion, ReadsWordsOperatorsAndPhrases) {
     if (c.terminos.empty()) {
       EXPECT_EQ(n, -1) << c.expresion;
       EXPECT_EQ(p.salida.contents, kErrorSintaxis) << c.expresion;
+      EXPECT_TRUE(e.ErrorSintaxis) << c.expresion;
       continue;
     }
+    EXPECT_FALSE(e.ErrorSintaxis) << c.expresion;
     EXPECT_EQ(n, static_cast<std::int16_t>(c.terminos.size())) << c.expresion;
     EXPECT_EQ(Terminos(e, c.terminos.size()), c.terminos) << c.expresion;
     EXPECT_EQ(p.salida.contents, "") << c.expresion;

@@ -251,4 +251,13 @@ std::string Instalacion::Pagina(std::string_view query, std::string_view cuerpo,
   return Reemplaza(Reemplaza(salida.contents, bases_.string(), "@BASES@"), programa_.string(), "@DIR@");
 }
 
+std::string SinSugerencias(std::string pagina) {
+  static constexpr std::string_view kAbre = "<p class=\"sugerencias\">";
+  const std::size_t inicio = pagina.find(kAbre);
+  if (inicio == std::string::npos) return pagina;
+  const std::size_t fin = pagina.find("</p>", inicio);
+  pagina.erase(inicio, fin == std::string::npos ? std::string::npos : fin + 4 - inicio);
+  return pagina;
+}
+
 }  // namespace orvex::testing

@@ -78,4 +78,11 @@ class Instalacion {
   std::unique_ptr<Servicios> servicios_;
 };
 
+// `pagina` without its "did you mean" paragraph (<p class="sugerencias">
+// ... </p>). The corrections come from the vocabulary that orvex-catalogo
+// keeps beside the word lists; when the lists are voided the vocabulary is
+// too, and a word table as big as these catalogues' is not read for
+// corrections: the two forms then differ there, and only there.
+std::string SinSugerencias(std::string pagina);
+
 }  // namespace orvex::testing
