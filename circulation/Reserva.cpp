@@ -94,8 +94,14 @@ void MuestraRespuesta(cgi::Solicitud& s, const std::string& respuesta, bool de_c
 void PaginaReserva(cgi::Solicitud& s, const std::string&) {
   Output& salida = s.sys.salida;
   CabeceraCirculacion(salida);
-  EnviaLinea(salida, Latin1("<HTML><HEAD><title>KORVEL8 - Autentificación de usuario para "
-                            "reserva de ejemplares</title></HEAD><BODY>"));
+  // A configuration may give the page its own opening (a language, a title
+  // and styles for readers); without one it opens as it always has.
+  std::string apertura = s.Seccion("ENCABEZADO_RESERVA:");
+  if (apertura.empty()) {
+    apertura = Latin1("<HTML><HEAD><title>KORVEL8 - Autentificación de usuario para reserva de "
+                      "ejemplares</title></HEAD><BODY>");
+  }
+  EnviaLinea(salida, apertura);
   std::string seccion = s.Seccion("RESERVA_MATERIAL:");
   ReemplazaTexto(seccion, "<!COMANDO_SE!>", "CRESERVA");
   ReemplazaTexto(seccion, "<!DIRECCIONIP!>", s.Eco(cgi::ValorCGI(s.cgi, "direccionIP")));

@@ -199,8 +199,9 @@ Descripcion Describe(const Marc& r, const records::RegFicha& ficha) {
       }
     } else if (n == 100 || n == 110 || n == 111 || n == 700 || n == 710 || n == 711) {
       agrega(d.creadores, Limpia(Une(c)));
-      std::string nombre = r.de_etiquetas ? NombreDeEtiqueta(Une(c))
-                                          : SinPuntoFinal(Limpia(Une(c, n % 100 == 11 ? "a" : "ab")));
+      // Dates belong in $d, but records that keep them in $a ("Castellanos,
+      // Rosario, 1925-1974.") are common: they are cut off either way.
+      std::string nombre = NombreDeEtiqueta(r.de_etiquetas ? Une(c) : Une(c, n % 100 == 11 ? "a" : "ab"));
       if (!nombre.empty()) d.autores.push_back({std::move(nombre), n % 100 == 0});
     } else if (n == 600 || n == 610 || n == 611 || n == 630 || n == 650 || n == 651) {
       agrega(d.temas, Limpia(Tema(c)));

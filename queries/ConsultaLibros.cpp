@@ -74,7 +74,10 @@ void LlenaComunes(cgi::Solicitud& s, std::string& texto) {
 }
 
 void EscribeEncabezado2(cgi::Solicitud& s, PaginaLector& lector) {
-  std::string texto = s.Seccion("ENCABEZADO2:");
+  // A record's own page takes "ENCABEZADO_FICHA:" when the configuration
+  // has one: a result's summary and paging mean nothing there.
+  std::string texto = s.FichaSola ? s.Seccion("ENCABEZADO_FICHA:") : std::string();
+  if (texto.empty()) texto = s.Seccion("ENCABEZADO2:");
   if (texto.empty()) return;
   const search::Estado& e = s.busqueda;
   ReemplazaTexto(texto, "<!NOMBREBIB!>", s.NombreBib);

@@ -4,6 +4,7 @@
 #include <array>
 #include <optional>
 #include <string_view>
+#include <utility>
 
 #include "base/CodePage.h"
 #include "base/Html.h"
@@ -33,6 +34,10 @@ constexpr std::string_view kCampoOrden = "Orden";
 constexpr std::string_view kCampoSentido = "Sentido";
 constexpr std::string_view kCampoFaceta = "Faceta";
 constexpr std::string_view kCampoDesde = "FichaINI";
+
+// A link that changes what the result holds or its order starts again at
+// its first page.
+std::pair<std::string, std::string> PrimeraPagina() { return {std::string(kCampoDesde), "1"}; }
 
 std::string Titulo(search::Faceta faceta) {
   switch (faceta) {
@@ -169,7 +174,8 @@ std::string PaginaLector::Facetas() {
           s_, cgi::CamposCambiados(s_, {kCampoDesde},
                                    {{std::string(kCampoFaceta),
                                      std::string(search::NombreFaceta(conteo.faceta)) + ":" +
-                                         valor.clave}}));
+                                         valor.clave},
+                                    PrimeraPagina()}));
       lista += "<li><a href=\"" + enlace + "\">" + EscapaEco(valor.texto) +
                "</a> <span class=\"cuenta\">" + std::to_string(valor.cuenta) + "</span></li>\n";
     }
@@ -201,6 +207,7 @@ std::string PaginaLector::Filtros() {
                          std::string(search::NombreFaceta(elecciones_[j].faceta)) + ":" +
                              elecciones_[j].clave);
     }
+    otras.push_back(PrimeraPagina());
     const std::string etiqueta = Titulo(e.faceta) + ": " + EscapaEco(texto);
     html += "<li>" + etiqueta + " <a href=\"" +
             cgi::Enlace(s_, cgi::CamposCambiados(s_, {kCampoDesde, kCampoFaceta}, otras)) +
@@ -226,7 +233,8 @@ std::string PaginaLector::Ordenes() {
         s_, cgi::CamposCambiados(
                 s_, {kCampoDesde, kCampoOrden, kCampoSentido},
                 {{std::string(kCampoOrden), std::string(search::NombreClaveOrden(opcion.orden.clave))},
-                 {std::string(kCampoSentido), opcion.orden.descendente ? "desc" : "asc"}}));
+                 {std::string(kCampoSentido), opcion.orden.descendente ? "desc" : "asc"},
+                 PrimeraPagina()}));
     lista += "<li><a href=\"" + enlace + "\"" +
              (efectivo == opcion.orden ? " aria-current=\"true\"" : "") + ">" +
              Latin1(opcion.texto) + "</a></li>\n";
@@ -330,6 +338,7 @@ std::string PaginaLector::Sugerencias() {
         corregido += texto;
         cambios.emplace_back(std::string(caja), texto);
       }
+      cambios.push_back(PrimeraPagina());
       const std::string enlace = cgi::Enlace(s_, cgi::CamposCambiados(s_, quitar, cambios));
       if (std::find(vistos.begin(), vistos.end(), enlace) != vistos.end()) continue;
       vistos.push_back(enlace);

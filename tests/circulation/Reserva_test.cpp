@@ -350,5 +350,16 @@ TEST(ReservaTest, TheSignInPageEchoesTheRequest) {
   }
 }
 
+TEST(ReservaTest, AConfigurationMayOpenTheSignInPageItself) {
+  Peticion r("", "direccionIP=10.0.0.5&puertoTCP=7701&NumAdqui=1&ArchivoCFG=libros.cfg");
+  r.s.cfg.TextoCFG += "ENCABEZADO_RESERVA:{<!DOCTYPE html><html lang=\"es\"><body>}\r\n";
+  PaginaReserva(r.s, "VRESERVA");
+  EXPECT_EQ(r.Salida().rfind(std::string(kCabecera) + "<!DOCTYPE html><html lang=\"es\"><body>\r\n"
+                                 "<form action='/cgi-bin/orvex'>",
+                             0),
+            0u)
+      << r.Salida();
+}
+
 }  // namespace
 }  // namespace orvex::circulation

@@ -95,7 +95,7 @@ TEST_F(Lector, EveryResultLinksToItsRecordsOwnPage) {
     // The link, as a browser follows it, shows that record alone.
     const std::string query = Reemplaza(enlaces[i].substr(enlaces[i].find('?') + 1), "&amp;", "&");
     const std::string ficha = programa_->Pagina(query);
-    EXPECT_NE(ficha.find("<p id=\"total\">1 fichas"), std::string::npos) << ficha;
+    EXPECT_NE(ficha.find("<!--NoResultados: 1<br/>-->"), std::string::npos) << ficha;
     EXPECT_EQ(Todos(ficha, "txtNoFicha=([0-9]+)&amp;Exportar=ris"),
               std::vector<std::string>{numeros[i]});
   }
@@ -160,7 +160,11 @@ TEST_F(Lector, ARecordsOwnPageHasItsCitationAndExports) {
   EXPECT_NE(cita[0].find("O&#39;Brien, M"), std::string::npos) << cita[0];
   EXPECT_NE(cita[0].find("(1994)"), std::string::npos) << cita[0];
   EXPECT_NE(cita[0].find("&lt; b"), std::string::npos) << cita[0];
-  // A search page keeps FORMATO: for its records.
+  // Its header is ENCABEZADO_FICHA:, not the result's summary.
+  EXPECT_NE(ficha.find("<p id=\"encabezado-ficha\">"), std::string::npos) << ficha;
+  EXPECT_EQ(ficha.find("<p id=\"total\">"), std::string::npos) << ficha;
+  // A search page keeps ENCABEZADO2: and FORMATO: for its records.
+  EXPECT_EQ(Pagina("txtLIB=novela&Cantidad=3").find("encabezado-ficha"), std::string::npos);
   EXPECT_EQ(Pagina("txtLIB=novela&Cantidad=3").find("ficha-sola"), std::string::npos);
 
   const std::vector<std::string> enlaces = Todos(ficha, "<a href=\"([^\"]*)\">RIS</a>");
@@ -238,7 +242,7 @@ TEST_F(Lector, ASortedResultPagesThroughTheSameOrder) {
   std::sort(desc.begin(), desc.end());
   EXPECT_EQ(desc, b);
   const std::string pagina = Pagina(base + "5&FichaINI=1");
-  EXPECT_NE(pagina.find("Orden=titulo&amp;Sentido=asc\" aria-current=\"true\">"), std::string::npos)
+  EXPECT_NE(pagina.find("Orden=titulo&amp;Sentido=asc&amp;FichaINI=1\" aria-current=\"true\">"), std::string::npos)
       << pagina;
   // An order that is not one gives the record-number page.
   EXPECT_EQ(Numeros(Pagina("txtLIB=novela&Orden=precio&FichaINI=1&Cantidad=100")), por_numero);
@@ -246,7 +250,7 @@ TEST_F(Lector, ASortedResultPagesThroughTheSameOrder) {
 
 TEST_F(Lector, AFacetValueNarrowsTheResultAndCanBeRemoved) {
   const std::string pagina = Pagina("txtLIB=novela&Cantidad=5");
-  const std::regex valor("<li><a href=\"([^\"]*Faceta=anio%3A([0-9]{4}))\">[0-9]{4}</a> "
+  const std::regex valor("<li><a href=\"([^\"]*Faceta=anio%3A([0-9]{4})&amp;FichaINI=1)\">[0-9]{4}</a> "
                          "<span class=\"cuenta\">([0-9]+)</span></li>");
   std::smatch m;
   ASSERT_TRUE(std::regex_search(pagina, m, valor)) << pagina;

@@ -271,6 +271,11 @@ TEST(Citas, AuthorsAsNames) {
        "",
        {"UNAM. Facultad de Ciencias", "Congreso de Física", "Smith & Wesson, John"},
        "{UNAM. Facultad de Ciencias} and {Congreso de Física} and Smith \\& Wesson, John"},
+      {"source: dates kept in $a are cut off as in $d",
+       Xml("00000nam a2200000 a 4500", {"100 1 $aCastellanos, Rosario, 1925-1974."}),
+       "",
+       {"Castellanos, Rosario"},
+       "Castellanos, Rosario"},
   };
   for (const auto& c : casos) {
     SCOPED_TRACE(c.caso);

@@ -1,20 +1,25 @@
-// The browser test of the demo: Debian's Chromium, headless, opens the search
-// page that scripts/demo serves, searches the catalogue, checks the result
-// page (the number of records, a highlighted word, the next page) and saves a
-// screenshot of it. Then it searches the periodicals and lists the articles
-// of one issue, checking that the library's own sheets lay them out within a
-// phone's width, and saves a screenshot of the articles (CAPTURA with
-// "-articulos" before ".png"). While the gateway does not answer those
-// collections yet, that part prints "pendiente" and does not fail. Last it
-// opens the copies of a record, saves a screenshot of them ("-disponibilidad")
-// and reserves the first copy that can be reserved.
+// The browser test of the demo: Debian's Chromium, headless and as wide as a
+// phone (390 px), opens the search page that scripts/demo serves, searches
+// the catalogue and checks the result page (the number of records, a
+// highlighted word, titles that link to their records, page numbers above
+// and below, the next page), sorts it by title, narrows it by a year and
+// removes that choice, opens a record's own page (its citation, its export
+// as RIS), follows the correction of a misspelt word and sees a syntax error
+// on the page. axe-core (npm) judges each page: no serious or critical
+// violation. Then it searches the periodicals and lists the articles of one
+// issue, checking that the library's own sheets lay them out within a
+// phone's width; last it opens the copies of a record and reserves the
+// first copy that can be reserved. Screenshots: CAPTURA (the results), and
+// with "-facetas" (the narrowed results, 1280 px wide), "-ficha",
+// "-articulos" and "-disponibilidad" before ".png".
 //
 //   node tests/navegador/busqueda.mjs URL CAPTURA.png [PALABRA]
 //
 // Exits 0 when every check passed; each failure is printed.
 
 import { chromium } from 'playwright-core';
-import { mkdtempSync, rmSync } from 'node:fs';
+import { mkdtempSync, readFileSync, rmSync } from 'node:fs';
+import { createRequire } from 'node:module';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 
@@ -42,17 +47,35 @@ const comprueba = (bien, que) => {
 };
 const sinAcentos = (t) => t.normalize('NFD').replace(/[\u0300-\u036f]/g, '').toLowerCase();
 
+// The page's accessibility as axe-core judges it: the violations of serious
+// or critical impact, by rule, each with how many elements break it.
+const fuenteAxe = readFileSync(createRequire(import.meta.url).resolve('axe-core/axe.min.js'), 'utf8');
+const revisaAccesibilidad = async (pagina, que) => {
+  await pagina.addScriptTag({ content: fuenteAxe });
+  const violaciones = await pagina.evaluate(async () => {
+    const r = await window.axe.run(document, { resultTypes: ['violations'] });
+    return r.violations.filter((v) => v.impact === 'serious' || v.impact === 'critical')
+      .map((v) => `${v.id} (${v.nodes.length})`);
+  });
+  comprueba(violaciones.length === 0,
+            `axe-core: ${que} sin violaciones graves${violaciones.length ? ': ' + violaciones.join(', ') : ''}`);
+};
+const cabeEnElTelefono = (pagina) => pagina.evaluate(
+  () => document.documentElement.scrollWidth <= window.innerWidth);
+const navega = (pagina, accion) => Promise.all([pagina.waitForNavigation({ waitUntil: 'load' }), accion]);
+const titulos = (pagina) => pagina.$$eval('article.resultado h2', (hs) => hs.map((h) => h.textContent.trim()));
+
 try {
   const pagina = navegador.pages()[0] ?? await navegador.newPage();
   await pagina.goto(url, { waitUntil: 'load' });
   comprueba((await pagina.title()).includes('logo'), 'la página de búsqueda carga');
   comprueba(await pagina.getByLabel(/Palabras del t/).isVisible(), 'el campo de búsqueda tiene su etiqueta');
+  await revisaAccesibilidad(pagina, 'la página de búsqueda');
 
   // Three records a page, so that a small catalogue has a second page.
   await pagina.fill('#txtLIB', palabra);
   await pagina.evaluate(() => { document.querySelector('input[name=Cantidad]').value = '3'; });
-  await Promise.all([pagina.waitForNavigation({ waitUntil: 'load' }),
-                     pagina.click('button[type=submit]')]);
+  await navega(pagina, pagina.click('button[type=submit]'));
 
   const total = Number((await pagina.textContent('#total')) ?? '0');
   comprueba(total > 3, `la página de resultados cuenta ${total} fichas`);
@@ -61,14 +84,92 @@ try {
   const resaltadas = await pagina.$$eval('font[color="#0000ff"] b', (bs) => bs.map((b) => b.textContent));
   comprueba(resaltadas.some((t) => sinAcentos(t) === palabra),
             `la palabra buscada está resaltada (${resaltadas.slice(0, 3).join(', ')})`);
-  comprueba((await pagina.$$('article.ficha')).length === 3, 'la página muestra tres fichas');
-
-  await Promise.all([pagina.waitForNavigation({ waitUntil: 'load' }),
-                     pagina.getByRole('button', { name: /Siguientes/ }).first().click()]);
-  const siguiente = (await pagina.textContent('#resumen')) ?? '';
-  comprueba(siguiente.includes('de la 4 a la'), `el enlace a la página siguiente funciona ("${siguiente.trim()}")`);
+  comprueba((await pagina.$$('article.resultado')).length === 3, 'la página muestra tres fichas');
+  comprueba((await pagina.$$('article.resultado h2 a[href*="txtNoFicha="]')).length === 3,
+            'cada título lleva a la página de su ficha');
+  comprueba((await pagina.$$('nav.paginas')).length === 2, 'los números de página están arriba y abajo');
+  comprueba(await cabeEnElTelefono(pagina), 'los resultados caben a lo ancho del teléfono');
+  await revisaAccesibilidad(pagina, 'los resultados');
   await pagina.screenshot({ path: captura, fullPage: true });
   console.log(`captura: ${captura}`);
+
+  await navega(pagina, pagina.getByRole('link', { name: 'Siguiente' }).first().click());
+  const siguiente = (await pagina.textContent('#resumen')) ?? '';
+  comprueba(siguiente.includes('de la 4 a la'), `el enlace a la página siguiente funciona ("${siguiente.trim()}")`);
+
+  // Sorting, on the whole result: the titles of the first page come in order.
+  const ordenes = pagina.locator('ul.orden a', { hasText: 'Título (A-Z)' });
+  if (await ordenes.count() === 0) {
+    comprueba(false, 'los resultados se pueden ordenar por título');
+  } else {
+    await navega(pagina, ordenes.first().click());
+    const vistos = (await titulos(pagina)).map(sinAcentos);
+    const ordenados = [...vistos].sort((a, b) => a.localeCompare(b, 'es'));
+    comprueba(vistos.length > 0 && vistos.join('|') === ordenados.join('|'),
+              `ordenados por título: ${vistos.map((t) => t.slice(0, 12)).join(' / ')}`);
+    comprueba((await pagina.textContent('#resumen'))?.includes('de la 1 a la 3') ?? false,
+              'al ordenar se vuelve a la primera página');
+  }
+
+  // Facets: a year narrows the result, and removing it gives the whole back.
+  const anios = pagina.locator('section.faceta', { has: pagina.getByRole('heading', { name: 'Año' }) }).locator('a');
+  if (await anios.count() === 0) {
+    comprueba(false, 'la faceta del año ofrece valores');
+  } else {
+    const valor = ((await anios.first().textContent()) ?? '').trim();
+    const cuenta = Number((await anios.first().locator('xpath=following-sibling::span').textContent()) ?? '0');
+    await navega(pagina, anios.first().click());
+    const filtrado = Number((await pagina.textContent('#total')) ?? '0');
+    comprueba(filtrado === cuenta && filtrado < total,
+              `el año ${valor} deja ${filtrado} fichas (la faceta decía ${cuenta}, de ${total})`);
+    comprueba(await pagina.locator('ul.filtros li', { hasText: valor }).isVisible(), 'el filtro elegido se muestra');
+    await revisaAccesibilidad(pagina, 'los resultados filtrados');
+    const capturaFacetas = captura.replace(/(\.png)?$/, '-facetas.png');
+    await pagina.setViewportSize({ width: 1280, height: 900 });
+    await pagina.screenshot({ path: capturaFacetas, fullPage: true });
+    await pagina.setViewportSize({ width: 390, height: 844 });
+    console.log(`captura: ${capturaFacetas}`);
+    await navega(pagina, pagina.locator('ul.filtros a').first().click());
+    comprueba(Number((await pagina.textContent('#total')) ?? '0') === total, 'quitar el filtro devuelve todas las fichas');
+  }
+
+  // The record's own page: the card, the citation and the exports.
+  await navega(pagina, pagina.locator('article.resultado h2 a').first().click());
+  comprueba(await pagina.locator('article.ficha-sola').isVisible(), 'el título abre la página de la ficha');
+  const cita = ((await pagina.textContent('#cita')) ?? '').trim();
+  comprueba(/\(\d{4}\)/.test(cita), `la ficha da su cita ("${cita.slice(0, 60)}")`);
+  const ris = await pagina.locator('a', { hasText: 'RIS' }).first().getAttribute('href');
+  const respuesta = await pagina.request.get(new URL(ris ?? '', pagina.url()).href);
+  const cuerpo = await respuesta.text();
+  comprueba(respuesta.headers()['content-type']?.startsWith('application/x-research-info-systems') &&
+            cuerpo.startsWith('TY  - ') && /attachment; filename="orvex-ficha-\d+\.ris"/.test(respuesta.headers()['content-disposition'] ?? ''),
+            'la ficha se exporta en RIS');
+  comprueba(await cabeEnElTelefono(pagina), 'la ficha cabe a lo ancho del teléfono');
+  await revisaAccesibilidad(pagina, 'la página de la ficha');
+  const capturaFicha = captura.replace(/(\.png)?$/, '-ficha.png');
+  await pagina.screenshot({ path: capturaFicha, fullPage: true });
+  console.log(`captura: ${capturaFicha}`);
+
+  // A typo finds nothing and suggests the word the catalogue has.
+  await pagina.goto(url, { waitUntil: 'load' });
+  await pagina.fill('#txtLIB', 'mexcio');
+  await navega(pagina, pagina.click('button[type=submit]'));
+  const sugerencia = pagina.locator('.sugerencias a').first();
+  if (await sugerencia.count() === 0) {
+    comprueba(false, 'una búsqueda con una errata sugiere una corrección');
+  } else {
+    const texto = ((await sugerencia.textContent()) ?? '').trim();
+    await navega(pagina, sugerencia.click());
+    const corregidas = Number((await pagina.textContent('#total')) ?? '0');
+    comprueba(corregidas > 0, `"mexcio" sugiere "${texto}", que encuentra ${corregidas} fichas`);
+  }
+
+  // A search the catalogue cannot read says so where the reader sees it.
+  await pagina.goto(url, { waitUntil: 'load' });
+  await pagina.fill('#txtLIB', 'novela (');
+  await navega(pagina, pagina.click('button[type=submit]'));
+  comprueba(await pagina.locator('.error-sintaxis').isVisible(), 'el error de sintaxis se ve en la página');
+  await revisaAccesibilidad(pagina, 'la página sin resultados');
 
   // Periodicals and articles, each result through the library's own sheet.
   const pendiente = async () => {
@@ -77,8 +178,6 @@ try {
     console.log('pendiente: esta versión de Orvex aún no responde revistas ni artículos');
     return true;
   };
-  const cabeEnElTelefono = () => pagina.evaluate(
-    () => document.documentElement.scrollWidth <= window.innerWidth);
 
   await pagina.goto(new URL('revistas.html', url).href, { waitUntil: 'load' });
   comprueba(await pagina.getByLabel('Editorial o lugar de publicación').isVisible(),
@@ -93,7 +192,7 @@ try {
               `la búsqueda de revistas muestra ${mostradas} de ${revistas}`);
     comprueba(await pagina.locator('.ppRev dt', { hasText: 'ISSN' }).first().isVisible(),
               'la hoja de revistas rotula el ISSN');
-    comprueba(await cabeEnElTelefono(), 'las revistas caben a lo ancho del teléfono');
+    comprueba(await cabeEnElTelefono(pagina), 'las revistas caben a lo ancho del teléfono');
 
     await pagina.goto(new URL('articulos.html', url).href, { waitUntil: 'load' });
     await pagina.fill('#txtNumadqui', 'P001203');
@@ -108,7 +207,7 @@ try {
     const primero = await pagina.locator('.regPP').first().boundingBox();
     comprueba(resumen !== null && primero !== null && resumen.y < primero.y,
               'el resumen aparece antes de los artículos');
-    comprueba(await cabeEnElTelefono(), 'los artículos caben a lo ancho del teléfono');
+    comprueba(await cabeEnElTelefono(pagina), 'los artículos caben a lo ancho del teléfono');
     const capturaArticulos = captura.replace(/(\.png)?$/, '-articulos.png');
     await pagina.screenshot({ path: capturaArticulos, fullPage: true });
     console.log(`captura: ${capturaArticulos}`);
@@ -129,7 +228,8 @@ try {
     const total = (await pagina.textContent('#total')) ?? '';
     comprueba(filas.length > 0 && String(filas.length) === total,
               `la disponibilidad lista ${filas.length} ejemplares (total ${total})`);
-    comprueba(await cabeEnElTelefono(), 'la disponibilidad cabe a lo ancho del teléfono');
+    comprueba(await cabeEnElTelefono(pagina), 'la disponibilidad cabe a lo ancho del teléfono');
+    await revisaAccesibilidad(pagina, 'la disponibilidad');
     const capturaDisponibilidad = captura.replace(/(\.png)?$/, '-disponibilidad.png');
     await pagina.screenshot({ path: capturaDisponibilidad, fullPage: true });
     console.log(`captura: ${capturaDisponibilidad}`);
@@ -138,6 +238,7 @@ try {
     await Promise.all([pagina.waitForNavigation({ waitUntil: 'load' }), reservar.click()]);
     comprueba(await pagina.getByLabel('Número de cuenta del lector').isVisible(),
               'la página de reserva pide la cuenta del lector');
+    await revisaAccesibilidad(pagina, 'la página de reserva');
     await pagina.fill('#NumCta', 'L-2041');
     await pagina.fill('#PWD', 'secreta');
     await Promise.all([pagina.waitForNavigation({ waitUntil: 'load' }),
