@@ -82,6 +82,9 @@ struct Solicitud {
   // The book page shows one record asked for by its number ("txtNoFicha"):
   // its record takes "FORMATO_FICHA:" when the configuration has one.
   bool FichaSola = false;
+  // The title of the record whose copies the availability and reservation
+  // pages speak of ("<!TITULO!>"), when the gateway looked it up.
+  std::string TituloFicha;
   std::uint8_t NoFormato = 0;
   std::string TxtTit, TxtAut, TxtTem;
   std::string TxtIsbn, TxtEdit, TxtSer, TxtClas;  // never read from the request

@@ -101,8 +101,10 @@ void PaginaReserva(cgi::Solicitud& s, const std::string&) {
     apertura = Latin1("<HTML><HEAD><title>KORVEL8 - Autentificación de usuario para reserva de "
                       "ejemplares</title></HEAD><BODY>");
   }
+  ReemplazaTexto(apertura, "<!TITULO!>", EscapaEco(s.TituloFicha));
   EnviaLinea(salida, apertura);
   std::string seccion = s.Seccion("RESERVA_MATERIAL:");
+  ReemplazaTexto(seccion, "<!TITULO!>", EscapaEco(s.TituloFicha));
   ReemplazaTexto(seccion, "<!COMANDO_SE!>", "CRESERVA");
   ReemplazaTexto(seccion, "<!DIRECCIONIP!>", s.Eco(cgi::ValorCGI(s.cgi, "direccionIP")));
   ReemplazaTexto(seccion, "<!PUERTOTCP!>", s.Eco(cgi::ValorCGI(s.cgi, "puertoTCP")));

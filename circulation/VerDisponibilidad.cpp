@@ -72,10 +72,11 @@ std::string EstadoEnPalabras(const std::string& estado) {
 
 // What the head, the foot and each copy share.
 struct Pagina {
-  std::string ficha, base_dta, archivo_cfg, total, disponibles;
+  std::string ficha, base_dta, archivo_cfg, total, disponibles, titulo;
 
   void Llena(std::string& texto) const {
     ReemplazaTexto(texto, "<!NFICHA!>", ficha);
+    ReemplazaTexto(texto, "<!TITULO!>", titulo);
     ReemplazaTexto(texto, "<!BaseDTA!>", base_dta);
     ReemplazaTexto(texto, "<!ArchivoCFG!>", archivo_cfg);
     ReemplazaTexto(texto, "<!TOTAL!>", total);
@@ -181,6 +182,7 @@ void VerDisponibilidad(cgi::Solicitud& s, Enchufe& enchufe) {
   // The name as the request gave it, as the record display writes it: the
   // loader's full path would show where the program lives.
   pagina.archivo_cfg = Escapa(TrimBlanks(cgi::ValorCGI(s.cgi, "ArchivoCFG")));
+  pagina.titulo = Escapa(s.TituloFicha);
 
   ServidorCirculacion servidor;
   if (!BuscaServidor(s.Seccion("DISPONIBILIDAD:"), base_dta, servidor)) {

@@ -10,9 +10,32 @@
 #include "queries/BuscaPorNumAdqui.h"
 #include "queries/ConsultaCatalogo.h"
 #include "queries/ConsultaRevistas.h"
+#include "queries/TituloFicha.h"
+#include "cgi/EntradaCGI.h"
 
 namespace orvex::gateway {
 namespace {
+
+// The availability and reservation pages, with the record's title looked
+// up only for a configuration whose sections show it ("<!TITULO!>").
+bool MuestraTitulo(const cgi::Solicitud& s) {
+  return s.cfg.TextoCFG.find("<!TITULO!>") != std::string::npos;
+}
+void Disponibilidad(cgi::Solicitud& s, const std::string& comando) {
+  if (MuestraTitulo(s)) {
+    const std::string ficha = cgi::ValorCGI(s.cgi, "NoFicha");
+    if (IsWholeNumber(ficha) && ficha.size() <= 9) {
+      s.TituloFicha = queries::TituloDeFicha(s, static_cast<std::int32_t>(LeadingNumber(ficha)));
+    }
+  }
+  circulation::VerDisponibilidad(s, comando);
+}
+void PaginaReserva(cgi::Solicitud& s, const std::string& comando) {
+  if (MuestraTitulo(s)) {
+    s.TituloFicha = queries::TituloDeEjemplar(s, TrimBlanks(cgi::ValorCGI(s.cgi, "NumAdqui")));
+  }
+  circulation::PaginaReserva(s, comando);
+}
 
 // Kept on purpose: "SHOW_VAR" is recognised and answers with nothing at all,
 // not even an HTTP header.
@@ -33,8 +56,8 @@ const Comando kComandos[] = {
     {"SHOW_BDT", ShowBdt},
     {"SHOW_VAR", ShowVar},
     {"SHOW_SEC", ShowSec},
-    {"CVERDISP", circulation::VerDisponibilidad},
-    {"VRESERVA", circulation::PaginaReserva},
+    {"CVERDISP", Disponibilidad},
+    {"VRESERVA", PaginaReserva},
     {"CRESERVA", circulation::Reserva},
     {"TEST_ALL", TestAll},
 };

@@ -352,9 +352,13 @@ TEST(ReservaTest, TheSignInPageEchoesTheRequest) {
 
 TEST(ReservaTest, AConfigurationMayOpenTheSignInPageItself) {
   Peticion r("", "direccionIP=10.0.0.5&puertoTCP=7701&NumAdqui=1&ArchivoCFG=libros.cfg");
-  r.s.cfg.TextoCFG += "ENCABEZADO_RESERVA:{<!DOCTYPE html><html lang=\"es\"><body>}\r\n";
+  r.s.cfg.TextoCFG +=
+      "ENCABEZADO_RESERVA:{<!DOCTYPE html><html lang=\"es\"><title><!TITULO!></title><body>}\r\n";
+  r.s.TituloFicha = "Cien a\xF1os <de> \"soledad\"";
   PaginaReserva(r.s, "VRESERVA");
-  EXPECT_EQ(r.Salida().rfind(std::string(kCabecera) + "<!DOCTYPE html><html lang=\"es\"><body>\r\n"
+  EXPECT_EQ(r.Salida().rfind(std::string(kCabecera) +
+                                 "<!DOCTYPE html><html lang=\"es\"><title>Cien a\xF1os &lt;de&gt; "
+                                 "&quot;soledad&quot;</title><body>\r\n"
                                  "<form action='/cgi-bin/orvex'>",
                              0),
             0u)

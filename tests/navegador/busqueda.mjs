@@ -224,6 +224,8 @@ try {
     console.log('pendiente: las fichas no ofrecen disponibilidad (sin servidor de circulación)');
   } else {
     await Promise.all([pagina.waitForNavigation({ waitUntil: 'load' }), enlace.click()]);
+    const titulo = ((await pagina.textContent('#titulo')) ?? '').trim();
+    comprueba(sinAcentos(titulo).includes('quijote'), `la disponibilidad nombra el libro ("${titulo}")`);
     const filas = await pagina.$$('#ejemplares tbody tr');
     const total = (await pagina.textContent('#total')) ?? '';
     comprueba(filas.length > 0 && String(filas.length) === total,
@@ -238,6 +240,8 @@ try {
     await Promise.all([pagina.waitForNavigation({ waitUntil: 'load' }), reservar.click()]);
     comprueba(await pagina.getByLabel('Número de cuenta del lector').isVisible(),
               'la página de reserva pide la cuenta del lector');
+    comprueba(sinAcentos((await pagina.textContent('#titulo')) ?? '').includes('quijote'),
+              'la página de reserva nombra el libro');
     await revisaAccesibilidad(pagina, 'la página de reserva');
     await pagina.fill('#NumCta', 'L-2041');
     await pagina.fill('#PWD', 'secreta');
