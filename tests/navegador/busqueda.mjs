@@ -164,6 +164,13 @@ try {
     comprueba(corregidas > 0, `"mexcio" sugiere "${texto}", que encuentra ${corregidas} fichas`);
   }
 
+  // The forms send UTF-8: an accented word finds what its plain spelling finds.
+  await pagina.goto(url, { waitUntil: 'load' });
+  await pagina.fill('#txtLIB', 'MÉXICO');
+  await navega(pagina, pagina.click('button[type=submit]'));
+  const acentuadas = Number((await pagina.textContent('#total')) ?? '0');
+  comprueba(acentuadas === total, `"MÉXICO" encuentra ${acentuadas} fichas, como "${palabra}" (${total})`);
+
   // A search the catalogue cannot read says so where the reader sees it.
   await pagina.goto(url, { waitUntil: 'load' });
   await pagina.fill('#txtLIB', 'novela (');
