@@ -188,13 +188,15 @@ std::string Imprimible(std::string_view texto) {
   __builtin_trap();
 }
 
-// How a page may begin: with its HTTP header; with the error page, which on
+// How a page may begin: with its HTTP header (an export that cannot be
+// given opens it with its status); with the error page, which on
 // an output that is a file (as the installation's is) is written over
 // whatever went before it; with the message of a configuration file that
 // cannot be found, which comes before the header; or with the one line of a
 // circulation server that cannot be reached, which has no header.
 constexpr std::string_view kComienzos[] = {
-    "Content-Type: ", "<H4>Error en /cgi-bin/orvex</H4>\r\n",
+    "Content-Type: ", "Status: 400 ", "Status: 404 ", "Status: 500 ",
+    "<H4>Error en /cgi-bin/orvex</H4>\r\n",
     "<center><p><H4>No se encontr\xF3 la definici\xF3n del archivo CFG (",
     "<h1>Error: no se pudo establecer la conexion: "};
 
