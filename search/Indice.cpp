@@ -94,37 +94,10 @@ void LeePorIndice(MapaFichas& mapa, db::Database& indice, const std::string& tab
 
 // --- the word lists kept beside the table ------------------------------------
 
-// True when `indice` holds word lists of `tabla` that are still in force:
-// the table's row in ORVEX_VIGENCIA and its three triggers are there. Any
-// file without them (older catalogues, other engines) reads the table.
-bool ListasVigentes(db::Database& indice, const std::string& tabla) {
-  try {
-    const std::unique_ptr<db::Recordset> vigencia =
-        indice.OpenRecordset(listas::kTablaVigencia, db::RecordsetType::Table);
-    vigencia->SetIndex("PrimaryKey");
-    vigencia->Seek("=", {db::Value::Of(tabla)});
-    if (vigencia->NoMatch()) return false;
-    const std::unique_ptr<db::Recordset> disparadores = indice.OpenRecordset(
-        "SELECT name, tbl_name FROM sqlite_master WHERE type = 'trigger'",
-        db::RecordsetType::Snapshot);
-    int presentes = 0;
-    for (; !disparadores->Eof(); disparadores->MoveNext()) {
-      const std::string nombre = disparadores->Field("name").AsText();
-      if (!EqualsIgnoringCase(disparadores->Field("tbl_name").AsText(), tabla)) continue;
-      for (std::string_view suceso : listas::kSucesos) {
-        if (EqualsIgnoringCase(nombre, listas::Disparador(tabla, suceso))) ++presentes;
-      }
-    }
-    return presentes == static_cast<int>(std::size(listas::kSucesos));
-  } catch (const RuntimeError&) {
-    return false;
-  }
-}
-
-// The same, asked once per database and table in a request.
+// ListasVigentes, asked once per database and table in a request.
 bool ListasVigentes(Estado& e, db::Database& indice, const std::string& tabla) {
   if (e.listas.base != indice.Serie() || e.listas.tabla != tabla) {
-    e.listas = {indice.Serie(), tabla, ListasVigentes(indice, tabla)};
+    e.listas = {indice.Serie(), tabla, search::ListasVigentes(indice, tabla)};
   }
   return e.listas.vigentes;
 }
@@ -387,6 +360,30 @@ void FrasePorListas(MapaFichas& mapa, db::Database& indice, const std::string& t
 }
 
 }  // namespace
+
+bool ListasVigentes(db::Database& indice, const std::string& tabla) {
+  try {
+    const std::unique_ptr<db::Recordset> vigencia =
+        indice.OpenRecordset(listas::kTablaVigencia, db::RecordsetType::Table);
+    vigencia->SetIndex("PrimaryKey");
+    vigencia->Seek("=", {db::Value::Of(tabla)});
+    if (vigencia->NoMatch()) return false;
+    const std::unique_ptr<db::Recordset> disparadores = indice.OpenRecordset(
+        "SELECT name, tbl_name FROM sqlite_master WHERE type = 'trigger'",
+        db::RecordsetType::Snapshot);
+    int presentes = 0;
+    for (; !disparadores->Eof(); disparadores->MoveNext()) {
+      const std::string nombre = disparadores->Field("name").AsText();
+      if (!EqualsIgnoringCase(disparadores->Field("tbl_name").AsText(), tabla)) continue;
+      for (std::string_view suceso : listas::kSucesos) {
+        if (EqualsIgnoringCase(nombre, listas::Disparador(tabla, suceso))) ++presentes;
+      }
+    }
+    return presentes == static_cast<int>(std::size(listas::kSucesos));
+  } catch (const RuntimeError&) {
+    return false;
+  }
+}
 
 void IniciaBusqueda(Estado& e) {
   e.MapaResultado.Limpia();

@@ -10,6 +10,13 @@
 // Looking the terms up in the word index and combining their hits.
 namespace orvex::search {
 
+// True when `indice` holds word lists of `tabla` that are still in force
+// (search/ListasPalabras.h): the table's row in ORVEX_VIGENCIA and its three
+// triggers are there. Any file without them (older catalogues, other
+// engines) reads the table. The vocabulary (search/Sugerencias.h) is kept
+// under the same guard.
+bool ListasVigentes(db::Database& indice, const std::string& tabla);
+
 // Clears the result and empties terms 0 to 29 (term 30 is left as it is).
 void IniciaBusqueda(Estado& e);
 

@@ -9,6 +9,7 @@
 #include "base/CodePage.h"
 #include "base/Runtime.h"
 #include "base/RuntimeError.h"
+#include "search/Indice.h"
 #include "search/ListasPalabras.h"
 #include "search/Normalizacion.h"
 
@@ -131,35 +132,13 @@ void BuscaEnGrupo(const Grupo& g, std::string_view q, int k, std::vector<Acierto
   }
 }
 
-// True when the word lists of `tabla`, and so its vocabulary, are in force:
-// its ORVEX_VIGENCIA row and its three triggers are there.
-bool Vigente(db::Database& indice, const std::string& tabla) {
-  const std::unique_ptr<db::Recordset> vigencia =
-      indice.OpenRecordset(listas::kTablaVigencia, db::RecordsetType::Table);
-  vigencia->SetIndex("PrimaryKey");
-  vigencia->Seek("=", {db::Value::Of(tabla)});
-  if (vigencia->NoMatch()) return false;
-  const std::unique_ptr<db::Recordset> disparadores =
-      indice.OpenRecordset("SELECT name, tbl_name FROM sqlite_master WHERE type = 'trigger'",
-                           db::RecordsetType::Snapshot);
-  int presentes = 0;
-  for (; !disparadores->Eof(); disparadores->MoveNext()) {
-    const std::string nombre = disparadores->Field("name").AsText();
-    if (!EqualsIgnoringCase(disparadores->Field("tbl_name").AsText(), tabla)) continue;
-    for (std::string_view suceso : listas::kSucesos) {
-      if (EqualsIgnoringCase(nombre, listas::Disparador(tabla, suceso))) ++presentes;
-    }
-  }
-  return presentes == static_cast<int>(std::size(listas::kSucesos));
-}
-
 // The groups of lengths `desde` to `hasta` of the vocabulary of `tabla`, into
 // `grupos`, those of words with three or more digits only `conCifras`: one
 // seek each. False when the file has no vocabulary in force for it.
 bool LeeVocabulario(db::Database& indice, const std::string& tabla, int desde, int hasta,
                     bool conCifras, std::vector<Grupo>& grupos) {
   try {
-    if (!Vigente(indice, tabla)) return false;
+    if (!ListasVigentes(indice, tabla)) return false;
     const std::unique_ptr<db::Recordset> rs =
         indice.OpenRecordset(vocabulario::kTablaVocabulario, db::RecordsetType::Table);
     rs->SetFields({"tabla", "largo", "cifras", "palabras", "frecuencias"});
