@@ -11,6 +11,7 @@
 #include "base/Runtime.h"
 #include "base/RuntimeError.h"
 #include "catalogo/Catalogo.h"
+#include "catalogo/ConexionSqlite.h"
 #include "catalogo/EscritorCatalogo.h"
 #include "catalogo/TextoMARC.h"
 #include "db/Database.h"
@@ -364,52 +365,8 @@ std::vector<std::uint32_t> Rangos(const std::vector<std::string>& claves) {
   return rangos;
 }
 
-class Sqlite {
- public:
-  explicit Sqlite(const std::string& ruta) : ruta_(ruta) {
-    if (sqlite3_open_v2(ruta.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE,
-                        nullptr) != SQLITE_OK) {
-      Falla("no se pudo abrir");
-    }
-  }
-  ~Sqlite() {
-    for (sqlite3_stmt* st : sentencias_) sqlite3_finalize(st);
-    sqlite3_close(db_);
-  }
-  Sqlite(const Sqlite&) = delete;
-  Sqlite& operator=(const Sqlite&) = delete;
-
-  void Ejecuta(const std::string& sql) {
-    char* error = nullptr;
-    if (sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, &error) != SQLITE_OK) {
-      const std::string mensaje = error != nullptr ? error : "";
-      sqlite3_free(error);
-      throw ErrorCatalogo(ruta_ + ": " + mensaje);
-    }
-  }
-  sqlite3_stmt* Prepara(const std::string& sql) {
-    sqlite3_stmt* st = nullptr;
-    if (sqlite3_prepare_v2(db_, sql.c_str(), -1, &st, nullptr) != SQLITE_OK) {
-      Falla("no se pudo preparar la escritura");
-    }
-    sentencias_.push_back(st);
-    return st;
-  }
-  void Paso(sqlite3_stmt* st) {
-    if (sqlite3_step(st) != SQLITE_DONE) Falla("no se pudo escribir");
-    sqlite3_reset(st);
-  }
-  [[noreturn]] void Falla(const std::string& que) {
-    throw ErrorCatalogo(ruta_ + ": " + que + " (" + (db_ != nullptr ? sqlite3_errmsg(db_) : "") + ")");
-  }
-
- private:
-  std::string ruta_;
-  sqlite3* db_ = nullptr;
-  std::vector<sqlite3_stmt*> sentencias_;
-};
-
-void Texto(sqlite3_stmt* st, int i, const std::string& s) {
+// Binds a copy of `s`: the texts bound here are temporaries.
+void TextoCopiado(sqlite3_stmt* st, int i, const std::string& s) {
   sqlite3_bind_text(st, i, s.data(), static_cast<int>(s.size()), SQLITE_TRANSIENT);
 }
 
@@ -507,7 +464,7 @@ void AcumuladorLector::Escribe(const std::string& ruta, const std::string& fuent
   csr("temas", d.temas, ids_materia);
   if (!fuente.empty()) filas.emplace_back(std::string(search::kFilaFuente), fuente);
 
-  Sqlite base(ruta);
+  Conexion base(ruta);
   base.Ejecuta("PRAGMA journal_mode=OFF");
   base.Ejecuta("PRAGMA synchronous=OFF");
   base.Ejecuta("BEGIN");
@@ -522,7 +479,7 @@ void AcumuladorLector::Escribe(const std::string& ruta, const std::string& fuent
                "\"Texto\" TEXT NOT NULL, PRIMARY KEY (\"Faceta\", \"Id\")) WITHOUT ROWID");
   sqlite3_stmt* fila = base.Prepara("INSERT INTO \"" + tabla + "\" VALUES (?,?)");
   for (const auto& [nombre, bytes] : filas) {
-    Texto(fila, 1, nombre);
+    TextoCopiado(fila, 1, nombre);
     sqlite3_bind_blob(fila, 2, bytes.data(), static_cast<int>(bytes.size()), SQLITE_TRANSIENT);
     base.Paso(fila);
   }
@@ -532,10 +489,10 @@ void AcumuladorLector::Escribe(const std::string& ruta, const std::string& fuent
                            const std::vector<std::uint32_t>& ids) {
     const std::string nombre(search::NombreFaceta(faceta));
     for (std::size_t i = 0; i < dic.claves.size(); ++i) {
-      Texto(valor, 1, nombre);
+      TextoCopiado(valor, 1, nombre);
       sqlite3_bind_int64(valor, 2, ids[i + 1]);
-      Texto(valor, 3, cp.ToUtf8(dic.claves[i]));
-      Texto(valor, 4, cp.ToUtf8(dic.textos[i]));
+      TextoCopiado(valor, 3, cp.ToUtf8(dic.claves[i]));
+      TextoCopiado(valor, 4, cp.ToUtf8(dic.textos[i]));
       base.Paso(valor);
     }
   };
@@ -546,6 +503,7 @@ void AcumuladorLector::Escribe(const std::string& ruta, const std::string& fuent
   base.Ejecuta("CREATE INDEX \"" + std::string(search::kIndiceClave) + "\" ON \"" + valores +
                "\" (\"Faceta\", \"Clave\")");
   base.Ejecuta("COMMIT");
+  base.Cierra();
 }
 
 // --- the side file ----------------------------------------------------------

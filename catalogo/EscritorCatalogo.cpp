@@ -7,74 +7,12 @@
 #include <unordered_map>
 
 #include "base/CodePage.h"
+#include "catalogo/ConexionSqlite.h"
 #include "search/ListasPalabras.h"
 #include "search/Sugerencias.h"
 
 namespace orvex::catalogo {
 namespace {
-
-class Conexion {
- public:
-  explicit Conexion(const std::string& ruta) : ruta_(ruta) {
-    const int rc = sqlite3_open_v2(ruta.c_str(), &db_,
-                                   SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
-    if (rc != SQLITE_OK) Falla("no se pudo crear");
-  }
-  ~Conexion() {
-    try {
-      Cierra();
-    } catch (const ErrorCatalogo&) {
-      // A catalogue abandoned on an error: its files are removed anyway.
-    }
-  }
-  Conexion(const Conexion&) = delete;
-  Conexion& operator=(const Conexion&) = delete;
-
-  void Ejecuta(const std::string& sql) {
-    char* error = nullptr;
-    if (sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, &error) != SQLITE_OK) {
-      const std::string mensaje = error != nullptr ? error : "";
-      sqlite3_free(error);
-      throw ErrorCatalogo(ruta_ + ": " + mensaje);
-    }
-  }
-
-  sqlite3_stmt* Prepara(const std::string& sql) {
-    sqlite3_stmt* st = nullptr;
-    if (sqlite3_prepare_v3(db_, sql.c_str(), -1, SQLITE_PREPARE_PERSISTENT, &st, nullptr) !=
-        SQLITE_OK) {
-      Falla("no se pudo preparar la escritura");
-    }
-    sentencias_.push_back(st);
-    return st;
-  }
-
-  // Runs a bound statement and resets it for the next row.
-  void Paso(sqlite3_stmt* st) {
-    if (sqlite3_step(st) != SQLITE_DONE) Falla("no se pudo escribir");
-    sqlite3_reset(st);
-  }
-
-  void Cierra() {
-    for (sqlite3_stmt* st : sentencias_) sqlite3_finalize(st);
-    sentencias_.clear();
-    if (db_ != nullptr && sqlite3_close(db_) != SQLITE_OK) {
-      db_ = nullptr;
-      throw ErrorCatalogo(ruta_ + ": no se pudo cerrar");
-    }
-    db_ = nullptr;
-  }
-
-  [[noreturn]] void Falla(const std::string& que) {
-    throw ErrorCatalogo(ruta_ + ": " + que + " (" + (db_ != nullptr ? sqlite3_errmsg(db_) : "") +
-                        ")");
-  }
-
- private:
-  std::string ruta_;
-  sqlite3* db_ = nullptr;
-  std::vector<sqlite3_stmt*> sentencias_;
-};
 
 void Inicia(Conexion& c) {
   c.Ejecuta("PRAGMA journal_mode=OFF");
