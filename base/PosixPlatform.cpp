@@ -229,4 +229,18 @@ std::optional<DateTime> PosixFileSystem::ModificationTime(const std::string& pat
   return LocalDateTime(datos.st_mtime);
 }
 
+std::vector<std::string> RutasModulo(const std::string& directorio_programa,
+                                     std::string_view archivo, std::string_view compilado) {
+  std::vector<std::string> rutas = {JoinPath(directorio_programa, archivo)};
+  if (!compilado.empty()) rutas.push_back(JoinPath(compilado, archivo));
+  return rutas;
+}
+
+std::string PrimeraLegible(const std::vector<std::string>& rutas) {
+  for (const std::string& ruta : rutas) {
+    if (::access(ruta.c_str(), R_OK) == 0) return ruta;
+  }
+  return "";
+}
+
 }  // namespace orvex

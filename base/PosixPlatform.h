@@ -1,5 +1,9 @@
 #pragma once
 
+#include <string>
+#include <string_view>
+#include <vector>
+
 #include "base/Platform.h"
 
 // The real platform services on Linux.
@@ -53,5 +57,13 @@ class PosixFileSystem : public FileSystem {
  private:
   std::string program_directory_;
 };
+
+// Where Orvex looks for one of its modules (`archivo`, "orvex-xsl.so"...):
+// beside the program, then in `compilado`, the directory it was built in,
+// when that is not empty.
+std::vector<std::string> RutasModulo(const std::string& directorio_programa,
+                                     std::string_view archivo, std::string_view compilado);
+// The first of `rutas` that names a readable file, or "".
+std::string PrimeraLegible(const std::vector<std::string>& rutas);
 
 }  // namespace orvex

@@ -1,7 +1,6 @@
 #include "exportacion/Exporta.h"
 
 #include <dlfcn.h>
-#include <unistd.h>
 
 #include "base/CodePage.h"
 #include "base/Platform.h"
@@ -53,18 +52,10 @@ std::optional<Formato> FormatoDeNombre(std::string_view nombre) {
 }
 
 std::vector<std::string> RutasModuloMarc(const std::string& directorio_programa) {
-  std::vector<std::string> rutas = {JoinPath(directorio_programa, marc::kArchivoModuloMarc)};
-  const std::string compilado = ORVEX_DIRECTORIO_MODULOS;
-  if (!compilado.empty()) rutas.push_back(JoinPath(compilado, marc::kArchivoModuloMarc));
-  return rutas;
+  return RutasModulo(directorio_programa, marc::kArchivoModuloMarc, ORVEX_DIRECTORIO_MODULOS);
 }
 
-std::string ModuloMarc::Encuentra() const {
-  for (const std::string& ruta : rutas_) {
-    if (::access(ruta.c_str(), R_OK) == 0) return ruta;
-  }
-  return "";
-}
+std::string ModuloMarc::Encuentra() const { return PrimeraLegible(rutas_); }
 
 bool ModuloMarc::Carga() {
   if (intentado_) return exporta_ != nullptr;

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "base/Platform.h"
+#include "base/PosixPlatform.h"
 
 #ifndef ORVEX_DIRECTORIO_MODULOS
 #define ORVEX_DIRECTORIO_MODULOS ""
@@ -12,18 +13,10 @@
 namespace orvex::transform {
 
 std::vector<std::string> RutasModuloXSL(const std::string& directorio_programa) {
-  std::vector<std::string> rutas = {JoinPath(directorio_programa, xslt::kArchivoModuloXSL)};
-  const std::string compilado = ORVEX_DIRECTORIO_MODULOS;
-  if (!compilado.empty()) rutas.push_back(JoinPath(compilado, xslt::kArchivoModuloXSL));
-  return rutas;
+  return RutasModulo(directorio_programa, xslt::kArchivoModuloXSL, ORVEX_DIRECTORIO_MODULOS);
 }
 
-std::string MotorModuloXSL::Encuentra() const {
-  for (const std::string& ruta : rutas_) {
-    if (::access(ruta.c_str(), R_OK) == 0) return ruta;
-  }
-  return "";
-}
+std::string MotorModuloXSL::Encuentra() const { return PrimeraLegible(rutas_); }
 
 bool MotorModuloXSL::Carga() {
   if (intentado_) return transforma_ != nullptr;
