@@ -197,17 +197,8 @@ void Busca(cgi::Solicitud& s, std::int32_t no_ficha) {
     busca_palabras();
     cuenta = 1;
     s.Traza += "Datos ficha: " + std::to_string(no_ficha) + " recuperados<br/>";
-  } else if (s.cfg.BUSQ_AVANZADA == 1) {
-    s.Traza += "Iniciar busqueda avanzada <br/>";
-    search::LeeCamposAvanzados(s.busqueda, cgi::Campos(s.cgi));
-    s.Expresion = search::ArmaBusquedaAvanzada(s.EntornoBusqueda());
-    s.Traza += "Busqueda avanzada realizada: " + s.Eco(s.Expresion) + "<br/>";
-    cuenta = ToInt16(search::CuentaFichas(s.busqueda.MapaResultado));
   } else {
-    s.Traza += "Iniciar busqueda normal <br/>";
-    if (sin_textos()) s.TextoLIB = s.TextoEXPR1;
-    busca_palabras();
-    s.Traza += "Busqueda normal realizada <br/>";
+    BuscaLibros(s, s.EntornoBusqueda());
     cuenta = ToInt16(search::CuentaFichas(s.busqueda.MapaResultado));
   }
   // The facet values the reader chose narrow a search (never one record).
@@ -236,6 +227,22 @@ void Busca(cgi::Solicitud& s, std::int32_t no_ficha) {
 }
 
 }  // namespace
+
+void BuscaLibros(cgi::Solicitud& s, const search::Entorno& entorno) {
+  if (s.cfg.BUSQ_AVANZADA == 1) {
+    s.Traza += "Iniciar busqueda avanzada <br/>";
+    search::LeeCamposAvanzados(s.busqueda, cgi::Campos(s.cgi));
+    s.Expresion = search::ArmaBusquedaAvanzada(entorno);
+    s.Traza += "Busqueda avanzada realizada: " + s.Eco(s.Expresion) + "<br/>";
+    return;
+  }
+  s.Traza += "Iniciar busqueda normal <br/>";
+  if (s.TextoLIB.empty() && s.TxtTit.empty() && s.TxtAut.empty() && s.TxtTem.empty()) {
+    s.TextoLIB = s.TextoEXPR1;
+  }
+  search::BuscaPalabras(entorno, {s.TextoLIB, s.TxtTit, s.TxtAut, s.TxtTem}, {0, 0, 0}, false);
+  s.Traza += "Busqueda normal realizada <br/>";
+}
 
 std::int32_t LeeCamposLibros(cgi::Solicitud& s) {
   std::int32_t no_ficha = 0;

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "cgi/Solicitud.h"
+#include "search/Busqueda.h"
 
 namespace orvex::queries {
 
@@ -22,5 +23,12 @@ void ConsultaLibros(cgi::Solicitud& s);
 // "Cantidad", "FichaINI", "BUSQ_AVANZADA", "BaseDTA"), errors ignored, and
 // returns "txtNoFicha".
 std::int32_t LeeCamposLibros(cgi::Solicitud& s);
+
+// The search of a book request into s.busqueda.MapaResultado: the advanced
+// form when "BUSQ_AVANZADA" is 1 (its display form left in Expresion), else
+// the four boxes (the first advanced box when all four are empty), with
+// their lines in the trace. A syntax error is reported on the entorno's
+// output.
+void BuscaLibros(cgi::Solicitud& s, const search::Entorno& entorno);
 
 }  // namespace orvex::queries

@@ -15,7 +15,6 @@
 #include "queries/ConsultaLibros.h"
 #include "queries/Lector.h"
 #include "records/CargaFicha.h"
-#include "search/Expresion.h"
 #include "search/Indice.h"
 
 namespace orvex::queries {
@@ -40,29 +39,14 @@ std::vector<std::int32_t> FichasDeLaPagina(cgi::Solicitud& s, std::int32_t no_fi
   // The search reports syntax errors into the page it would write: here
   // there is none.
   Descarte descarte;
-  const search::Entorno entorno{s.busqueda, s.BDIndice.get(), descarte};
-  if (s.cfg.BUSQ_AVANZADA == 1) {
-    search::LeeCamposAvanzados(s.busqueda, cgi::Campos(s.cgi));
-    search::ArmaBusquedaAvanzada(entorno);
-  } else {
-    if (s.TextoLIB.empty() && s.TxtTit.empty() && s.TxtAut.empty() && s.TxtTem.empty()) {
-      s.TextoLIB = s.TextoEXPR1;
-    }
-    search::BuscaPalabras(entorno, {s.TextoLIB, s.TxtTit, s.TxtAut, s.TxtTem}, {0, 0, 0}, false);
-  }
+  BuscaLibros(s, {s.busqueda, s.BDIndice.get(), descarte});
   lector.Restringe();
   search::Paginacion& p = s.pagina;
   p.Total = search::CuentaFichas(s.busqueda.MapaResultado);
   if (p.Cantidad <= 0 || p.Cantidad > kMaximoExportacion) p.Cantidad = kMaximoExportacion;
   if (const auto ordenada = lector.PaginaOrdenada()) return *ordenada;
-  std::vector<std::int32_t> fichas;
-  std::int32_t ficha = 0;
-  for (std::int32_t i = 1; i < p.Desde; ++i) ficha = s.busqueda.MapaResultado.Siguiente(ficha);
-  for (std::int64_t i = std::max(p.Desde, 1); i <= p.Total && std::ssize(fichas) < p.Cantidad; ++i) {
-    ficha = s.busqueda.MapaResultado.Siguiente(ficha);
-    fichas.push_back(ficha);
-  }
-  return fichas;
+  return search::PaginaOrdenada(nullptr, s.busqueda.MapaResultado, search::Orden{},
+                                std::max(p.Desde, 1), p.Cantidad);
 }
 
 }  // namespace
