@@ -16,30 +16,15 @@
 
 #include "base/CodePage.h"
 #include "tests/support/Fakes.h"
+#include "tests/support/MARCPrueba.h"
 
 namespace orvex::exportacion {
 namespace {
 
+using catalogo::prueba::IsoCrudo;
+
 namespace fs = std::filesystem;
 
-// An ISO 2709 record assembled byte by byte from the leader's positions 5-11
-// and 17-23 and each field's bytes (terminator included).
-std::string IsoCrudo(const std::string& lider, const std::vector<std::string>& campos) {
-  std::string directorio, datos;
-  for (const std::string& c : campos) {
-    char entrada[16];
-    std::snprintf(entrada, sizeof entrada, "%.3s%04zu%05zu", c.c_str(), c.size() - 3,
-                  datos.size());
-    directorio += entrada;
-    datos += c.substr(3);
-  }
-  directorio += '\x1E';
-  char cabeza[32];
-  std::snprintf(cabeza, sizeof cabeza, "%05zu%.7s%05zu%.7s",
-                24 + directorio.size() + datos.size() + 1, lider.c_str(), 24 + directorio.size(),
-                lider.c_str() + 7);
-  return cabeza + directorio + datos + '\x1D';
-}
 
 // Record 1's source: UTF-8, a title with a subtitle.
 const std::string kIso =

@@ -16,9 +16,12 @@
 #include "base/CodePage.h"
 #include "db/Database.h"
 #include "tests/support/Fakes.h"
+#include "tests/support/MARCPrueba.h"
 
 namespace orvex::marc {
 namespace {
+
+using catalogo::prueba::IsoCrudo;
 
 namespace fs = std::filesystem;
 
@@ -304,25 +307,6 @@ TEST(Registros, Iso2709SourceComesBackAsItIs) {
   EXPECT_EQ(DeXml(Registro(ficha, OrigenIso(blanco), Formato::MarcXml)).campos, kCamposOrigen);
 }
 
-// An ISO 2709 record assembled byte by byte from the leader's positions 5-11
-// and 17-23 and each field's bytes (terminator included), for records that
-// YAZ would not write the same way.
-std::string IsoCrudo(const std::string& lider, const std::vector<std::string>& campos) {
-  std::string directorio, datos;
-  for (const std::string& c : campos) {
-    char entrada[16];
-    std::snprintf(entrada, sizeof entrada, "%.3s%04zu%05zu", c.c_str(), c.size() - 3,
-                  datos.size());
-    directorio += entrada;
-    datos += c.substr(3);
-  }
-  directorio += '\x1E';
-  char cabeza[32];
-  std::snprintf(cabeza, sizeof cabeza, "%05zu%.7s%05zu%.7s",
-                24 + directorio.size() + datos.size() + 1, lider.c_str(), 24 + directorio.size(),
-                lider.c_str() + 7);
-  return cabeza + directorio + datos + '\x1D';
-}
 
 TEST(Registros, Iso2709SourceKeepsBytesYazWouldWriteOtherwise) {
   // An empty subfield (two delimiters in a row) YAZ reads past and would not

@@ -16,16 +16,6 @@ using Fichas = std::vector<std::int32_t>;
 
 const fs::path kKorvel = fs::path(ORVEX_FIXTURES) / "catalogo/sqlite/KORVEL8.MDB";
 
-std::string Hex(const std::string& bytes) {
-  static const char* const d = "0123456789ABCDEF";
-  std::string s = "X'";
-  for (unsigned char c : bytes) {
-    s += d[c >> 4];
-    s += d[c & 15];
-  }
-  return s + "'";
-}
-
 struct Valor {
   const char* faceta;
   int id;
@@ -43,7 +33,7 @@ void EscribeTablas(db::Database& bd, const std::map<std::string, std::string>& f
   bd.Execute(
       "CREATE INDEX [ORVEX_LECTOR_VALORES_CLAVE] ON [ORVEX_LECTOR_VALORES] ([Faceta], [Clave])");
   for (const auto& [nombre, bytes] : filas) {
-    bd.Execute("INSERT INTO [ORVEX_LECTOR] VALUES ('" + nombre + "', " + Hex(bytes) + ")");
+    bd.Execute("INSERT INTO [ORVEX_LECTOR] VALUES ('" + nombre + "', " + testing::LiteralBlob(bytes) + ")");
   }
   for (const Valor& v : valores) {
     bd.Execute("INSERT INTO [ORVEX_LECTOR_VALORES] VALUES (?, ?, ?, ?)",

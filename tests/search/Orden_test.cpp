@@ -18,16 +18,6 @@ using Fichas = std::vector<std::int32_t>;
 
 const fs::path kKorvel = fs::path(ORVEX_FIXTURES) / "catalogo/sqlite/KORVEL8.MDB";
 
-std::string Hex(const std::string& bytes) {
-  static const char* const d = "0123456789ABCDEF";
-  std::string s = "X'";
-  for (unsigned char c : bytes) {
-    s += d[c >> 4];
-    s += d[c & 15];
-  }
-  return s + "'";
-}
-
 // A copy of the fixture catalogue whose ORVEX_LECTOR holds `filas`.
 std::unique_ptr<db::Database> Base(const testing::DirectorioTemporal& tmp, const std::string& nombre,
                                    const std::map<std::string, std::vector<std::uint32_t>>& filas) {
@@ -36,7 +26,7 @@ std::unique_ptr<db::Database> Base(const testing::DirectorioTemporal& tmp, const
   for (const auto& [n, v] : filas) {
     const std::uint32_t limite = n == "anio" ? 10000 : 1u << 20;
     bd->Execute("INSERT INTO [ORVEX_LECTOR] VALUES ('" + n + "', " +
-                Hex(Arreglo::Codifica(v, limite)) + ")");
+                testing::LiteralBlob(Arreglo::Codifica(v, limite)) + ")");
   }
   return bd;
 }

@@ -154,6 +154,17 @@ std::string ReadFile(const std::filesystem::path& path) {
   return s.str();
 }
 
+std::string LiteralBlob(std::string_view bytes) {
+  static constexpr char kHex[] = "0123456789ABCDEF";
+  std::string s = "X'";
+  for (const char ch : bytes) {
+    const auto c = static_cast<unsigned char>(ch);
+    s += kHex[c >> 4];
+    s += kHex[c & 15];
+  }
+  return s + "'";
+}
+
 void WriteFile(const std::filesystem::path& path, const std::string& content) {
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
   out << content;

@@ -148,6 +148,8 @@ class DirectorioTemporal {
 std::string ReadFile(const std::filesystem::path& path);
 // Creates or empties the file and writes `content`.
 void WriteFile(const std::filesystem::path& path, const std::string& content);
+// `bytes` as an SQL blob literal: X'0A1B...'.
+std::string LiteralBlob(std::string_view bytes);
 // Sets the file's modification time to `t`, local time.
 void PonFechaArchivo(const std::filesystem::path& path, const DateTime& t);
 

@@ -37,4 +37,21 @@ std::filesystem::path EscribeArchivo(const std::filesystem::path& ruta, const st
   return ruta;
 }
 
+std::string IsoCrudo(const std::string& lider, const std::vector<std::string>& campos) {
+  std::string directorio, datos;
+  for (const std::string& c : campos) {
+    char entrada[16];
+    std::snprintf(entrada, sizeof entrada, "%.3s%04zu%05zu", c.c_str(), c.size() - 3,
+                  datos.size());
+    directorio += entrada;
+    datos += c.substr(3);
+  }
+  directorio += '\x1E';
+  char cabeza[32];
+  std::snprintf(cabeza, sizeof cabeza, "%05zu%.7s%05zu%.7s",
+                24 + directorio.size() + datos.size() + 1, lider.c_str(), 24 + directorio.size(),
+                lider.c_str() + 7);
+  return cabeza + directorio + datos + '\x1D';
+}
+
 }  // namespace orvex::catalogo::prueba
