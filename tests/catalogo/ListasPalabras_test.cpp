@@ -11,6 +11,7 @@
 #include "catalogo/Catalogo.h"
 #include "db/Database.h"
 #include "search/Indice.h"
+#include "tests/catalogo/Construye.h"
 #include "tests/support/MARCPrueba.h"
 #include "tests/support/Fakes.h"
 
@@ -149,16 +150,7 @@ class ListasCatalogo : public ::testing::Test {
                               {"650", " 4$a" + frase(1 + static_cast<int>(azar() % 4))}});
     }
     const fs::path marc = catalogo::prueba::EscribeArchivo(tmp_.ruta() / "c.mrc", archivo);
-    catalogo::Opciones o;
-    std::string error;
-    ASSERT_EQ(catalogo::LeeOpciones({"--silencioso", (tmp_.ruta() / "cat").string(), marc.string()},
-                                    o, error),
-              catalogo::kSalidaExito)
-        << error;
-    std::ostringstream mensajes;
-    ASSERT_EQ(catalogo::ConstruyeCatalogo(o, testing::SampleDate(), mensajes),
-              catalogo::kSalidaExito)
-        << mensajes.str();
+    ASSERT_EQ(catalogo::prueba::Construye(tmp_.ruta() / "cat", {marc.string()}), "");
     indice_ = db::OpenDatabase((tmp_.ruta() / "cat" / "INDIZADO.MDB").string(),
                                CodePage::Windows1252());
   }

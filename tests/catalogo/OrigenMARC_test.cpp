@@ -12,6 +12,7 @@
 #include "catalogo/RegistroMARC.h"
 #include "db/Database.h"
 #include "tests/support/Fakes.h"
+#include "tests/catalogo/Construye.h"
 #include "tests/support/MARCPrueba.h"
 
 namespace orvex::catalogo {
@@ -176,15 +177,8 @@ TEST(OrigenMARC, TheCatalogueKeepsEveryBookAsItWasRead) {
   const fs::path xml = prueba::EscribeArchivo(
       tmp.ruta() / "mas.xml", std::string("<?xml version=\"1.0\"?>\n<collection xmlns=\"") +
                                   kMarc + "\">\n" + registro_xml + "\n</collection>\n");
-  Opciones o;
-  std::string error;
   const fs::path dir = tmp.ruta() / "catalogo";
-  ASSERT_EQ(LeeOpciones({"--silencioso", dir.string(), iso.string(), xml.string()}, o, error),
-            kSalidaExito)
-      << error;
-  std::ostringstream mensajes;
-  ASSERT_EQ(ConstruyeCatalogo(o, testing::SampleDate(), mensajes), kSalidaExito)
-      << mensajes.str();
+  ASSERT_EQ(prueba::Construye(dir, {iso.string(), xml.string()}), "");
 
   // Books 1 and 2 from the ISO 2709 file (the periodical and the refused
   // record take no book number), book 3 from the MARCXML file.

@@ -12,6 +12,7 @@
 #include "db/Database.h"
 #include "search/Sugerencias.h"
 #include "tests/support/Fakes.h"
+#include "tests/catalogo/Construye.h"
 #include "tests/support/MARCPrueba.h"
 
 namespace orvex::search {
@@ -56,16 +57,7 @@ class VocabularioCatalogo : public ::testing::Test {
                               {"650", " 4$a" + frase(2)}});
     }
     const fs::path marc = catalogo::prueba::EscribeArchivo(tmp_.ruta() / "c.mrc", archivo);
-    catalogo::Opciones o;
-    std::string error;
-    ASSERT_EQ(catalogo::LeeOpciones({"--silencioso", (tmp_.ruta() / "cat").string(), marc.string()},
-                                    o, error),
-              catalogo::kSalidaExito)
-        << error;
-    std::ostringstream mensajes;
-    ASSERT_EQ(catalogo::ConstruyeCatalogo(o, testing::SampleDate(), mensajes),
-              catalogo::kSalidaExito)
-        << mensajes.str();
+    ASSERT_EQ(catalogo::prueba::Construye(tmp_.ruta() / "cat", {marc.string()}), "");
     indice_ = db::OpenDatabase((tmp_.ruta() / "cat" / "INDIZADO.MDB").string(),
                                CodePage::Windows1252());
   }
