@@ -225,10 +225,10 @@ std::string PaginaLector::Ordenes() {
   search::DatosLector* datos = Datos();
   std::string lista;
   int posibles = 0;
+  const search::Orden efectivo = search::OrdenPosible(datos, orden_);
   for (const OpcionOrden& opcion : kOpcionesOrden) {
     if (!(search::OrdenPosible(datos, opcion.orden) == opcion.orden)) continue;
     ++posibles;
-    const search::Orden efectivo = search::OrdenPosible(datos, orden_);
     const std::string enlace = cgi::Enlace(
         s_, cgi::CamposCambiados(
                 s_, {kCampoDesde, kCampoOrden, kCampoSentido},
